@@ -1,0 +1,70 @@
+// The per-context stack that remembers the application's own viewport and raster position across
+// glPushAttrib and glPopAttrib; the system library only ever sees the tile's.
+#include "coding/server_overload/currentContext.h"
+
+#include <algorithm>
+#include <new>
+
+void lctxInitAttrStack(LocalContextInfo* lctx)
+{
+    // OpenGL's initial raster position is (0, 0, 0, 1).
+    auto* vptr = new (std::nothrow) _vp{.bits = 0, .vp = {}, .rp = {0, 0, 0, 1}, .next = nullptr};
+    require(vptr, "vptr");
+    lctx->attrStack = vptr;
+}
+
+int* lctxGetTopVP(LocalContextInfo* lctx) { return lctx->attrStack->vp; }
+
+double* lctxGetTopRP(LocalContextInfo* lctx) { return lctx->attrStack->rp; }
+
+void lctxReplaceVP(LocalContextInfo* lctx, int x, int y, int w, int h)
+{
+    std::ranges::copy(std::initializer_list{x, y, w, h}, lctxGetTopVP(lctx));
+}
+
+void lctxReplaceRP(LocalContextInfo* lctx, double x, double y, double z, double w)
+{
+    std::ranges::copy(std::initializer_list{x, y, z, w}, lctxGetTopRP(lctx));
+}
+
+void lctxPushVP(LocalContextInfo* lctx, GLbitfield bits)
+{
+    auto* vptr = new (std::nothrow) _vp(*lctx->attrStack);
+    require(vptr, "vptr");
+    vptr->bits = bits;
+    vptr->next = lctx->attrStack;
+    lctx->attrStack = vptr;
+}
+
+void lctxPopVP(LocalContextInfo* lctx)
+{
+    _vp* popped = lctx->attrStack;
+    require(popped, "vptr");
+    if (!popped->next)
+        return; // a pop without a push: OpenGL reports the underflow and changes nothing
+    _vp* top = lctx->attrStack = popped->next;
+
+    // What the mask does not restore stays in force, as in OpenGL.
+    if (popped->bits & GL_VIEWPORT_BIT)
+        _glViewport(top->vp[0], top->vp[1], top->vp[2], top->vp[3]);
+    else
+        std::ranges::copy(popped->vp, top->vp);
+    if (popped->bits & GL_CURRENT_BIT)
+        _glRasterPos4dv(top->rp);
+    else
+        std::ranges::copy(popped->rp, top->rp);
+    delete popped;
+}
+
+void _glPushAttrib(GLbitfield b)
+{
+    lctxPushVP(&currentContext(), b);
+    callSystem<Op::glPushAttrib>(b);
+}
+
+void _glPopAttrib()
+{
+    // The system's pop comes last: what the application pushed there is what remains.
+    lctxPopVP(&currentContext());
+    callSystem<Op::glPopAttrib>();
+}

@@ -1,0 +1,123 @@
+// Bitmaps. The system library cannot zoom them: the server resamples each to the wall's scale.
+#include "coding/server_overload/currentContext.h"
+#include "coding/server_overload/localDrawing.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+
+namespace {
+
+// The unpack parameters that the resampled bitmap must not be read with.
+constexpr GLenum unpackParameters[] = {GL_UNPACK_ROW_LENGTH, GL_UNPACK_SKIP_ROWS,
+                                       GL_UNPACK_SKIP_PIXELS, GL_UNPACK_ALIGNMENT};
+constexpr GLint plainUnpack[] = {0, 0, 0, 1};
+using SavedUnpack = GLint[std::size(unpackParameters)];
+
+void setUnpack(const GLint* values)
+{
+    for (const GLenum name : unpackParameters)
+        callSystem<Op::glPixelStorei>(name, *values++);
+}
+
+struct Bitmap {
+    int columns, rows;
+    int rowBytes; // whole bytes, most significant bit first, rows from the bottom up
+};
+
+Bitmap bitmapOf(int columns, int rows) { return {columns, rows, (columns + 7) / 8}; }
+
+struct Freed {
+    void operator()(GLubyte* bytes) const { std::free(bytes); }
+};
+
+// Nearest source pixel by truncation; dx and dy are source pixels per output pixel.
+void resample(const Bitmap& in, const GLubyte* source, const Bitmap& out, float dx, float dy,
+              GLubyte* target)
+{
+    double fj = 0;
+    for (int i = 0; i < out.rows; ++i, fj += dy) {
+        const std::int64_t row = std::min(truncate(fj), in.rows - 1);
+        const GLubyte* from = source + row * in.rowBytes;
+        GLubyte* to = target + std::int64_t{i} * out.rowBytes;
+        double fi = 0;
+        for (int j = 0; j < out.columns; ++j, fi += dx) {
+            const int c = std::min(truncate(fi), in.columns - 1);
+            if (from[c / 8] & (0x80 >> (c % 8)))
+                to[j / 8] = static_cast<GLubyte>(to[j / 8] | (0x80 >> (j % 8)));
+        }
+    }
+}
+
+// Draws the bitmap at `trect`, in local window pixels, enlarged to its size. Leaves the local pixels
+// selected.
+ReplacedState drawScaled(const Bitmap& in, const GLubyte* bitmap, const MWRect& wrect, const MWRect& trect,
+                float xorig, float yorig)
+{
+    const LocalDrawableInfo& ldi = *currDrawableInfo;
+    const MWRect& lrect = ldi.lrect;
+    const Bitmap out = bitmapOf(truncate(trect.w), truncate(trect.h));
+    const float dx = static_cast<float>(in.columns) / trect.w;
+    const float dy = static_cast<float>(in.rows) / trect.h;
+    const auto scaledBytes = static_cast<std::int64_t>(double{wrect.h} * out.rowBytes);
+    const std::int64_t size =
+        std::max({scaledBytes, std::int64_t{out.rowBytes} * out.rows, std::int64_t{1}});
+    std::unique_ptr<GLubyte, Freed> new_bitmap{
+        static_cast<GLubyte*>(std::calloc(static_cast<std::size_t>(size), 1))};
+    require(new_bitmap != nullptr, "new_bitmap");
+    resample(in, bitmap, out, dx, dy, new_bitmap.get());
+
+    const ReplacedState replaced = selectLocalPixels(lrect);
+    if (lrect.x <= trect.x && lrect.y <= trect.y)
+        callSystem<Op::glRasterPos2f>(trect.x, trect.y);
+    else {
+        // From a valid position inside the window; the move keeps it valid.
+        callSystem<Op::glRasterPos2f>(lrect.x, lrect.y);
+        callSystem<Op::glBitmap>(0, 0, 0.0F, 0.0F, trect.x - lrect.x, trect.y - lrect.y, nullptr);
+    }
+    callSystem<Op::glBitmap>(out.columns, out.rows, xorig * ldi.psx, yorig * ldi.psy, 0.0F, 0.0F,
+                             new_bitmap.get());
+    return replaced;
+}
+
+bool apart(float origin, float size, float otherOrigin, float otherSize)
+{
+    return origin > otherOrigin + otherSize || otherOrigin > origin + size;
+}
+
+} // namespace
+
+void _glBitmap(GLsizei width, GLsizei height, GLfloat xorig, GLfloat yorig, GLfloat xmove,
+               GLfloat ymove, const GLubyte* bitmap)
+{
+    LocalContextInfo& lctx = currentContextOnDisplay();
+    const LocalDrawableInfo& ldi = *currDrawableInfo;
+    const MWRect arect{static_cast<float>(lctx.tileRP[0]), static_cast<float>(lctx.tileRP[1]),
+                       static_cast<float>(width), static_cast<float>(height)};
+
+    // Bitmaps arrive most significant bit first, in rows of whole bytes.
+    callSystem<Op::glPixelStorei>(GLenum{GL_UNPACK_LSB_FIRST}, 0);
+    SavedUnpack saved;
+    std::ranges::transform(unpackParameters, saved, systemInteger);
+    setUnpack(plainUnpack);
+
+    lctx.tileRP[0] += xmove;
+    lctx.tileRP[1] += ymove;
+
+    std::optional<ReplacedState> replaced;
+    if (bitmap && width >= 1 && height >= 1) {
+        const MWRect& tile = currLocalDisplay->rect;
+        const MWRect& lrect = ldi.lrect;
+        MWRect wrect;
+        MWRect trect;
+        _scaleRect(arect, ldi.psx, ldi.psy, &wrect);
+        _translateRect(wrect, -(tile.x + lrect.x), -(tile.y + lrect.y), &trect);
+        if (!apart(lrect.x, lrect.w, trect.x, trect.w) &&
+            !apart(lrect.y, lrect.h, trect.y, trect.h))
+            replaced = drawScaled(bitmapOf(width, height), bitmap, wrect, trect, xorig, yorig);
+    }
+    setUnpack(saved);
+    if (replaced)
+        restoreApplicationPixels(*replaced);
+}

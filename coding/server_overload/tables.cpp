@@ -1,0 +1,95 @@
+// The resource tables and their lookups: linear scans over a few records, once per GLX or name
+// operation.
+#include "coding/invariant.h"
+#include "coding/serverOverload.h"
+
+#include <span>
+
+LocalContextInfo LocalContextTable[tableSlots];
+LocalVisualInfo LocalVisualTable[tableSlots];
+LocalDrawableInfo LocalDrawableTable[tableSlots];
+LocalFBConfigsInfo LocalFBConfigTable[tableSlots];
+LocalPbufferInfo LocalPbufferTable[tableSlots];
+LocalVertexArrayRangePointersInfo LocalVertexArrayRangeTable[tableSlots];
+LocalProgramInfo LocalProgramTable[tableSlots];
+LocalTextureIDInfo LocalTextureIDTable[textureSlots];
+int nContexts, nVisualInfos, nDrawables, nFBConfigs, nPbuffers, nVertexArrayRanges, nPrograms,
+    nTextureIDs;
+
+LocalDrawableInfo* currDrawableInfo;
+LocalDisplay* currLocalDisplay;
+
+namespace {
+
+// The first live record whose key has the given value, or null.
+template <class Record, class Key>
+Record* findFirst(Record* table, int count, Key Record::* key, Key value)
+{
+    for (Record& record : std::span(table, static_cast<std::size_t>(count)))
+        if (record.*key == value)
+            return &record;
+    return nullptr;
+}
+
+} // namespace
+
+LocalContextInfo* _getLocalContext(GLXContext context)
+{
+    return findFirst(LocalContextTable, nContexts, &LocalContextInfo::appCtx, context);
+}
+
+GLXFBConfig _getLocalFBConfig(GLXFBConfig fbconfig)
+{
+    const LocalFBConfigsInfo* record = findFirst(LocalFBConfigTable, nFBConfigs,
+                                                 &LocalFBConfigsInfo::appFBConfigID, fbconfig);
+    return record && record->localFBConfig ? record->localFBConfig[0] : nullptr;
+}
+
+GLXPbuffer _getLocalPbuffer(GLXPbuffer pbuffer)
+{
+    const LocalPbufferInfo* record =
+        findFirst(LocalPbufferTable, nPbuffers, &LocalPbufferInfo::appPbufferID, pbuffer);
+    return record ? record->localPbuffer : 0;
+}
+
+LocalDrawableInfo* _findLocalDrawableInfo(Drawable appDrawable)
+{
+    return findFirst(LocalDrawableTable, nDrawables, &LocalDrawableInfo::appDrawID, appDrawable);
+}
+
+LocalDrawableInfo* _getLocalRoot(LocalDrawableInfo* ldr)
+{
+    require(currLocalDisplay, "currLocalDisplay");
+    // Parents may form a loop, also one that does not lead back to ldr: each record counts once.
+    bool seen[tableSlots] = {};
+    const auto indexIn = [](const LocalDrawableInfo* record) { return record - LocalDrawableTable; };
+    if (indexIn(ldr) >= 0 && indexIn(ldr) < tableSlots)
+        seen[indexIn(ldr)] = true;
+    LocalDrawableInfo* root = nullptr;
+    for (;;) {
+        LocalDrawableInfo* parent = _findLocalDrawableInfo((root ? root : ldr)->app_parentID);
+        if (!parent || seen[indexIn(parent)])
+            return root;
+        seen[indexIn(parent)] = true;
+        root = parent;
+    }
+}
+
+GLvoid* _checkLocalVertexArrayRangePointer(GLvoid* appPtrID)
+{
+    GLvoid* local = nullptr;
+    for (int i = 0; i < nVertexArrayRanges; ++i)
+        if (LocalVertexArrayRangeTable[i].appVertexArrayRangeID == appPtrID)
+            local = LocalVertexArrayRangeTable[i].localVertexArrayRangeID;
+    return local;
+}
+
+int _setLocalVertexArrayRangePointer(GLvoid* appPtrID, void* pointer)
+{
+    if (findFirst(LocalVertexArrayRangeTable, nVertexArrayRanges,
+                  &LocalVertexArrayRangePointersInfo::appVertexArrayRangeID, appPtrID))
+        return 0;
+    LocalVertexArrayRangeTable[nVertexArrayRanges++] = {appPtrID, pointer};
+    require(nVertexArrayRanges < tableSlots, "nVertexArrayRanges < 64");
+    return 1;
+}

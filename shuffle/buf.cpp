@@ -1,0 +1,117 @@
+// The pool of command buffers and the decode queue. The pool's bound is the stream's flow control:
+// when all of its buffers are filled, the receive loop waits here and MPI holds the client back.
+#include "coding/invariant.h"
+#include "shuffle/mw.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+constexpr int standardBytes = 2'000'000;
+constexpr int largestStandard = standardBytes - 1; // a larger request gets a buffer of its own
+constexpr int mostStandard = 64;
+
+pthread_mutex_t free_lock = PTHREAD_MUTEX_INITIALIZER; // guards freelist and nalloc
+pthread_cond_t free_wait = PTHREAD_COND_INITIALIZER;
+_buf* freelist;
+int nalloc;
+
+pthread_mutex_t queue_lock = PTHREAD_MUTEX_INITIALIZER; // guards head and tail
+pthread_cond_t queue_wait = PTHREAD_COND_INITIALIZER;
+_buf* head;
+_buf* tail;
+
+_buf* makeBuf(mosa_type type, int bytes)
+{
+    auto* b = new (std::nothrow) _buf{};
+    require(b, "b");
+    b->data = static_cast<unsigned char*>(std::malloc(static_cast<std::size_t>(bytes)));
+    require(b->data, "b->data");
+    b->type = type;
+    b->allocsize = bytes;
+    pthread_mutex_init(&b->lock, nullptr);
+    pthread_cond_init(&b->wait, nullptr);
+    return b;
+}
+
+} // namespace
+
+_buf* getFreeBuf(int size)
+{
+    if (size > largestStandard)
+        return makeBuf(big, size);
+
+    pthread_mutex_lock(&free_lock);
+    if (!freelist && nalloc < mostStandard) {
+        freelist = makeBuf(standard, standardBytes);
+        ++nalloc;
+    }
+    while (!freelist && !done)
+        pthread_cond_wait(&free_wait, &free_lock);
+    _buf* b = nullptr;
+    if (!done) {
+        b = freelist;
+        freelist = b->next;
+    }
+    pthread_mutex_unlock(&free_lock);
+    return b;
+}
+
+void freeBuf(_buf* b)
+{
+    if (b->type == big) {
+        std::free(b->data);
+        pthread_mutex_destroy(&b->lock);
+        pthread_cond_destroy(&b->wait);
+        delete b;
+        return;
+    }
+    pthread_mutex_lock(&free_lock);
+    b->next = freelist;
+    freelist = b;
+    pthread_cond_broadcast(&free_wait);
+    pthread_mutex_unlock(&free_lock);
+}
+
+void addBufToQueue(_buf* b)
+{
+    b->next = nullptr;
+    pthread_mutex_lock(&queue_lock);
+    (tail ? tail->next : head) = b;
+    tail = b;
+    pthread_mutex_unlock(&queue_lock);
+}
+
+_buf* getBufFromQueue()
+{
+    pthread_mutex_lock(&queue_lock);
+    while (!head && !done)
+        pthread_cond_wait(&queue_wait, &queue_lock);
+    _buf* b = nullptr;
+    if (!done) {
+        b = head;
+        head = b->next;
+        if (tail == b)
+            tail = nullptr;
+    }
+    pthread_mutex_unlock(&queue_lock);
+    return b;
+}
+
+void bufTick()
+{
+    pthread_cond_broadcast(&free_wait);
+    pthread_cond_broadcast(&queue_wait);
+}
+
+void wakeForShutDown()
+{
+    // Under the locks: a waiter that found `done` still 0 is certainly asleep by then.
+    pthread_mutex_lock(&free_lock);
+    pthread_cond_broadcast(&free_wait);
+    pthread_mutex_unlock(&free_lock);
+    pthread_mutex_lock(&queue_lock);
+    pthread_cond_broadcast(&queue_wait);
+    pthread_mutex_unlock(&queue_lock);
+}

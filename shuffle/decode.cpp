@@ -1,0 +1,16 @@
+#include "coding/decoder.h"
+#include "shuffle/mw.h"
+
+void* decodeThread(void* /*s*/)
+{
+    while (_buf* b = getBufFromQueue()) {
+        decoder(b->data, b->size);
+        if (b->sync) {
+            pthread_mutex_lock(&ackLock);
+            ++ackKnt;
+            pthread_mutex_unlock(&ackLock);
+        }
+        freeBuf(b);
+    }
+    pthread_exit(nullptr);
+}
