@@ -1,5 +1,5 @@
-// The banner: an outline of the wall with this display's part filled, and two lines of notice, shown
-// for a few seconds when a display is opened. Replay pauses meanwhile.
+// The banner: an outline of the wall with this display's part filled, and two lines of notice,
+// shown for a few seconds when a display is opened. Replay pauses meanwhile.
 #include "coding/displayConfig.h"
 
 #include <X11/Xutil.h>
@@ -50,11 +50,10 @@ Window openWindow(Display* theDisplay, int theScreen, int x, int y, int width, i
     attributes.border_pixel = theWhitePixel;
     attributes.override_redirect = True; // no decoration, and nobody moves it
     constexpr unsigned border = 2;
-    const Window window =
-        XCreateWindow(theDisplay, RootWindow(theDisplay, theScreen), x, y,
-                      static_cast<unsigned>(width), static_cast<unsigned>(height), border, theDepth,
-                      InputOutput, CopyFromParent, CWBackPixel | CWBorderPixel | CWOverrideRedirect,
-                      &attributes);
+    const Window window = XCreateWindow(
+        theDisplay, RootWindow(theDisplay, theScreen), x, y, static_cast<unsigned>(width),
+        static_cast<unsigned>(height), border, theDepth, InputOutput, CopyFromParent,
+        CWBackPixel | CWBorderPixel | CWOverrideRedirect, &attributes);
     XSizeHints hints{};
     hints.flags = PPosition | PSize;
     hints.x = x;
@@ -151,9 +150,9 @@ int mosa_banner(Display* theDisplay, int theScreen, int W, int H, int x, int y, 
     const int screenHeight = DisplayHeight(theDisplay, theScreen);
     const int windowWidth = static_cast<int>(0.96 * screenWidth);
     const int windowHeight = static_cast<int>(0.96 * screenHeight);
-    theWindow = openWindow(theDisplay, theScreen, static_cast<int>(0.02 * screenWidth),
-                           static_cast<int>(0.02 * screenHeight), windowWidth, windowHeight, 0,
-                           &theGC);
+    theWindow =
+        openWindow(theDisplay, theScreen, static_cast<int>(0.02 * screenWidth),
+                   static_cast<int>(0.02 * screenHeight), windowWidth, windowHeight, 0, &theGC);
     if (!theWindow)
         return 0;
     if (!create_color_GC(theDisplay, theScreen, theWindow, "black", color, &theColorGC)) {
@@ -161,8 +160,7 @@ int mosa_banner(Display* theDisplay, int theScreen, int W, int H, int x, int y, 
         return 0;
     }
 
-    const Outline wall =
-        placeOutline(screenWidth, screenHeight, windowWidth, windowHeight, W, H);
+    const Outline wall = placeOutline(screenWidth, screenHeight, windowWidth, windowHeight, W, H);
     XDrawRectangle(theDisplay, theWindow, theGC, wall.left, wall.top,
                    static_cast<unsigned>(wall.width), static_cast<unsigned>(wall.height));
     // The wall's y axis points up, the window's down.

@@ -10,14 +10,19 @@
 #include <type_traits>
 
 /// Reads or writes one value at any address.
-template <class T> T load(const void* at)
+template <class T>
+T load(const void* at)
 {
     T value;
     std::memcpy(&value, at, sizeof value);
     return value;
 }
 
-template <class T> void store(void* at, T value) { std::memcpy(at, &value, sizeof value); }
+template <class T>
+void store(void* at, T value)
+{
+    std::memcpy(at, &value, sizeof value);
+}
 
 /// True for parameters that carry a 32-bit value of the application although the C type is wider
 /// here: pointers, and unsigned long (XID, VisualID, attribute and event masks).
@@ -25,10 +30,12 @@ template <class T>
 inline constexpr bool isAppHandle = std::is_pointer_v<T> || std::is_same_v<T, unsigned long>;
 
 /// Bytes of one value of type T on the wire.
-template <class T> inline constexpr int wireSize = isAppHandle<T> ? 4 : int{sizeof(T)};
+template <class T>
+inline constexpr int wireSize = isAppHandle<T> ? 4 : int{sizeof(T)};
 
 /// An application handle as the type in which the operation takes it; it stays a mere number.
-template <class T> T appHandle(std::uint32_t value)
+template <class T>
+T appHandle(std::uint32_t value)
 {
     if constexpr (std::is_pointer_v<T>)
         return reinterpret_cast<T>(static_cast<std::uintptr_t>(value));
@@ -37,7 +44,8 @@ template <class T> T appHandle(std::uint32_t value)
 }
 
 /// Reads one parameter of type T.
-template <class T> T fromWire(const void* at)
+template <class T>
+T fromWire(const void* at)
 {
     if constexpr (isAppHandle<T>)
         return appHandle<T>(load<std::uint32_t>(at));
@@ -46,7 +54,8 @@ template <class T> T fromWire(const void* at)
 }
 
 /// Writes one parameter of type T; the upper half of a handle is dropped.
-template <class T> void toWire(void* at, T value)
+template <class T>
+void toWire(void* at, T value)
 {
     if constexpr (std::is_pointer_v<T>)
         store(at, static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(value)));

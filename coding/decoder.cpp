@@ -102,7 +102,8 @@ void printRecentOperations()
 {
     if (!br)
         return;
-    std::fprintf(stderr, "MOSA: in operation %d of the buffer, at byte %td of %td; the latest:", knt,
+    std::fprintf(stderr,
+                 "MOSA: in operation %d of the buffer, at byte %td of %td; the latest:", knt,
                  br - bs, be - bs);
     constexpr int shown = std::ssize(lastOps);
     for (int i = std::max(0, knt - shown + 1); i <= knt; ++i) {

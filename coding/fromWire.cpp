@@ -14,36 +14,44 @@ namespace {
 template <Op op, class F, int scalars, class... Pointers>
 void call(const char* args, Pointers... pointers)
 {
-    [&]<int... i>(std::integer_sequence<int, i...>) {
+    [&]<int... i>(std::integer_sequence<int, i...>)
+    {
         reinterpret_cast<F*>(glOpTable[indexOf(op)])(parameter<F, i>(args)..., pointers...);
-    }(std::make_integer_sequence<int, scalars>{});
+    }
+    (std::make_integer_sequence<int, scalars>{});
 }
 
 // An array in the block, as the pointer that parameter i of the operation takes.
-template <class F, int i> auto arrayAt(char* at)
+template <class F, int i>
+auto arrayAt(char* at)
 {
     using Pointer = typename Signature<F>::template Parameter<i>;
     return reinterpret_cast<Pointer>(at);
 }
 
-template <Op op, class F, int bytes> char* decode(Scalars<bytes>, char* args)
+template <Op op, class F, int bytes>
+char* decode(Scalars<bytes>, char* args)
 {
     call<op, F, Signature<F>::count>(args);
     return args + bytes;
 }
 
-template <Op op, class F, int bytes> char* decode(FixedArrays<bytes>, char* args)
+template <Op op, class F, int bytes>
+char* decode(FixedArrays<bytes>, char* args)
 {
     using S = Signature<F>;
-    [&]<int... i>(std::integer_sequence<int, i...>) {
+    [&]<int... i>(std::integer_sequence<int, i...>)
+    {
         call<op, F, S::scalars>(
-            args, arrayAt<F, S::scalars + i>(args + S::scalarBytes +
-                                             i * fixedArrayBytes<F, bytes>())...);
-    }(std::make_integer_sequence<int, S::arrays>{});
+            args,
+            arrayAt<F, S::scalars + i>(args + S::scalarBytes + i * fixedArrayBytes<F, bytes>())...);
+    }
+    (std::make_integer_sequence<int, S::arrays>{});
     return args + bytes;
 }
 
-template <Op op, class F> char* decode(CountedArrays, char* args)
+template <Op op, class F>
+char* decode(CountedArrays, char* args)
 {
     const std::int64_t count = load<std::int32_t>(args);
     char* array = args + 4;
@@ -58,7 +66,8 @@ template <Op op, class F> char* decode(CountedArrays, char* args)
     }
 }
 
-template <Op op, class F, const ParamSizes& sizes> char* decode(ParameterArray<sizes>, char* args)
+template <Op op, class F, const ParamSizes& sizes>
+char* decode(ParameterArray<sizes>, char* args)
 {
     using S = Signature<F>;
     const GLenum pname = parameter<F, S::scalars - 1>(args);
@@ -108,7 +117,8 @@ char* decode(ClientArray<scratch, components, typeAt>, char* args)
     return data + bytes;
 }
 
-template <Op op, class F, int length> char* decode(LengthlessVector<length>, char* args)
+template <Op op, class F, int length>
+char* decode(LengthlessVector<length>, char* args)
 {
     std::fprintf(stderr, "Attention MOSA: %s: unknown param value\n", opNames[indexOf(op)]);
     if constexpr (length == unknowable)
@@ -119,14 +129,19 @@ template <Op op, class F, int length> char* decode(LengthlessVector<length>, cha
     }
 }
 
-template <Op op> char* decode(Refused, char* args)
+template <Op op>
+char* decode(Refused, char* args)
 {
     std::fprintf(stderr, "Attention MOSA: local op %s should not be found on wire\n",
                  opNames[indexOf(op)]);
     return args;
 }
 
-template <Op op> char* decode(Ignored, char* args) { return args; }
+template <Op op>
+char* decode(Ignored, char* args)
+{
+    return args;
+}
 
 } // namespace
 

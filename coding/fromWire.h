@@ -13,26 +13,40 @@
 /// Extents of the argument blocks by opcode.
 extern const Extent recordExtents[operationCount];
 
-/// The prototype of an operation.
-template <Op op> struct PrototypeOf;
+/// The prototype and the layout of an operation.
+template <Op op>
+struct PrototypeOf;
+template <Op op>
+struct LayoutOf;
 #define OPERATION(number, name, ...)                                                               \
-    template <> struct PrototypeOf<Op::name> {                                                     \
+    template <>                                                                                    \
+    struct PrototypeOf<Op::name> {                                                                 \
         using Type = decltype(::name);                                                             \
-    };
+    };                                                                                             \
+    UNPERFORMED(number, name, __VA_ARGS__)
 #define BY_HAND OPERATION
-#define UNPERFORMED(number, name, ...)
+#define UNPERFORMED(number, name, ...)                                                             \
+    template <>                                                                                    \
+    struct LayoutOf<Op::name> {                                                                    \
+        using Type = __VA_ARGS__;                                                                  \
+    };
 #include "coding/operations.def"
 
-template <Op op> using Prototype = typename PrototypeOf<op>::Type;
+template <Op op>
+using Prototype = typename PrototypeOf<op>::Type;
+template <Op op>
+using Layout = typename LayoutOf<op>::Type;
 
 /// The entry of an operation in a table, as a function that can be called.
-template <Op op> Prototype<op>* entryOf(const glOp (&table)[operationCount])
+template <Op op>
+Prototype<op>* entryOf(const glOp (&table)[operationCount])
 {
     return reinterpret_cast<Prototype<op>*>(table[indexOf(op)]);
 }
 
 /// Performs an operation as the stream asks for it.
-template <Op op, class... Arguments> auto perform(Arguments... arguments)
+template <Op op, class... Arguments>
+auto perform(Arguments... arguments)
 {
     return entryOf<op>(glOpTable)(arguments...);
 }

@@ -1,12 +1,16 @@
-// The GLX operations that create something: the application's handle goes into the first free record
-// of the table, and the overload commits the record (or leaves it for the next creation).
+// The GLX operations that create something: the application's handle goes into the first free
+// record of the table, and the overload commits the record (or leaves it for the next creation).
 #include "coding/attributeList.h"
 #include "coding/fromWire.h"
 #include "coding/serverWindows.h"
 
 namespace {
 
-template <class T> T word(const char* args, int offset) { return fromWire<T>(args + offset); }
+template <class T>
+T word(const char* args, int offset)
+{
+    return fromWire<T>(args + offset);
+}
 
 } // namespace
 

@@ -46,9 +46,9 @@ char* _glXMakeCurrent(char* args)
 char* _glXMakeContextCurrent(char* args)
 {
     // The words at 4 and 8 and those behind the context are carried but not used.
-    perform<Op::glXMakeContextCurrent>(
-        fromWire<Display*>(args), fromWire<GLXDrawable>(args + 12),
-        fromWire<GLXDrawable>(args + 16), fromWire<GLXContext>(args + 20));
+    perform<Op::glXMakeContextCurrent>(fromWire<Display*>(args), fromWire<GLXDrawable>(args + 12),
+                                       fromWire<GLXDrawable>(args + 16),
+                                       fromWire<GLXContext>(args + 20));
     return args + 48;
 }
 
@@ -59,8 +59,8 @@ char* _glXCreateWindow(char* args)
     const auto glxWinID = fromWire<GLXWindow>(args + 12);
     LocalDrawableInfo* filled = nullptr;
     if (!_findLocalDrawableInfo(glxWinID)) {
-        filled = &fillDrawable(glxWinID, fromWire<VisualID>(args + 16),
-                               load<std::int32_t>(args + 28));
+        filled =
+            &fillDrawable(glxWinID, fromWire<VisualID>(args + 16), load<std::int32_t>(args + 28));
         filled->arect.w = static_cast<float>(load<std::int32_t>(args + 20));
         filled->arect.h = static_cast<float>(load<std::int32_t>(args + 24));
     }

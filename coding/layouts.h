@@ -15,16 +15,22 @@
 // ---- The layouts -------------------------------------------------------------------------------
 
 /// Scalar parameters only, handles included.
-template <int bytes> struct Scalars {};
+template <int bytes>
+struct Scalars {
+};
 
 /// Scalars, then arrays of fixed length, which share the rest of the block evenly.
-template <int bytes> struct FixedArrays {};
+template <int bytes>
+struct FixedArrays {
+};
 
 /// A count n, then for each array parameter n elements.
 struct CountedArrays {};
 
 /// Scalars ending with a pname, then the parameters, as many as the pname takes.
-template <const ParamSizes& sizes> struct ParameterArray {};
+template <const ParamSizes& sizes>
+struct ParameterArray {
+};
 
 /// How many elements the data of a DataBlock holds.
 enum class Count {
@@ -44,7 +50,9 @@ enum class Null {
 
 /// Scalars, then one block of data. With a scratch buffer the data are kept there for as long as
 /// OpenGL or a later record may use them, otherwise OpenGL reads them in place.
-template <Count count, Null null, ScratchBuffer* scratch = nullptr> struct DataBlock {};
+template <Count count, Null null, ScratchBuffer* scratch = nullptr>
+struct DataBlock {
+};
 
 /// Values in one element of a client array.
 enum class Components { one, three, bySize, untyped };
@@ -52,18 +60,24 @@ enum class Components { one, three, bySize, untyped };
 /// The parameters of a client-array pointer with the number of elements in place of the stride,
 /// then the elements, tightly packed. `typeAt` is the index of the type parameter; by default it
 /// is the one before the stride. Arrays `bySize` have the size before the type.
-template <ScratchBuffer& scratch, Components components, int typeAt = -1> struct ClientArray {};
+template <ScratchBuffer& scratch, Components components, int typeAt = -1>
+struct ClientArray {
+};
 
 /// One parameter and a vector for which the stream carries no length. A positive `length` is the
 /// number of elements that the operation's name or definition gives.
-template <int length> struct LengthlessVector {};
+template <int length>
+struct LengthlessVector {
+};
 inline constexpr int byCount = 0;           // the first parameter counts the elements
 inline constexpr int byPointParameter = -1; // the first parameter is a point parameter's name
 inline constexpr int unknowable = -2;       // nothing tells; the rest of the buffer is lost
 
 /// A block of `head` bytes that a decoder of its own reads, and behind it as many bytes as `rest`
 /// computes from the head.
-template <int head, std::int64_t (*rest)(const char* args) = nullptr> struct HandWritten {};
+template <int head, std::int64_t (*rest)(const char* args) = nullptr>
+struct HandWritten {
+};
 
 /// Queries that the client answers itself: an empty block, and a message.
 struct Refused {};
@@ -73,13 +87,16 @@ struct Ignored {};
 
 // ---- Parameters of a prototype -----------------------------------------------------------------
 
-template <class F> struct Signature;
+template <class F>
+struct Signature;
 
 /// What the layouts need of a prototype R(P...): the parameters, how many of the last are arrays
 /// (pointers), and where each parameter would stand if all were scalars.
-template <class R, class... P> struct Signature<R(P...)> {
+template <class R, class... P>
+struct Signature<R(P...)> {
     static constexpr int count = sizeof...(P);
-    template <int i> using Parameter = std::tuple_element_t<i, std::tuple<P...>>;
+    template <int i>
+    using Parameter = std::tuple_element_t<i, std::tuple<P...>>;
 
     static constexpr std::array<int, count + 1> offsets = [] {
         std::array<int, count + 1> at{};
@@ -98,7 +115,8 @@ template <class R, class... P> struct Signature<R(P...)> {
 };
 
 /// Bytes of one element behind an array parameter; untyped memory counts bytes.
-template <class F, int parameter> constexpr int elementSize()
+template <class F, int parameter>
+constexpr int elementSize()
 {
     using Element = std::remove_pointer_t<typename Signature<F>::template Parameter<parameter>>;
     if constexpr (std::is_void_v<Element>)
@@ -108,7 +126,8 @@ template <class F, int parameter> constexpr int elementSize()
 }
 
 /// Reads scalar parameter i of a block.
-template <class F, int i> auto parameter(const char* args)
+template <class F, int i>
+auto parameter(const char* args)
 {
     using Type = typename Signature<F>::template Parameter<i>;
     return fromWire<Type>(args + Signature<F>::offsets[i]);
@@ -134,14 +153,16 @@ inline bool blockFits(const Extent& extent, const char* args, std::int64_t room)
     return rest >= 0 && rest <= room - extent.head;
 }
 
-template <class F, int bytes> constexpr Extent extentOf(Scalars<bytes>)
+template <class F, int bytes>
+constexpr Extent extentOf(Scalars<bytes>)
 {
     static_assert(Signature<F>::offsets[Signature<F>::count] == bytes);
     return {bytes, nullptr};
 }
 
 /// Bytes of one of the arrays of a FixedArrays block.
-template <class F, int bytes> constexpr int fixedArrayBytes()
+template <class F, int bytes>
+constexpr int fixedArrayBytes()
 {
     using S = Signature<F>;
     static_assert(S::arrays > 0 && bytes > S::scalarBytes);
@@ -151,24 +172,29 @@ template <class F, int bytes> constexpr int fixedArrayBytes()
     return each;
 }
 
-template <class F, int bytes> constexpr Extent extentOf(FixedArrays<bytes>)
+template <class F, int bytes>
+constexpr Extent extentOf(FixedArrays<bytes>)
 {
     static_assert(fixedArrayBytes<F, bytes>() > 0);
     return {bytes, nullptr};
 }
 
-template <class F> constexpr Extent extentOf(CountedArrays)
+template <class F>
+constexpr Extent extentOf(CountedArrays)
 {
     using S = Signature<F>;
     static_assert(S::scalarBytes == 4 && S::arrays > 0);
     return {4, [](const char* args) {
-                return []<int... i>(const char* at, std::integer_sequence<int, i...>) {
+                return []<int... i>(const char* at, std::integer_sequence<int, i...>)
+                {
                     return byteCount(load<std::int32_t>(at), (elementSize<F, 1 + i>() + ...));
-                }(args, std::make_integer_sequence<int, S::arrays>{});
+                }
+                (args, std::make_integer_sequence<int, S::arrays>{});
             }};
 }
 
-template <class F, const ParamSizes& sizes> constexpr Extent extentOf(ParameterArray<sizes>)
+template <class F, const ParamSizes& sizes>
+constexpr Extent extentOf(ParameterArray<sizes>)
 {
     using S = Signature<F>;
     static_assert(S::arrays == 1);
@@ -178,7 +204,8 @@ template <class F, const ParamSizes& sizes> constexpr Extent extentOf(ParameterA
 }
 
 /// Where the bookkeeping of a DataBlock stands behind its scalars.
-template <class F, Count count, Null null> struct DataBlockPlaces {
+template <class F, Count count, Null null>
+struct DataBlockPlaces {
     static constexpr int count_ = Signature<F>::scalarBytes;
     static constexpr int flag = count_ + (count == Count::behindScalars ? 4 : 0);
     static constexpr bool flagged = null == Null::byFlag || null == Null::lastArrived;
@@ -216,7 +243,8 @@ constexpr Extent extentOf(DataBlock<count, null, scratch>)
 }
 
 /// Places in a ClientArray's block: the parameters with the count in the stride's place.
-template <class F, Components components, int typeAt> struct ClientArrayPlaces {
+template <class F, Components components, int typeAt>
+struct ClientArrayPlaces {
     using S = Signature<F>;
     static constexpr int stride = S::count - 2;
     static constexpr int type = typeAt >= 0 ? typeAt : stride - 1;
@@ -242,13 +270,13 @@ std::int64_t arrayBytes(const char* args, Unit unit)
 template <class F, ScratchBuffer& scratch, Components components, int typeAt>
 constexpr Extent extentOf(ClientArray<scratch, components, typeAt>)
 {
-    return {ClientArrayPlaces<F, components, typeAt>::data, [](const char* args) {
-                return arrayBytes<F, components, typeAt>(args, elementBytes);
-            }};
+    return {ClientArrayPlaces<F, components, typeAt>::data,
+            [](const char* args) { return arrayBytes<F, components, typeAt>(args, elementBytes); }};
 }
 
 /// Bytes of a vector for which the stream carries no length.
-template <class F, int length> std::int64_t vectorBytes(const char* args)
+template <class F, int length>
+std::int64_t vectorBytes(const char* args)
 {
     constexpr int size = elementSize<F, 1>();
     if constexpr (length > 0)
@@ -259,7 +287,8 @@ template <class F, int length> std::int64_t vectorBytes(const char* args)
         return load<GLenum>(args) == GL_POINT_DISTANCE_ATTENUATION ? 3 * size : size;
 }
 
-template <class F, int length> constexpr Extent extentOf(LengthlessVector<length>)
+template <class F, int length>
+constexpr Extent extentOf(LengthlessVector<length>)
 {
     static_assert(Signature<F>::count == 2 && Signature<F>::scalarBytes == 4);
     if constexpr (length == unknowable)
@@ -274,13 +303,22 @@ constexpr Extent extentOf(HandWritten<head, rest>)
     return {head, rest};
 }
 
-template <class> constexpr Extent extentOf(Refused) { return {0, nullptr}; }
-template <class> constexpr Extent extentOf(Ignored) { return {0, nullptr}; }
+template <class>
+constexpr Extent extentOf(Refused)
+{
+    return {0, nullptr};
+}
+template <class>
+constexpr Extent extentOf(Ignored)
+{
+    return {0, nullptr};
+}
 
 // ---- Rests of the blocks that are read by hand -------------------------------------------------
 
 /// An attribute list: the 4-byte count at `countAt` ends the head.
-template <int countAt> std::int64_t attributeWords(const char* args)
+template <int countAt>
+std::int64_t attributeWords(const char* args)
 {
     return byteCount(load<std::int32_t>(args + countAt), 4);
 }

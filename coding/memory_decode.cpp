@@ -7,9 +7,9 @@
 
 char* _glXAllocateMemoryNV(char* args)
 {
-    void* local = perform<Op::glXAllocateMemoryNV>(load<GLsizei>(args), load<GLfloat>(args + 4),
-                                                   load<GLfloat>(args + 8),
-                                                   load<GLfloat>(args + 12));
+    void* local =
+        perform<Op::glXAllocateMemoryNV>(load<GLsizei>(args), load<GLfloat>(args + 4),
+                                         load<GLfloat>(args + 8), load<GLfloat>(args + 12));
     if (!_setLocalVertexArrayRangePointer(fromWire<GLvoid*>(args + 16), local)) {
         std::fputs("GLXALLOCATEMEMORYNV DECODE: memory has already been allocated at this "
                    "location.\n",

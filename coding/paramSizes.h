@@ -15,7 +15,8 @@ struct ParamSizes {
     int otherwise;
 };
 
-template <int n> constexpr ParamSizes paramSizes(const ParamSize (&sizes)[n], int otherwise = 0)
+template <int n>
+constexpr ParamSizes paramSizes(const ParamSize (&sizes)[n], int otherwise = 0)
 {
     return {sizes, sizes + n, otherwise};
 }
@@ -36,16 +37,11 @@ constexpr int paramBytes(const ParamSizes& sizes, GLenum pname)
 }
 
 inline constexpr ParamSize lightSizes[] = {
-    {GL_AMBIENT, 16},
-    {GL_DIFFUSE, 16},
-    {GL_SPECULAR, 16},
-    {GL_POSITION, 16},
-    {GL_SPOT_DIRECTION, 12},
-    {GL_SPOT_EXPONENT, 4},
-    {GL_SPOT_CUTOFF, 4},
-    {GL_CONSTANT_ATTENUATION, 4},
-    {GL_LINEAR_ATTENUATION, 4},
-    {GL_QUADRATIC_ATTENUATION, 4},
+    {GL_AMBIENT, 16},           {GL_DIFFUSE, 16},
+    {GL_SPECULAR, 16},          {GL_POSITION, 16},
+    {GL_SPOT_DIRECTION, 12},    {GL_SPOT_EXPONENT, 4},
+    {GL_SPOT_CUTOFF, 4},        {GL_CONSTANT_ATTENUATION, 4},
+    {GL_LINEAR_ATTENUATION, 4}, {GL_QUADRATIC_ATTENUATION, 4},
 };
 inline constexpr ParamSize lightModelSizes[] = {
     {GL_LIGHT_MODEL_LOCAL_VIEWER, 4},
@@ -53,8 +49,9 @@ inline constexpr ParamSize lightModelSizes[] = {
     {GL_LIGHT_MODEL_AMBIENT, 16},
 };
 inline constexpr ParamSize materialSizes[] = {
-    {GL_AMBIENT, 16},  {GL_DIFFUSE, 16},  {GL_SPECULAR, 16},      {GL_EMISSION, 16},
-    {GL_SHININESS, 4}, {GL_AMBIENT_AND_DIFFUSE, 16}, {GL_COLOR_INDEXES, 12},
+    {GL_AMBIENT, 16},       {GL_DIFFUSE, 16},  {GL_SPECULAR, 16},
+    {GL_EMISSION, 16},      {GL_SHININESS, 4}, {GL_AMBIENT_AND_DIFFUSE, 16},
+    {GL_COLOR_INDEXES, 12},
 };
 inline constexpr ParamSize texGenDoubleSizes[] = {
     {GL_TEXTURE_GEN_MODE, 8},
@@ -72,21 +69,11 @@ inline constexpr ParamSize texEnvSizes[] = {
     {GL_TEXTURE_ENV_COLOR, 16},
 };
 inline constexpr ParamSize texParameterSizes[] = {
-    {GL_TEXTURE_BORDER_COLOR, 16},
-    {GL_TEXTURE_MAG_FILTER, 4},
-    {GL_TEXTURE_MIN_FILTER, 4},
-    {GL_TEXTURE_WRAP_S, 4},
-    {GL_TEXTURE_WRAP_T, 4},
-    {GL_TEXTURE_PRIORITY, 4},
-    {GL_TEXTURE_WRAP_R, 4},
-    {GL_TEXTURE_MIN_LOD, 4},
-    {GL_TEXTURE_MAX_LOD, 4},
-    {GL_TEXTURE_BASE_LEVEL, 4},
-    {GL_TEXTURE_MAX_LEVEL, 4},
-    {GL_GENERATE_MIPMAP, 4},
-    {GL_TEXTURE_CUBE_MAP, 4},
-    {GL_DEPTH_TEXTURE_MODE, 4},
-    {GL_TEXTURE_COMPARE_MODE, 4},
+    {GL_TEXTURE_BORDER_COLOR, 16}, {GL_TEXTURE_MAG_FILTER, 4}, {GL_TEXTURE_MIN_FILTER, 4},
+    {GL_TEXTURE_WRAP_S, 4},        {GL_TEXTURE_WRAP_T, 4},     {GL_TEXTURE_PRIORITY, 4},
+    {GL_TEXTURE_WRAP_R, 4},        {GL_TEXTURE_MIN_LOD, 4},    {GL_TEXTURE_MAX_LOD, 4},
+    {GL_TEXTURE_BASE_LEVEL, 4},    {GL_TEXTURE_MAX_LEVEL, 4},  {GL_GENERATE_MIPMAP, 4},
+    {GL_TEXTURE_CUBE_MAP, 4},      {GL_DEPTH_TEXTURE_MODE, 4}, {GL_TEXTURE_COMPARE_MODE, 4},
     {GL_TEXTURE_COMPARE_FUNC, 4},
 };
 inline constexpr ParamSize fogSizes[] = {

@@ -9,7 +9,8 @@
 
 // Operations that the stream cannot ask for but the overloads call.
 #define SYSTEM_FUNCTION(name)                                                                      \
-    template <> struct PrototypeOf<Op::name> {                                                     \
+    template <>                                                                                    \
+    struct PrototypeOf<Op::name> {                                                                 \
         using Type = decltype(::name);                                                             \
     };
 SYSTEM_FUNCTION(glGetDoublev)
@@ -27,7 +28,8 @@ extern glOp pTbl[operationCount]; // the system library's entries
 void Overload(glOp* tbl);
 
 /// Calls the system library's function.
-template <Op op, class... Arguments> auto callSystem(Arguments... arguments)
+template <Op op, class... Arguments>
+auto callSystem(Arguments... arguments)
 {
     return entryOf<op>(pTbl)(arguments...);
 }

@@ -33,13 +33,13 @@ struct _vp {
 };
 
 struct LocalContextInfo {
-    int firsttime;         // 1 until the first make-current has set the context up
-    GLenum matrixMode;     // what the application selected last, 0 before
-    GLXContext appCtx;     // key
-    GLXContext localCtx;   // records that share have the same
-    XVisualInfo* ctxVI;    // not in use
-    _vp* attrStack;        // top element
-    double tileRP[4];      // raster position: application window pixels, depth, 1
+    int firsttime;             // 1 until the first make-current has set the context up
+    GLenum matrixMode;         // what the application selected last, 0 before
+    GLXContext appCtx;         // key
+    GLXContext localCtx;       // records that share have the same
+    XVisualInfo* ctxVI;        // not in use
+    _vp* attrStack;            // top element
+    double tileRP[4];          // raster position: application window pixels, depth, 1
     double appProjection[16];  // column-major, as last read back
     double tileProjection[16]; // not in use: the tile level stands on the matrix stack
 };
@@ -59,12 +59,12 @@ struct LocalDrawableInfo {
     Drawable appDrawID;       // key
     VisualID appVI;
     int dirtyCtx;
-    Drawable app_parentID;   // the application's parent window
-    int isMapped;            // not in use: local windows are mapped when they are made
+    Drawable app_parentID;     // the application's parent window
+    int isMapped;              // not in use: local windows are mapped when they are made
     LocalDrawableInfo* parent; // not in use
-    LocalDrawableInfo* root; // outermost recorded ancestor, null for a top-level window
-    Drawable localDrawable;  // 0 until the window is made
-    LocalContextInfo* lctx;  // last made current on this drawable
+    LocalDrawableInfo* root;   // outermost recorded ancestor, null for a top-level window
+    Drawable localDrawable;    // 0 until the window is made
+    LocalContextInfo* lctx;    // last made current on this drawable
     LocalVisualInfo* lvi;
 };
 

@@ -93,7 +93,8 @@ void* _LoadOpFile(const char* s)
         return nullptr;
     for (int op = 0; op < operationCount; ++op) {
         void* entry = dlsym(handle, opNames[op]);
-        glOpTable[op] = reinterpret_cast<glOp>(entry ? entry : reinterpret_cast<void*>(undefinedOp));
+        glOpTable[op] =
+            reinterpret_cast<glOp>(entry ? entry : reinterpret_cast<void*>(undefinedOp));
     }
     return handle;
 }

@@ -8,10 +8,6 @@
 
 namespace {
 
-constexpr int standardBytes = 2'000'000;
-constexpr int largestStandard = standardBytes - 1; // a larger request gets a buffer of its own
-constexpr int mostStandard = 64;
-
 pthread_mutex_t free_lock = PTHREAD_MUTEX_INITIALIZER; // guards freelist and nalloc
 pthread_cond_t free_wait = PTHREAD_COND_INITIALIZER;
 _buf* freelist;

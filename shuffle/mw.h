@@ -45,12 +45,18 @@ constexpr Slice sliceOf(int task, int nNodes, int size)
 
 // ---- Buffers (buf.cpp) -------------------------------------------------------------------------
 
+/// A standard buffer holds 2,000,000 bytes, and at most 64 of them are ever made. A request of more
+/// than largestStandard bytes gets a buffer of its own, which is released after use.
+inline constexpr int standardBytes = 2'000'000;
+inline constexpr int largestStandard = standardBytes - 1;
+inline constexpr int mostStandard = 64;
+
 enum mosa_type { standard = 0, big = 1 };
 
 /// One command buffer.
 struct _buf {
-    _buf* next;             // in the free list or the decode queue
-    mosa_type type;         // of the pool, or made for one large request
+    _buf* next;     // in the free list or the decode queue
+    mosa_type type; // of the pool, or made for one large request
     unsigned char* data;
     std::int32_t size;      // bytes in use
     std::int32_t allocsize; // bytes allocated

@@ -44,7 +44,8 @@ int numberFromEnvironment(const char* name)
     return value ? std::atoi(value) : 0;
 }
 
-template <class T> T* allocate(int count, const char* name)
+template <class T>
+T* allocate(int count, const char* name)
 {
     auto* array = static_cast<T*>(std::calloc(static_cast<std::size_t>(count), sizeof(T)));
     require(array, name);
@@ -100,8 +101,8 @@ void startThread(pthread_t* id, void* (*body)(void*), const char* name)
     std::exit(0);
 }
 
-/// This task's place in the tree of headers, a binary heap of ranks rooted at the client. A kid of 0
-/// is none.
+/// This task's place in the tree of headers, a binary heap of ranks rooted at the client. A kid of
+/// 0 is none.
 struct HeaderTree {
     int parent;
     int kids[2];

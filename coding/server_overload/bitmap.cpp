@@ -50,10 +50,10 @@ void resample(const Bitmap& in, const GLubyte* source, const Bitmap& out, float 
     }
 }
 
-// Draws the bitmap at `trect`, in local window pixels, enlarged to its size. Leaves the local pixels
-// selected.
-ReplacedState drawScaled(const Bitmap& in, const GLubyte* bitmap, const MWRect& wrect, const MWRect& trect,
-                float xorig, float yorig)
+// Draws the bitmap at `trect`, in local window pixels, enlarged to its size. Leaves the local
+// pixels selected.
+ReplacedState drawScaled(const Bitmap& in, const GLubyte* bitmap, const MWRect& wrect,
+                         const MWRect& trect, float xorig, float yorig)
 {
     const LocalDrawableInfo& ldi = *currDrawableInfo;
     const MWRect& lrect = ldi.lrect;

@@ -9,8 +9,7 @@
 
 namespace {
 
-void useDisplay(Display* appDisplay,
-                std::source_location where = std::source_location::current())
+void useDisplay(Display* appDisplay, std::source_location where = std::source_location::current())
 {
     currLocalDisplay = GetLocalDisplay(appDisplay);
     require(currLocalDisplay, "currLocalDisplay", where);
@@ -18,7 +17,8 @@ void useDisplay(Display* appDisplay,
 
 // Commits the record at nContexts with the context that `create` makes, or with the one it is to
 // share: contexts that share are one local context.
-template <class Create> GLXContext commitContext(GLXContext shareList, Create create)
+template <class Create>
+GLXContext commitContext(GLXContext shareList, Create create)
 {
     LocalContextInfo& record = LocalContextTable[nContexts];
     if (shareList) {
@@ -67,8 +67,7 @@ void _glXDestroyContext(Display* appDisplay, GLXContext ctx)
     useDisplay(appDisplay);
     for (int i = 0; i < nContexts; ++i)
         if (LocalContextTable[i].appCtx == ctx)
-            callSystem<Op::glXDestroyContext>(currLocalDisplay->dpy,
-                                              LocalContextTable[i].localCtx);
+            callSystem<Op::glXDestroyContext>(currLocalDisplay->dpy, LocalContextTable[i].localCtx);
 }
 
 void _glXCopyContext(Display* appDisplay, GLXContext src, GLXContext dst, unsigned long mask)

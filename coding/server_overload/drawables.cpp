@@ -78,10 +78,11 @@ void _createLocalDrawable(Display* appDisplay, LocalDrawableInfo* ldi)
     else if (ldi->parent)
         parent = ldi->parent->localDrawable;
 
-    ldi->localDrawable = XCreateWindow(
-        dpy, parent, truncate(ldi->lrect.x), windowTop(ldi->lrect),
-        static_cast<unsigned>(truncate(ldi->lrect.w)), static_cast<unsigned>(truncate(ldi->lrect.h)),
-        0, CopyFromParent, InputOutput, visual, CWColormap | CWOverrideRedirect, &attributes);
+    ldi->localDrawable =
+        XCreateWindow(dpy, parent, truncate(ldi->lrect.x), windowTop(ldi->lrect),
+                      static_cast<unsigned>(truncate(ldi->lrect.w)),
+                      static_cast<unsigned>(truncate(ldi->lrect.h)), 0, CopyFromParent, InputOutput,
+                      visual, CWColormap | CWOverrideRedirect, &attributes);
     require(ldi->localDrawable, "ldi->localDrawable");
     currDrawableInfo = ldi;
     XMapWindow(dpy, ldi->localDrawable);

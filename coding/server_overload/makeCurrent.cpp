@@ -36,10 +36,9 @@ void joinSwapGroup(Window window)
     const int groups = static_cast<int>(swap_groups);
     const int barriers = static_cast<int>(swap_barriers);
     if (groups <= 0 || barriers <= 0) {
-        std::fprintf(
-            stderr,
-            "MOSA: Insufficient number of swap groups (%d) and/or swap barriers (%d)\n", groups,
-            barriers);
+        std::fprintf(stderr,
+                     "MOSA: Insufficient number of swap groups (%d) and/or swap barriers (%d)\n",
+                     groups, barriers);
         return;
     }
     perform<Op::glXJoinSwapGroupNV>(dpy, window, group);
@@ -80,7 +79,8 @@ void setUpNewContext()
 
 // A make-current without a drawable releases the context, whatever context it names: the
 // application's handle means nothing to the system library.
-template <class Release> int releaseCurrent(GLXContext ctx, Release release)
+template <class Release>
+int releaseCurrent(GLXContext ctx, Release release)
 {
     const int result = release();
     if (ctx)
@@ -147,9 +147,8 @@ int _glXMakeContextCurrent(Display* appDisplay, GLXDrawable draw, GLXDrawable re
         currDrawableInfo = ldi; // drawing goes to the draw drawable
     }
     XFlush(dpy);
-    const int result = callSystem<Op::glXMakeContextCurrent>(dpy, ldi->localDrawable,
-                                                             rldi->localDrawable,
-                                                             ldi->lctx->localCtx);
+    const int result = callSystem<Op::glXMakeContextCurrent>(
+        dpy, ldi->localDrawable, rldi->localDrawable, ldi->lctx->localCtx);
     setUpNewContext();
     return result;
 }

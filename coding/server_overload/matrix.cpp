@@ -7,7 +7,8 @@
 
 namespace {
 
-template <Op op, class... Arguments> void onApplicationMatrix(Arguments... arguments)
+template <Op op, class... Arguments>
+void onApplicationMatrix(Arguments... arguments)
 {
     const LocalContextInfo& lctx = currentContext();
     const bool projection = lctx.matrixMode == GL_PROJECTION;
@@ -61,10 +62,7 @@ void _glRotatef(GLfloat a, GLfloat x, GLfloat y, GLfloat z)
     onApplicationMatrix<Op::glRotatef>(a, x, y, z);
 }
 
-void _glScaled(GLdouble x, GLdouble y, GLdouble z)
-{
-    onApplicationMatrix<Op::glScaled>(x, y, z);
-}
+void _glScaled(GLdouble x, GLdouble y, GLdouble z) { onApplicationMatrix<Op::glScaled>(x, y, z); }
 
 void _glScalef(GLfloat x, GLfloat y, GLfloat z) { onApplicationMatrix<Op::glScalef>(x, y, z); }
 

@@ -6,11 +6,12 @@
 namespace {
 
 // What differs between the two kinds of names.
-template <class Record, int slots> struct NameTable {
+template <class Record, int slots>
+struct NameTable {
     Record (&records)[slots];
     int& count;
-    GLuint Record::* app;
-    GLuint Record::* local;
+    GLuint Record::*app;
+    GLuint Record::*local;
     const char* limit; // the invariant's text
 };
 

@@ -12,13 +12,15 @@ glOp pTbl[operationCount];
 namespace {
 
 // The entry must have the operation's own prototype.
-template <Op op> void install(glOp* tbl, Prototype<op>* overload)
+template <Op op>
+void install(glOp* tbl, Prototype<op>* overload)
 {
     tbl[indexOf(op)] = reinterpret_cast<glOp>(overload);
 }
 
 // The raster positions are the 24 operations from glRasterPos2d to glRasterPos4sv.
-template <int... i> void installRasterPositions(glOp* tbl, std::integer_sequence<int, i...>)
+template <int... i>
+void installRasterPositions(glOp* tbl, std::integer_sequence<int, i...>)
 {
     constexpr int first = indexOf(Op::glRasterPos2d);
     (install<Op{first + i}>(tbl, rasterPosOverload<Op{first + i}>), ...);
@@ -53,8 +55,7 @@ void Overload(glOp* tbl)
     install<Op::glTranslated>(tbl, _glTranslated);
     install<Op::glTranslatef>(tbl, _glTranslatef);
 
-    constexpr int rasterPositions =
-        indexOf(Op::glRasterPos4sv) - indexOf(Op::glRasterPos2d) + 1;
+    constexpr int rasterPositions = indexOf(Op::glRasterPos4sv) - indexOf(Op::glRasterPos2d) + 1;
     installRasterPositions(tbl, std::make_integer_sequence<int, rasterPositions>{});
     install<Op::glBitmap>(tbl, _glBitmap);
     install<Op::glDrawPixels>(tbl, _glDrawPixels);

@@ -46,10 +46,9 @@ void _glDrawPixels(GLsizei width, GLsizei height, GLenum format, GLenum type, co
     const GLfloat czy = systemFloat(GL_ZOOM_Y);
 
     // The image on the wall.
-    const MWRect wrect{static_cast<float>(lctx.tileRP[0]) * ldi.psx,
-                       static_cast<float>(lctx.tileRP[1]) * ldi.psy,
-                       ldi.psx * czx * static_cast<float>(width),
-                       ldi.psy * czy * static_cast<float>(height)};
+    const MWRect wrect{
+        static_cast<float>(lctx.tileRP[0]) * ldi.psx, static_cast<float>(lctx.tileRP[1]) * ldi.psy,
+        ldi.psx * czx * static_cast<float>(width), ldi.psy * czy * static_cast<float>(height)};
     const float sx = wrect.w / static_cast<float>(width);
     const float sy = wrect.h / static_cast<float>(height);
     if (misses(reach(wrect.x, wrect.w), rect.x, rect.w) ||

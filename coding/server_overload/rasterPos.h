@@ -10,12 +10,25 @@ void setRasterPosition(double x, double y, double z, double w);
 constexpr int rasterPosLength(Op op) { return 2 + (indexOf(op) - indexOf(Op::glRasterPos2dv)) / 4; }
 
 // Scalar forms: coordinates that are not given are z = 0 and w = 1.
-template <class T> void rasterPosScalars(T x, T y) { setRasterPosition(x, y, 0, 1); }
-template <class T> void rasterPosScalars(T x, T y, T z) { setRasterPosition(x, y, z, 1); }
-template <class T> void rasterPosScalars(T x, T y, T z, T w) { setRasterPosition(x, y, z, w); }
+template <class T>
+void rasterPosScalars(T x, T y)
+{
+    setRasterPosition(x, y, 0, 1);
+}
+template <class T>
+void rasterPosScalars(T x, T y, T z)
+{
+    setRasterPosition(x, y, z, 1);
+}
+template <class T>
+void rasterPosScalars(T x, T y, T z, T w)
+{
+    setRasterPosition(x, y, z, w);
+}
 
 // Vector forms: the values lie in the stream at any address.
-template <int n, class T> void rasterPosVector(const T* v)
+template <int n, class T>
+void rasterPosVector(const T* v)
 {
     double position[4] = {0, 0, 0, 1};
     for (int i = 0; i < n; ++i)

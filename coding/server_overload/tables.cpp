@@ -23,7 +23,7 @@ namespace {
 
 // The first live record whose key has the given value, or null.
 template <class Record, class Key>
-Record* findFirst(Record* table, int count, Key Record::* key, Key value)
+Record* findFirst(Record* table, int count, Key Record::*key, Key value)
 {
     for (Record& record : std::span(table, static_cast<std::size_t>(count)))
         if (record.*key == value)
@@ -40,8 +40,8 @@ LocalContextInfo* _getLocalContext(GLXContext context)
 
 GLXFBConfig _getLocalFBConfig(GLXFBConfig fbconfig)
 {
-    const LocalFBConfigsInfo* record = findFirst(LocalFBConfigTable, nFBConfigs,
-                                                 &LocalFBConfigsInfo::appFBConfigID, fbconfig);
+    const LocalFBConfigsInfo* record =
+        findFirst(LocalFBConfigTable, nFBConfigs, &LocalFBConfigsInfo::appFBConfigID, fbconfig);
     return record && record->localFBConfig ? record->localFBConfig[0] : nullptr;
 }
 
@@ -62,7 +62,9 @@ LocalDrawableInfo* _getLocalRoot(LocalDrawableInfo* ldr)
     require(currLocalDisplay, "currLocalDisplay");
     // Parents may form a loop, also one that does not lead back to ldr: each record counts once.
     bool seen[tableSlots] = {};
-    const auto indexIn = [](const LocalDrawableInfo* record) { return record - LocalDrawableTable; };
+    const auto indexIn = [](const LocalDrawableInfo* record) {
+        return record - LocalDrawableTable;
+    };
     if (indexIn(ldr) >= 0 && indexIn(ldr) < tableSlots)
         seen[indexIn(ldr)] = true;
     LocalDrawableInfo* root = nullptr;

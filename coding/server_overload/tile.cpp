@@ -2,8 +2,9 @@
 //
 // Four coordinate spaces, all in pixels with y upward: the application's window; the wall (times
 // the pixel scale psx, psy); the display (less the origin of its rectangle of the wall); the local
-// window (less the origin of lrect). A tile shows the piece [l, r] x [b, t] of the viewport's device
-// coordinates; a level on top of the projection stack maps that piece onto the whole tile viewport.
+// window (less the origin of lrect). A tile shows the piece [l, r] x [b, t] of the viewport's
+// device coordinates; a level on top of the projection stack maps that piece onto the whole tile
+// viewport.
 #include "coding/invariant.h"
 #include "coding/server_overload/currentContext.h"
 

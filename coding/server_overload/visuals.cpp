@@ -87,8 +87,19 @@ LocalVisualInfo* _getLVI(Display* appDisplay, VisualID appVisID)
         if (LocalVisualTable[i].appVI == appVisID)
             return &LocalVisualTable[i];
 
-    int attr[256] = {GLX_RGBA,      GLX_DOUBLEBUFFER, GLX_RED_SIZE,   8, GLX_GREEN_SIZE, 8,
-                     GLX_BLUE_SIZE, 8,                GLX_ALPHA_SIZE, 8, GLX_DEPTH_SIZE, 24, None};
+    int attr[256] = {GLX_RGBA,
+                     GLX_DOUBLEBUFFER,
+                     GLX_RED_SIZE,
+                     8,
+                     GLX_GREEN_SIZE,
+                     8,
+                     GLX_BLUE_SIZE,
+                     8,
+                     GLX_ALPHA_SIZE,
+                     8,
+                     GLX_DEPTH_SIZE,
+                     24,
+                     None};
     LocalVisualInfo& chosen = LocalVisualTable[nVisualInfos];
     require(_glXChooseVisual(appDisplay, 0, attr), "_glXChooseVisual(appDisplay, 0, attr)");
     chosen.appVI = appVisID;

@@ -1,0 +1,129 @@
+#include "client/connection.h"
+#include "coding/wire.h"
+
+#include <sched.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+void receiveAcknowledgements(Connection& connection)
+{
+    int flag = 0;
+    MPI_Test(&connection.acknowledgement, &flag, MPI_STATUS_IGNORE);
+    if (!flag)
+        return;
+    --connection.outstanding;
+    ++connection.acknowledged;
+    connection.acknowledgement = MPI_REQUEST_NULL;
+}
+
+// Keeps one receive posted while acknowledgements are due, and takes in what has arrived.
+void pollAcknowledgements(Connection& connection)
+{
+    if (connection.outstanding > 0 && connection.acknowledgement == MPI_REQUEST_NULL)
+        MPI_Irecv(&connection.acknowledgementValue, sizeof connection.acknowledgementValue,
+                  MPI_BYTE, 1, acknowledgementTag, MPI_COMM_WORLD, &connection.acknowledgement);
+    if (connection.acknowledgement != MPI_REQUEST_NULL)
+        receiveAcknowledgements(connection);
+}
+
+void waitForAcknowledgements(Connection& connection, int most)
+{
+    while (connection.outstanding > most) {
+        pollAcknowledgements(connection);
+        sched_yield();
+    }
+}
+
+void completeSends(Connection& connection)
+{
+    for (int flag = 0; !flag;) {
+        pollAcknowledgements(connection);
+        MPI_Testall(static_cast<int>(connection.sends.size()), connection.sends.data(), &flag,
+                    MPI_STATUSES_IGNORE);
+        if (!flag)
+            sched_yield(); // with fewer cores than tasks a server needs this one
+    }
+    connection.sends.clear();
+}
+
+void startSend(Connection& connection, const void* bytes, int count, int task, int tag)
+{
+    connection.sends.push_back(MPI_REQUEST_NULL);
+    MPI_Isend(bytes, count, MPI_BYTE, task, tag, MPI_COMM_WORLD, &connection.sends.back());
+}
+
+// The header starts down its tree at tasks 1 and 2.
+void startHeader(Connection& connection, const _hdr& hdr)
+{
+    for (int task = 1; task <= 2 && task < connection.nNodes; ++task)
+        startSend(connection, &hdr, sizeof hdr, task, headerTag);
+}
+
+} // namespace
+
+void connectServers(Connection& connection, const _handshake& handshake)
+{
+    int rank = 0;
+    MPI_Comm_rank(MPI_COMM_WORLD, &rank);
+    MPI_Comm_size(MPI_COMM_WORLD, &connection.nNodes);
+    if (connection.nNodes < 2 || rank != 0) {
+        std::fprintf(stderr, "Error MOSA: the client runs as the first task beside servers: "
+                             "mpiexec -n 1 CLIENT : -n SERVERS server\n");
+        if (connection.nNodes >= 2)
+            MPI_Abort(MPI_COMM_WORLD, 1);
+        std::exit(1);
+    }
+
+    // The servers' range begins at the smallest rank that a task contributes: leave out this one.
+    int contributed = connection.nNodes;
+    int first = 0;
+    MPI_Allreduce(&contributed, &first, 1, MPI_INT, MPI_MIN, MPI_COMM_WORLD);
+    int range[1][3] = {{first, connection.nNodes - 1, 1}};
+    MPI_Group world;
+    MPI_Group servers;
+    MPI_Comm none;
+    MPI_Comm_group(MPI_COMM_WORLD, &world);
+    MPI_Group_range_incl(world, 1, range, &servers);
+    MPI_Comm_create(MPI_COMM_WORLD, servers, &none);
+
+    _handshake sent = handshake;
+    MPI_Bcast(&sent, sizeof sent, MPI_BYTE, 0, MPI_COMM_WORLD);
+}
+
+void sendBuffer(Connection& connection, const unsigned char* bytes, _hdr hdr, int ahead)
+{
+    if (hdr.size > 0 && hdr.sync) {
+        waitForAcknowledgements(connection, ahead - 1);
+        ++connection.outstanding;
+    }
+    startHeader(connection, hdr);
+    for (int task = 1; hdr.size > 0 && task < connection.nNodes; ++task) {
+        const Slice slice = sliceOf(task, connection.nNodes, hdr.size);
+        startSend(connection, bytes + slice.offset, slice.count, task, clientSliceTag);
+    }
+    completeSends(connection);
+}
+
+void finishServers(Connection& connection)
+{
+    // Acknowledgements come from the first server only. But a buffer can reach it only through all
+    // the others, and none of those can take more standard buffers than its pool has without having
+    // decoded what came before: so one more than that, the last acknowledged, and all are done.
+    const auto nothing = static_cast<std::uint16_t>(Op::glGetString); // ignored by the servers
+    unsigned char record[sizeof nothing];
+    std::memcpy(record, &nothing, sizeof nothing);
+    for (int i = 0; i <= mostStandard; ++i)
+        sendBuffer(connection, record, {sizeof record, i == mostStandard}, mostStandard);
+    waitForAcknowledgements(connection, 0);
+}
+
+void disconnectServers(Connection& connection)
+{
+    constexpr _hdr end{-1, 0};
+    startHeader(connection, end);
+    completeSends(connection);
+}

@@ -1,0 +1,32 @@
+// Task 0's side of the job: the handshake, command buffers out, acknowledgements in.
+#pragma once
+
+#include "shuffle/mw.h"
+
+#include <vector>
+
+#include <mpi.h>
+
+/// The connection to all servers of the job. One per process; every call on the main thread.
+struct Connection {
+    int nNodes = 0;
+    int outstanding = 0;   // synchronised buffers without an acknowledgement yet
+    long acknowledged = 0; // in all
+    MPI_Request acknowledgement = MPI_REQUEST_NULL;
+    std::int32_t acknowledgementValue = 0;
+    std::vector<MPI_Request> sends; // of the buffer on its way
+};
+
+/// Joins the job: the collective calls of the servers' communicator and the handshake. Ends the
+/// process with a message when this is not task 0 of a job with at least one server.
+void connectServers(Connection& connection, const _handshake& handshake);
+
+/// Sends one buffer. A synchronised one first waits until fewer than `ahead` are outstanding.
+/// Returns when the bytes may be reused.
+void sendBuffer(Connection& connection, const unsigned char* bytes, _hdr hdr, int ahead);
+
+/// Waits until every server has decoded all that was sent, and every acknowledgement is in.
+void finishServers(Connection& connection);
+
+/// Ends the stream. Servers drop what they have not decoded: call finishServers before.
+void disconnectServers(Connection& connection);

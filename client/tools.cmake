@@ -1,0 +1,1 @@
+# The programs for people who run a wall.
