@@ -8,7 +8,7 @@
 // fatal end. Decode thread only.
 unsigned char* bs;        // first byte of the buffer
 unsigned char* be;        // one past its last byte
-int knt;                  // index of the current operation in the buffer, -1 before the first
+int knt;
 int lastOps[100];         // opcode of operation knt at knt modulo 100; never cleared
 int xx;                   // trace switch
 static unsigned char* br; // first byte of the current record, null between buffers
@@ -69,22 +69,6 @@ int decoder(unsigned char* bufStart, int length)
     ++bucketID;
     br = nullptr;
     return 1;
-}
-
-int elementBytes(GLenum type)
-{
-    switch (type) {
-    case GL_BYTE:
-    case GL_UNSIGNED_BYTE:
-        return 1;
-    case GL_SHORT:
-    case GL_UNSIGNED_SHORT:
-        return 2;
-    case GL_DOUBLE:
-        return 8;
-    default:
-        return 4;
-    }
 }
 
 int typeSize(GLenum type)

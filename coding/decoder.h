@@ -12,10 +12,28 @@ int decoder(unsigned char* bufStart, int length);
 int typeSize(GLenum type);
 
 /// The same without the message.
-int elementBytes(GLenum type);
+constexpr int elementBytes(GLenum type)
+{
+    switch (type) {
+    case GL_BYTE:
+    case GL_UNSIGNED_BYTE:
+        return 1;
+    case GL_SHORT:
+    case GL_UNSIGNED_SHORT:
+        return 2;
+    case GL_DOUBLE:
+        return 8;
+    default:
+        return 4;
+    }
+}
 
 /// Prints the latest operations by name, oldest first, and where in the buffer the walk stands.
 /// Prints nothing when no buffer is being decoded.
 void printRecentOperations();
 
 extern int xx; // trace switch: while it is not 0 each operation's name is printed
+
+/// Index of the current operation in its buffer, and between buffers of the last one of the latest;
+/// -1 before the first. Decode thread only.
+extern int knt;
