@@ -1,0 +1,146 @@
+// What the wall shows: real jobs on virtual displays, the tiles put together against one display.
+#include <gtest/gtest.h> // before X and its macros
+
+#include "client/image.h"
+#include "client/mpiJob.h"
+#include "client/streamFile.h"
+#include "client/virtualDisplays.h"
+#include "tests/scenes.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+struct Grid {
+    int columns, rows;
+};
+constexpr Grid oneDisplay{1, 1};
+constexpr Grid manyTiles[] = {{2, 2}, {3, 2}};
+
+// The displays of this process, large enough for every wall below: tiles show their rectangle in
+// the upper left corner. The first one serves the walls of one display.
+const std::vector<VirtualDisplay>& displays(std::size_t n)
+{
+    static std::vector<VirtualDisplay> started;
+    while (started.size() < n)
+        started.push_back(startDisplay(started.empty() ? 1024 : 512, started.empty() ? 768 : 400));
+    return started;
+}
+
+// A wall file: tiles from the lower left, row by row upward. Edges need not divide evenly.
+std::string wallFile(Grid grid, int width, int height)
+{
+    std::ostringstream text;
+    std::size_t display = 0;
+    for (int row = 0; row < grid.rows; ++row)
+        for (int column = 0; column < grid.columns; ++column, ++display) {
+            const int x = width * column / grid.columns;
+            const int y = height * row / grid.rows;
+            text << displays(display + 1)[display].name << ' ' << width << ' ' << height << ' ' << x
+                 << ' ' << y << ' ' << width * (column + 1) / grid.columns - x << ' '
+                 << height * (row + 1) / grid.rows - y << '\n';
+        }
+    return temporaryFile(text.str());
+}
+
+// Plays a stream file on a wall and returns what the wall shows.
+Image play(const std::string& stream, Grid grid, int width, int height)
+{
+    const std::string wall = wallFile(grid, width, height);
+    const std::string picture = temporaryFile("");
+    const Job job{.client = {PROGRAMS "/play", "--then",
+                             PROGRAMS "/mosa-wall snapshot " + wall + " -o " + picture, stream},
+                  .server = {PROGRAMS "/server"},
+                  .servers = grid.columns * grid.rows,
+                  .environment = virtualWallEnvironment(wall),
+                  .options = {}};
+    const Ending ending = runJob(job, std::chrono::minutes(2));
+    EXPECT_EQ(ending.status, 0) << ending.out << ending.err;
+    EXPECT_EQ(ending.err.find("Attention"), std::string::npos) << ending.err;
+    return readPng(picture);
+}
+
+// Interpolated colours may differ in their last bits from tile to tile.
+void expectSame(const Image& wall, const Image& expected, double share, const std::string& what)
+{
+    constexpr int levels = 4;
+    const Difference difference = compareImages(wall, expected, levels);
+    const double pixels = 1.0 * wall.width * wall.height;
+    EXPECT_LE(static_cast<double>(difference.pixels), share * pixels)
+        << what << ": " << difference.pixels << " of " << pixels << " pixels, by up to "
+        << difference.greatest << " of 255";
+    if (testing::Test::HasFailure())
+        writePng("failed-" + what + ".png", wall);
+    std::printf("%s: %ld of %.0f pixels differ by more than %d levels\n", what.c_str(),
+                difference.pixels, pixels, levels);
+}
+
+constexpr double tileBound = 0.0025;
+
+bool isBlank(const Image& image)
+{
+    return std::ranges::adjacent_find(image.rgb, std::not_equal_to{}) == image.rgb.end();
+}
+
+std::string nameOf(Grid grid)
+{
+    return std::to_string(grid.columns) + "x" + std::to_string(grid.rows);
+}
+
+class Recordings : public testing::TestWithParam<std::string> {};
+
+std::vector<std::string> recordings()
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(EXAMPLES))
+        if (entry.path().string().find(".mws") != std::string::npos)
+            names.push_back(entry.path().filename());
+    std::ranges::sort(names);
+    return names;
+}
+
+std::string stemOf(const std::string& file) { return file.substr(0, file.find('.')); }
+
+// A real program's last frame, at its own size: on one display what it drew natively, in every
+// pixel, and on several the same within the bound.
+TEST_P(Recordings, LookAsDrawnNatively)
+{
+    const std::string stem = stemOf(GetParam());
+    const Image native = readPng(EXAMPLES "/reference/" + stem + ".png");
+    const std::string stream = EXAMPLES "/" + GetParam();
+    const Image single = play(stream, oneDisplay, native.width, native.height);
+    // The teapot's own replay without a server differs in a few pixels of its edges too.
+    const double allowed = stem == "demos_teapot" ? 0.0002 : 0;
+    EXPECT_LE(static_cast<double>(compareImages(single, native).pixels),
+              allowed * native.width * native.height);
+    for (const Grid grid : manyTiles)
+        expectSame(play(stream, grid, native.width, native.height), native, tileBound,
+                   stem + " " + nameOf(grid));
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, Recordings, testing::ValuesIn(recordings()),
+                         [](const auto& info) { return stemOf(info.param); });
+
+class Scenes : public testing::TestWithParam<Scene> {};
+
+// Each feature, enlarged: the tiles together show what one display of the wall's size shows.
+TEST_P(Scenes, MeetAtTheSeams)
+{
+    const std::string stream = temporaryFile("");
+    writeStreamFile(stream, {{frameOf(GetParam()), 1}});
+    constexpr int width = sceneWidth * wallScale;
+    constexpr int height = sceneHeight * wallScale;
+    const Image single = play(stream, oneDisplay, width, height);
+    ASSERT_FALSE(isBlank(single));
+    for (const Grid grid : manyTiles)
+        expectSame(play(stream, grid, width, height), single, tileBound,
+                   GetParam().name + (" " + nameOf(grid)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Features, Scenes,
+                         testing::ValuesIn(allScenes().begin(), allScenes().end()),
+                         [](const auto& info) { return info.param.name; });
+
+} // namespace

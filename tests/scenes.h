@@ -1,0 +1,22 @@
+// Scenes for the pixel tests: one feature each, drawn across the seams of every wall.
+#pragma once
+
+#include "client/encoder.h"
+
+#include <span>
+
+/// The application window in which every scene draws, in pixels, and how large the wall is.
+inline constexpr int sceneWidth = 240;
+inline constexpr int sceneHeight = 180;
+inline constexpr int wallScale = 3;
+
+struct Scene {
+    const char* name;
+    void (*draw)(); // adds to the frame that frameOf makes
+};
+
+/// All scenes.
+std::span<const Scene> allScenes();
+
+/// A whole frame: creation of context and window, the scene, a swap.
+CommandBuffer frameOf(const Scene& scene);
