@@ -1,0 +1,33 @@
+// Jobs of one client and its servers.
+#pragma once
+
+#include "client/process.h"
+
+#include <string>
+#include <vector>
+
+/// What to run.
+struct Job {
+    std::vector<std::string> client, server; // arguments, the program first
+    int servers = 1;
+    std::vector<std::string> environment; // NAME=value, of every task
+    std::vector<std::string> options;     // more of mpiexec's, such as -f HOSTFILE
+    Output output = Output::capture;
+};
+
+/// The whole command line, beginning with this machine's mpiexec.
+std::vector<std::string> jobLine(const Job& job);
+
+/// The environment that every job needs on top of the caller's.
+std::vector<std::string> jobEnvironment(const Job& job);
+
+/// Starts a job, or runs it and waits for its end. The output of all tasks is mpiexec's.
+Process startJob(const Job& job);
+Ending runJob(const Job& job, Timeout timeout);
+
+/// The environment of servers on virtual displays: the wall file, no pause for the banner, this
+/// machine's OpenGL library with the software renderer.
+std::vector<std::string> virtualWallEnvironment(const std::string& wallFile);
+
+/// The path of this machine's OpenGL library, for SYSTEM_OPENGL_LIB. Throws std::runtime_error.
+std::string findSystemOpenGL();
