@@ -1,1 +1,18 @@
-# inProcess
+# Tests of decoding, tables and overloads in one process, against a recording operation table.
+
+# The same records for whole jobs, as a system library. -Bsymbolic and hidden symbols keep it apart
+# from what the server exports.
+add_library(recorder SHARED support/recorderLibrary.cpp support/recorder.cpp)
+target_include_directories(recorder PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+target_link_libraries(recorder PRIVATE mosa_settings X11::X11)
+set_target_properties(recorder PROPERTIES CXX_VISIBILITY_PRESET hidden
+    LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+
+# Overload libraries; the third has no entry of the right name.
+foreach(label first second)
+    add_library(overload_${label} MODULE support/overloadLibrary.cpp)
+    target_compile_definitions(overload_${label} PRIVATE OVERLOAD_LABEL="${label}")
+    target_link_libraries(overload_${label} PRIVATE mosa_settings)
+    set_target_properties(overload_${label} PROPERTIES PREFIX ""
+        LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+endforeach()
