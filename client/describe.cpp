@@ -338,14 +338,14 @@ Record measureRecord(const char* at, std::int64_t room)
     const Extent& extent = operation.extent;
     if (blockFits(extent, args, room))
         return {opcode, opcodeBytes + extent.head + (extent.rest ? extent.rest(args) : 0), {}};
+    const std::int64_t rest = extent.head > room ? 0 : extent.rest(args);
     std::string fault = operation.name;
-    if (extent.head > room)
-        fault += " takes at least " + std::to_string(extent.head) + " bytes of arguments";
-    else if (const std::int64_t rest = extent.rest(args); rest < 0)
-        fault += " has a count that cannot be";
+    if (rest < 0)
+        fault += " has an impossible count";
     else
-        fault += " takes " + std::to_string(extent.head + rest) + " bytes of arguments";
-    fault += ", " + std::to_string(room) + " are left";
+        fault += std::string(" takes ") + (extent.head > room ? "at least " : "") +
+                 std::to_string(extent.head + rest) + " bytes of arguments, " +
+                 std::to_string(room) + " are left";
     return {opcode, opcodeBytes + room, fault};
 }
 

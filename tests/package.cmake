@@ -1,0 +1,9 @@
+# What operators read and install.
+add_executable(streamdump_test streamdump_test.cpp)
+target_link_libraries(streamdump_test PRIVATE mosa_stream_file mosa_process GTest::gtest_main)
+target_compile_definitions(streamdump_test PRIVATE
+    STREAMDUMP="$<TARGET_FILE:streamdump>"
+    EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}/streamdump.txt"
+    EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
+add_dependencies(streamdump_test streamdump)
+gtest_discover_tests(streamdump_test PROPERTIES TIMEOUT 120)
