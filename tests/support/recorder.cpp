@@ -5,7 +5,8 @@
 
 #include <cstdio>
 
-Recorder recorder;
+// Before all other globals: the library's set-up writes to it.
+[[gnu::init_priority(200)]] Recorder recorder;
 
 namespace {
 
@@ -180,8 +181,11 @@ void fill(std::integer_sequence<int, op...>)
 glOp recordingTable[operationCount];
 
 namespace {
-const bool filled = (fill(std::make_integer_sequence<int, operationCount>{}), true);
+[[gnu::constructor(200)]] void fillTable()
+{
+    fill(std::make_integer_sequence<int, operationCount>{});
 }
+} // namespace
 
 void resetRecorder()
 {
