@@ -28,7 +28,7 @@ int onError(Display* dpy, XErrorEvent* error)
     using Clock = std::chrono::steady_clock;
     static Clock::time_point second;
     static int printed;
-    static long suppressed;
+    static long told; // of the errors that were not shown, how many a line has counted
 
     const Clock::time_point now = Clock::now();
     if (now - second >= std::chrono::seconds(1)) {
@@ -36,12 +36,12 @@ int onError(Display* dpy, XErrorEvent* error)
         printed = 0;
     }
     if (++printed > linesPerSecond) {
-        ++suppressed;
+        ++xErrorsNotShown;
         return 0;
     }
-    if (suppressed) {
+    if (const long suppressed = xErrorsNotShown - told) {
         std::fprintf(stderr, "Attention MOSA: %ld more X errors were not shown\n", suppressed);
-        suppressed = 0;
+        told += suppressed;
     }
     char text[256] = "";
     XGetErrorText(dpy, error->error_code, text, sizeof text);

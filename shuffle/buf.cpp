@@ -13,10 +13,11 @@ pthread_cond_t free_wait = PTHREAD_COND_INITIALIZER;
 _buf* freelist;
 int nalloc;
 
-pthread_mutex_t queue_lock = PTHREAD_MUTEX_INITIALIZER; // guards head and tail
+pthread_mutex_t queue_lock = PTHREAD_MUTEX_INITIALIZER; // guards head, tail, nqueued
 pthread_cond_t queue_wait = PTHREAD_COND_INITIALIZER;
 _buf* head;
 _buf* tail;
+int nqueued;
 
 _buf* makeBuf(mosa_type type, int bytes)
 {
@@ -76,6 +77,7 @@ void addBufToQueue(_buf* b)
     pthread_mutex_lock(&queue_lock);
     (tail ? tail->next : head) = b;
     tail = b;
+    ++nqueued;
     pthread_mutex_unlock(&queue_lock);
 }
 
@@ -90,9 +92,18 @@ _buf* getBufFromQueue()
         head = b->next;
         if (tail == b)
             tail = nullptr;
+        --nqueued;
     }
     pthread_mutex_unlock(&queue_lock);
     return b;
+}
+
+int buffersWaiting()
+{
+    pthread_mutex_lock(&queue_lock);
+    const int waiting = nqueued;
+    pthread_mutex_unlock(&queue_lock);
+    return waiting;
 }
 
 void bufTick()

@@ -1,10 +1,12 @@
 #include "coding/decoder.h"
 #include "shuffle/mw.h"
+#include "shuffle/stats.h"
 
 void* decodeThread(void* /*s*/)
 {
     while (_buf* b = getBufFromQueue()) {
         decoder(b->data, b->size);
+        countBuffer(*b, knt + 1);
         if (b->sync) {
             pthread_mutex_lock(&ackLock);
             ++ackKnt;

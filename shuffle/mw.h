@@ -78,6 +78,9 @@ void addBufToQueue(_buf* b);
 /// The oldest queued buffer, or null once `done` is set. Blocks. Decode thread.
 _buf* getBufFromQueue();
 
+/// How many buffers wait in the decode queue.
+int buffersWaiting();
+
 /// Wakes every waiter of the pool and the queue.
 void bufTick();
 

@@ -6,6 +6,7 @@
 #include "overload/loader.h"
 #include "shuffle/mw.h"
 #include "shuffle/srvrcomm.h"
+#include "shuffle/stats.h"
 
 #include <csignal>
 #include <cstdio>
@@ -219,6 +220,7 @@ void* tickthd(void* /*d*/)
     while (!done) {
         usleep(tick);
         bufTick();
+        statsTick();
     }
     pthread_exit(nullptr);
 }
@@ -254,6 +256,7 @@ int main(int argc, char** argv)
     LoadOps();
     peerSendRequests = allocate<MPI_Request>(nNodes, "peerSendRequests");
     peerRecvRequests = allocate<MPI_Request>(nNodes, "peerRecvRequests");
+    startStats(numberFromEnvironment("MOSA_STATS"));
     startThread(&ticktid, tickthd, "tick");
     startThread(&decodeId, decodeThread, "decode");
 
@@ -263,6 +266,7 @@ int main(int argc, char** argv)
     pthread_join(ticktid, nullptr);
     wakeForShutDown(); // a decode thread may have begun to wait after the last tick
     pthread_join(decodeId, nullptr);
+    printStatsSummary();
     MPI_Finalize();
     std::exit(0);
 }

@@ -1,0 +1,66 @@
+#include "shuffle/stats.h"
+#include "coding/xErrors.h"
+
+#include <chrono>
+#include <cstdio>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Written by the decode thread alone, once per buffer; a reader may see one ahead of another.
+std::atomic<long> frames, operations, bytes;
+
+struct Counts {
+    Clock::time_point time;
+    long frames, operations, bytes, suppressed;
+};
+
+int interval; // seconds
+Counts start; // all zero but the time
+Counts last;  // at the latest line; tick thread
+
+Counts countsNow() { return {Clock::now(), frames, operations, bytes, xErrorsNotShown}; }
+
+void printCounts(const char* period, const Counts& from, const Counts& to)
+{
+    const double seconds = std::chrono::duration<double>(to.time - from.time).count();
+    const long shown = to.frames - from.frames;
+    std::fprintf(stderr,
+                 "MOSA: server %d, %s %.1f s: %ld frames (%.1f per second), %ld operations, "
+                 "%ld bytes, %ld messages suppressed, %d buffers waiting\n",
+                 serverID, period, seconds, shown, static_cast<double>(shown) / seconds,
+                 to.operations - from.operations, to.bytes - from.bytes,
+                 to.suppressed - from.suppressed, buffersWaiting());
+}
+
+} // namespace
+
+void startStats(int seconds)
+{
+    interval = seconds;
+    start.time = last.time = Clock::now();
+}
+
+void countBuffer(const _buf& b, int count)
+{
+    constexpr auto relaxed = std::memory_order_relaxed;
+    frames.fetch_add(b.sync != 0, relaxed);
+    operations.fetch_add(count, relaxed);
+    bytes.fetch_add(b.size, relaxed);
+}
+
+void statsTick()
+{
+    if (interval <= 0 || Clock::now() - last.time < std::chrono::seconds(interval))
+        return;
+    const Counts now = countsNow();
+    printCounts("last", last, now);
+    last = now;
+}
+
+void printStatsSummary()
+{
+    if (interval > 0)
+        printCounts("in all", start, countsNow());
+}
