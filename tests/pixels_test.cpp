@@ -7,8 +7,9 @@
 #include "client/virtualDisplays.h"
 #include "tests/scenes.h"
 
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
+#include <functional>
 #include <sstream>
 
 namespace {
@@ -121,7 +122,7 @@ TEST_P(Recordings, LookAsDrawnNatively)
 }
 
 INSTANTIATE_TEST_SUITE_P(Examples, Recordings, testing::ValuesIn(recordings()),
-                         [](const auto& info) { return stemOf(info.param); });
+                         [](const auto& test) { return stemOf(test.param); });
 
 class Scenes : public testing::TestWithParam<Scene> {};
 
@@ -141,6 +142,6 @@ TEST_P(Scenes, MeetAtTheSeams)
 
 INSTANTIATE_TEST_SUITE_P(Features, Scenes,
                          testing::ValuesIn(allScenes().begin(), allScenes().end()),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& test) { return test.param.name; });
 
 } // namespace
