@@ -1,4 +1,7 @@
 # Pictures of real jobs on virtual displays.
+if(NOT TARGET mosa-wall)
+    return()
+endif()
 add_executable(pixels_test pixels_test.cpp scenes.cpp)
 target_compile_definitions(pixels_test PRIVATE
     PROGRAMS="${CMAKE_BINARY_DIR}" EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
