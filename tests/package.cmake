@@ -7,3 +7,11 @@ target_compile_definitions(streamdump_test PRIVATE
     EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
 add_dependencies(streamdump_test streamdump)
 gtest_discover_tests(streamdump_test PROPERTIES TIMEOUT 120)
+
+add_executable(stats_test stats_test.cpp)
+target_link_libraries(stats_test PRIVATE mosa_process GTest::gtest_main)
+target_compile_definitions(stats_test PRIVATE
+    SERVER="$<TARGET_FILE:server>" PLAY="$<TARGET_FILE:play>"
+    EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
+add_dependencies(stats_test server play)
+gtest_discover_tests(stats_test PROPERTIES TIMEOUT 600)
