@@ -95,7 +95,8 @@ char* decode(DataBlock<count, null, scratch>, char* args)
     if constexpr (scratch != nullptr) {
         if (!isNull) {
             passed = reserve(*scratch, static_cast<int>(bytes), opNames[indexOf(op)]);
-            std::memcpy(passed, data, static_cast<std::size_t>(bytes));
+            if (bytes > 0)
+                std::memcpy(passed, data, static_cast<std::size_t>(bytes));
         } else if constexpr (null == Null::lastArrived)
             passed = scratch->data;
     }
