@@ -9,8 +9,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <functional>
-#include <sstream>
 
 namespace {
 
@@ -30,10 +30,23 @@ const std::vector<VirtualDisplay>& displays(std::size_t n)
     return started;
 }
 
-// A wall file: tiles from the lower left, row by row upward. Edges need not divide evenly.
-std::string wallFile(Grid grid, int width, int height)
+// The files of one job; each overwrites the last one's.
+struct Files {
+    std::string stream = temporaryFile("");
+    std::string wall = temporaryFile("");
+    std::string picture = temporaryFile("");
+};
+
+const Files& files()
 {
-    std::ostringstream text;
+    static const Files all;
+    return all;
+}
+
+// Writes the wall file: tiles from the lower left, row by row upward. Edges need not divide evenly.
+void writeWallFile(Grid grid, int width, int height)
+{
+    std::ofstream text(files().wall);
     std::size_t display = 0;
     for (int row = 0; row < grid.rows; ++row)
         for (int column = 0; column < grid.columns; ++column, ++display) {
@@ -43,14 +56,13 @@ std::string wallFile(Grid grid, int width, int height)
                  << ' ' << y << ' ' << width * (column + 1) / grid.columns - x << ' '
                  << height * (row + 1) / grid.rows - y << '\n';
         }
-    return temporaryFile(text.str());
 }
 
 // Plays a stream file on a wall and returns what the wall shows.
 Image play(const std::string& stream, Grid grid, int width, int height)
 {
-    const std::string wall = wallFile(grid, width, height);
-    const std::string picture = temporaryFile("");
+    writeWallFile(grid, width, height);
+    const auto& [_, wall, picture] = files();
     const Job job{.client = {PROGRAMS "/play", "--then",
                              PROGRAMS "/mosa-wall snapshot " + wall + " -o " + picture, stream},
                   .server = {PROGRAMS "/server"},
@@ -129,7 +141,7 @@ class Scenes : public testing::TestWithParam<Scene> {};
 // Each feature, enlarged: the tiles together show what one display of the wall's size shows.
 TEST_P(Scenes, MeetAtTheSeams)
 {
-    const std::string stream = temporaryFile("");
+    const std::string& stream = files().stream;
     writeStreamFile(stream, {{frameOf(GetParam()), 1}});
     constexpr int width = sceneWidth * wallScale;
     constexpr int height = sceneHeight * wallScale;

@@ -81,9 +81,9 @@ ReplacedState drawScaled(const Bitmap& in, const GLubyte* bitmap, const MWRect& 
     return replaced;
 }
 
-bool apart(float origin, float size, float otherOrigin, float otherSize)
+bool apart(const MWRect& a, const MWRect& b)
 {
-    return origin > otherOrigin + otherSize || otherOrigin > origin + size;
+    return a.x > b.x + b.w || b.x > a.x + a.w || a.y > b.y + b.h || b.y > a.y + a.h;
 }
 
 } // namespace
@@ -111,10 +111,11 @@ void _glBitmap(GLsizei width, GLsizei height, GLfloat xorig, GLfloat yorig, GLfl
         const MWRect& lrect = ldi.lrect;
         MWRect wrect;
         MWRect trect;
+        MWRect shifted; // by the bitmap's origin: a descender reaches over the seam below
         _scaleRect(arect, ldi.psx, ldi.psy, &wrect);
         _translateRect(wrect, -(tile.x + lrect.x), -(tile.y + lrect.y), &trect);
-        if (!apart(lrect.x, lrect.w, trect.x, trect.w) &&
-            !apart(lrect.y, lrect.h, trect.y, trect.h))
+        _translateRect(trect, -xorig * ldi.psx, -yorig * ldi.psy, &shifted);
+        if (!apart(lrect, trect) || !apart(lrect, shifted))
             replaced = drawScaled(bitmapOf(width, height), bitmap, wrect, trect, xorig, yorig);
     }
     setUnpack(saved);
