@@ -69,7 +69,10 @@ ReplacedState drawScaled(const Bitmap& in, const GLubyte* bitmap, const MWRect& 
     resample(in, bitmap, out, dx, dy, new_bitmap.get());
 
     const ReplacedState replaced = selectLocalPixels(lrect);
-    if (lrect.x <= trect.x && lrect.y <= trect.y)
+    const auto within = [](float at, float origin, float size) {
+        return origin <= at && at <= origin + size;
+    };
+    if (within(trect.x, lrect.x, lrect.w) && within(trect.y, lrect.y, lrect.h))
         callSystem<Op::glRasterPos2f>(trect.x, trect.y);
     else {
         // From a valid position inside the window; the move keeps it valid.
