@@ -69,8 +69,8 @@ ReplacedState drawScaled(const Bitmap& in, const GLubyte* bitmap, const MWRect& 
     resample(in, bitmap, out, dx, dy, new_bitmap.get());
 
     const ReplacedState replaced = selectLocalPixels(lrect);
-    const auto within = [](float at, float origin, float size) {
-        return origin <= at && at <= origin + size;
+    const auto within = [](float at, float origin, float extent) {
+        return origin <= at && at <= origin + extent;
     };
     if (within(trect.x, lrect.x, lrect.w) && within(trect.y, lrect.y, lrect.h))
         callSystem<Op::glRasterPos2f>(trect.x, trect.y);
