@@ -17,6 +17,14 @@ std::vector<std::string> jobLine(const Job& job)
         line.insert(line.end(), more.begin(), more.end());
     };
     append(job.options);
+    std::vector<std::string> environment = job.environment;
+    // MPICH's look at the machine's topology would open X displays to find GPUs, and wait for those
+    // that do not answer.
+    environment.emplace_back("HWLOC_COMPONENTS=-gl");
+    for (const std::string& variable : environment) {
+        const std::size_t equals = variable.find('=');
+        append({"-genv", variable.substr(0, equals), variable.substr(equals + 1)});
+    }
     append({"-n", "1"});
     append(job.client);
     append({":", "-n", std::to_string(job.servers)});
@@ -24,19 +32,29 @@ std::vector<std::string> jobLine(const Job& job)
     return line;
 }
 
-std::vector<std::string> jobEnvironment(const Job& job)
+std::string shellLine(const std::vector<std::string>& argv)
 {
-    std::vector<std::string> environment = job.environment;
-    // MPICH's look at the machine's topology must not open the X display to find GPUs: it waits
-    // for displays that do not answer.
-    environment.emplace_back("HWLOC_COMPONENTS=-gl");
-    return environment;
+    std::string line;
+    for (const std::string& word : argv) {
+        constexpr char plain[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"
+                                 "_-+=:,./@%";
+        if (!line.empty())
+            line += ' ';
+        if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) {
+            line += word;
+            continue;
+        }
+        line += '\'';
+        for (const char c : word)
+            line += c == '\'' ? "'\\''" : std::string(1, c);
+        line += '\'';
+    }
+    return line;
 }
 
 Process startJob(const Job& job)
 {
-    return startProcess(
-        {.argv = jobLine(job), .environment = jobEnvironment(job), .output = job.output});
+    return startProcess({.argv = jobLine(job), .environment = {}, .output = job.output});
 }
 
 Ending runJob(const Job& job, Timeout timeout)

@@ -15,11 +15,11 @@ struct Job {
     Output output = Output::capture;
 };
 
-/// The whole command line, beginning with this machine's mpiexec.
+/// The whole command line, beginning with this machine's mpiexec. It sets the environment.
 std::vector<std::string> jobLine(const Job& job);
 
-/// The environment that every job needs on top of the caller's.
-std::vector<std::string> jobEnvironment(const Job& job);
+/// The same as a line for a shell.
+std::string shellLine(const std::vector<std::string>& argv);
 
 /// Starts a job, or runs it and waits for its end. The output of all tasks is mpiexec's.
 Process startJob(const Job& job);

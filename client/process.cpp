@@ -1,5 +1,6 @@
 #include "client/process.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -274,7 +275,7 @@ bool waitForEnd(const Process& process, Timeout timeout)
     for (;;) {
         const auto left = std::chrono::duration_cast<Timeout>(until - Clock::now()).count();
         pollfd end{process.pidFd, POLLIN, 0};
-        const int ready = poll(&end, 1, static_cast<int>(std::max<long>(left, 0)));
+        const int ready = poll(&end, 1, static_cast<int>(std::clamp<long>(left, 0, INT_MAX)));
         if (ready >= 0 || errno != EINTR)
             return ready > 0;
     }

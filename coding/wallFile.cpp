@@ -30,8 +30,11 @@ bool parseWallEntry(const std::string& line, WallEntry& entry)
     const std::size_t end = std::min(line.find_first_of(" \t\r", colon), line.size());
     entry.dpyName = line.substr(first, end - first);
     MWRect& rect = entry.rect;
-    const int numbers = std::sscanf(line.c_str() + end, "%d%d%f%f%f%f", &entry.vWidth,
-                                    &entry.vHeight, &rect.x, &rect.y, &rect.w, &rect.h);
+    int used = 0; // characters up to behind the sixth number
+    const int numbers = std::sscanf(line.c_str() + end, "%d%d%f%f%f%f%n", &entry.vWidth,
+                                    &entry.vHeight, &rect.x, &rect.y, &rect.w, &rect.h, &used);
     entry.numbers = std::max(numbers, 0); // at the end of the line there is nothing to read
+    if (used > 0)
+        entry.rest = line.substr(end + static_cast<std::size_t>(used));
     return true;
 }

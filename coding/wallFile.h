@@ -18,8 +18,9 @@ struct WallEntry {
     std::string dpyName;
     int scrn = 0;
     int vWidth = 0, vHeight = 0; // the whole wall
-    MWRect rect{};   // what the display shows; a width of 0 stands for all of the screen
-    int numbers = 0; // how many of the six are there; those missing are 0
+    MWRect rect{};    // what the display shows; a width of 0 stands for all of the screen
+    int numbers = 0;  // how many of the six are there; those missing are 0
+    std::string rest; // what follows the numbers and is not read
 };
 
 /// The entries of a file, up to the first `most` of them.

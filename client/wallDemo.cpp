@@ -1,0 +1,136 @@
+#include "client/wallDemo.h"
+#include "client/locations.h"
+#include "client/mpiJob.h"
+#include "client/virtualDisplays.h"
+
+#include <X11/Xlib.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+constexpr Timeout demoTime = std::chrono::minutes(10);
+constexpr Size usualScreen{300, 300};
+
+struct CloseDisplay {
+    void operator()(Display* dpy) const { XCloseDisplay(dpy); }
+};
+using DisplayHandle = std::unique_ptr<Display, CloseDisplay>;
+
+// The scene of that name or file; a file that is none of the system's has no size.
+Scene findScene(const std::string& wanted)
+{
+    std::vector<Scene> scenes;
+    try {
+        scenes = readScenes();
+    } catch (const std::exception&) {
+        if (!std::filesystem::exists(wanted))
+            throw;
+    }
+    std::error_code none;
+    for (const Scene& scene : scenes)
+        if (scene.name == wanted || std::filesystem::equivalent(scene.file, wanted, none))
+            return scene;
+    if (!std::filesystem::exists(wanted))
+        throw std::runtime_error(wanted + ": no such file, and no scene of that name; --list names "
+                                          "the scenes");
+    return {.name = wanted, .file = wanted, .width = 0, .height = 0, .about = {}};
+}
+
+// A window on the user's display that is the wall, with one for each tile in its place.
+std::vector<Window> openWallWindow(Display* dpy, const Grid& grid)
+{
+    const Size wall = wallSize(grid);
+    const auto pixels = [](int n) { return static_cast<unsigned>(n); };
+    const Window frame = XCreateSimpleWindow(dpy, DefaultRootWindow(dpy), 0, 0, pixels(wall.w),
+                                             pixels(wall.h), 0, 0, 0x404040);
+    XStoreName(dpy, frame, "MOSA wall");
+    std::vector<Window> tiles;
+    for (int server = 0; server < grid.screens.w * grid.screens.h; ++server) {
+        const PixelArea area = areaOf(grid, server);
+        tiles.push_back(XCreateSimpleWindow(dpy, frame, area.x, wall.h - area.y - area.h,
+                                            pixels(area.w), pixels(area.h), 0, 0, 0));
+    }
+    XMapSubwindows(dpy, frame);
+    XMapWindow(dpy, frame);
+    XSync(dpy, False);
+    return tiles;
+}
+
+std::vector<VirtualDisplay> startTiles(const Grid& grid, const std::vector<Window>& windows)
+{
+    if (windows.empty())
+        return startDisplays(grid.screens.w * grid.screens.h, grid.screen.w, grid.screen.h);
+    std::vector<VirtualDisplay> displays;
+    for (const Window window : windows) {
+        DisplayOptions options;
+        options.argv = {"Xephyr", "-parent", std::to_string(window)};
+        displays.push_back(startDisplay(grid.screen.w, grid.screen.h, options));
+    }
+    return displays;
+}
+
+std::string demoWallFile(const Grid& grid, const std::vector<VirtualDisplay>& displays)
+{
+    std::vector<std::string> names;
+    for (const VirtualDisplay& display : displays)
+        names.push_back(display.name);
+    return temporaryFile(
+        wallFileText(grid, names, placeServers({}, static_cast<int>(names.size()))));
+}
+
+} // namespace
+
+int runDemo(const DemoOptions& options)
+{
+    const Scene scene = findScene(options.scene);
+    Grid grid{options.screens, options.screen, {options.gap, options.gap}};
+    if (!grid.screen.w)
+        grid.screen = scene.width ? Size{scene.width, scene.height} : usualScreen;
+    const std::string picture = std::filesystem::absolute(options.picture);
+    std::filesystem::remove(picture); // only this run's picture counts
+
+    DisplayHandle user;
+    std::vector<Window> windows;
+    if (options.show) {
+        user.reset(XOpenDisplay(nullptr));
+        if (!user)
+            throw std::runtime_error("--show needs an X display: DISPLAY names none that answers");
+        windows = openWallWindow(user.get(), grid);
+    }
+    std::vector<VirtualDisplay> displays = startTiles(grid, windows);
+    const std::string wallFile = demoWallFile(grid, displays);
+
+    Job job;
+    // The picture is taken when the last frame is on every tile.
+    job.client = {playProgram(), scene.file,
+                  "--loop",      std::to_string(options.loop),
+                  "--then",      shellLine({ownProgram(), "snapshot", wallFile, "-o", picture})};
+    job.server = {serverProgram()};
+    job.servers = static_cast<int>(displays.size());
+    job.environment = virtualWallEnvironment(wallFile);
+    std::fprintf(stderr, "%s on a wall of %s tiles of %s pixels\n", scene.name.c_str(),
+                 toText(grid.screens).c_str(), toText(grid.screen).c_str());
+    const Ending ending = runJob(job, demoTime);
+    stopDisplays(displays);
+
+    if (ending.timedOut || ending.status != 0 || !std::filesystem::exists(picture)) {
+        std::fprintf(stderr, "%s%smosa-wall: the demo failed%s\n", ending.out.c_str(),
+                     ending.err.c_str(), ending.timedOut ? ": it took too long" : "");
+        return 1;
+    }
+    std::fputs(ending.out.c_str(), stderr); // play's summary
+    std::printf("%s\n", picture.c_str());
+    return 0;
+}
+
+void listScenes()
+{
+    for (const Scene& scene : readScenes())
+        std::printf("%-18s %s\n", scene.name.c_str(), scene.about.c_str());
+}

@@ -1,0 +1,17 @@
+// Jobs on a real wall.
+#pragma once
+
+#include "client/mpiJob.h"
+#include "client/wallLayout.h"
+
+/// The job that plays stream files on a wall, each server on its own node when there are hosts. The
+/// client runs on this machine.
+Job wallJob(const Wall& wall, const std::vector<Host>& hosts,
+            const std::vector<std::string>& clientArguments);
+
+/// Asks every node, the way the job will reach it, whether its wall file, display, GLX and OpenGL
+/// library are there. Returns what is wrong, one line each.
+std::vector<std::string> probeWall(const Wall& wall, const Job& job);
+
+/// The node's side of it: looks as the server of this MPI task would, and answers in one line.
+int probeNode(const std::string& wallFile);
