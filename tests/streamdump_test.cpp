@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <sstream>
 
 namespace {
 
@@ -130,6 +131,42 @@ TEST(Streamdump, ShowsOneFrameAndRefusesDamage)
     EXPECT_EQ(damaged.status, 1);
     EXPECT_NE(damaged.err.find("streamdump: frames.mws: at byte 34"), std::string::npos)
         << damaged.err;
+}
+
+// The worked bytes of the wire format: in the blocks marked `records`, hexadecimal bytes over one
+// or more lines, and behind the last of them what the record says.
+TEST(Streamdump, SaysWhatTheWireFormatSays)
+{
+    std::istringstream text(readText(WIRE_FORMAT));
+    Bytes bytes;
+    std::string expected;
+    int records = 0;
+    bool inBlock = false;
+    std::ptrdiff_t start = 0;
+    for (std::string line; std::getline(text, line);) {
+        if (line.starts_with("```")) {
+            inBlock = line == "```records";
+            continue;
+        }
+        std::istringstream words(inBlock ? line : "");
+        for (std::string word; words >> word;) {
+            if (word.size() == 2) {
+                bytes.push_back(static_cast<unsigned char>(std::stoi(word, nullptr, 16)));
+                continue;
+            }
+            std::string rest;
+            std::getline(words, rest);
+            const std::string offset = std::to_string(start);
+            expected += std::string(10 - offset.size(), ' ') + offset + "  " + word + rest + "\n";
+            start = std::ssize(bytes);
+            ++records;
+        }
+    }
+    const std::vector<OutgoingBuffer> one{{bytes, 1}};
+    writeStreamFile("wireFormat.mws", one);
+    const std::string out = streamdump({"wireFormat.mws"}).out;
+    EXPECT_EQ(out.substr(out.find("sync 1\n") + 7), expected);
+    EXPECT_GE(records, 20);
 }
 
 // The examples' table was written when they were recorded.
