@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <sched.h>
 #include <unistd.h>
 
@@ -227,6 +228,10 @@ void* tickthd(void* /*d*/)
 
 int main(int argc, char** argv)
 {
+    if (argc > 1 && std::strcmp(argv[1], "--version") == 0) {
+        std::puts(MOSA_VERSION);
+        return 0;
+    }
     syncOnSwap = numberFromEnvironment("MOSA_SYNC_ON_SWAP");
     swapOnRetrace = numberFromEnvironment("MOSA_SWAP_ON_RETRACE");
     xx = numberFromEnvironment("MOSA_TRACE") != 0;

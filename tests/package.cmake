@@ -16,3 +16,10 @@ target_compile_definitions(stats_test PRIVATE
     EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
 add_dependencies(stats_test server play)
 gtest_discover_tests(stats_test PROPERTIES TIMEOUT 600)
+
+# The package is that of an ordinary build.
+if(NOT MOSA_SANITIZE)
+    add_test(NAME package
+        COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/package.sh ${CMAKE_BINARY_DIR} ${CMAKE_CPACK_COMMAND})
+    set_tests_properties(package PROPERTIES TIMEOUT 600 SKIP_RETURN_CODE 77)
+endif()
