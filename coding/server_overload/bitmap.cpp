@@ -26,7 +26,8 @@ struct Bitmap {
     int rowBytes; // whole bytes, most significant bit first, rows from the bottom up
 };
 
-Bitmap bitmapOf(int columns, int rows) { return {columns, rows, (columns + 7) / 8}; }
+// A huge pixel scale makes as many columns as an int holds: no room to round up by adding.
+Bitmap bitmapOf(int columns, int rows) { return {columns, rows, columns / 8 + (columns % 8 != 0)}; }
 
 struct Freed {
     void operator()(GLubyte* bytes) const { std::free(bytes); }
