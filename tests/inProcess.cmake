@@ -16,3 +16,21 @@ foreach(label first second)
     set_target_properties(overload_${label} PROPERTIES PREFIX ""
         LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 endforeach()
+
+add_executable(in_process_test
+    arguments_test.cpp
+    clientMemory_test.cpp
+    decoder_test.cpp
+    names_test.cpp
+    rasterImages_test.cpp
+    records_test.cpp
+    special_test.cpp
+    tile_test.cpp
+    support/recorder.cpp
+    support/serverState.cpp)
+target_include_directories(in_process_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+target_compile_definitions(in_process_test PRIVATE TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data")
+# GCC 12 takes "..." + std::string for an overlapping copy.
+target_compile_options(in_process_test PRIVATE -Wno-restrict)
+target_link_libraries(in_process_test PRIVATE mosa_coding ZLIB::ZLIB GTest::gtest_main)
+gtest_discover_tests(in_process_test PROPERTIES TIMEOUT 120)

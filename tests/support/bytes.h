@@ -44,7 +44,7 @@ inline void appendToken(Bytes& out, const std::string& token)
     if (token.size() < 2 || token[1] != ':')
         return appendHexadecimal(out, token);
     const std::string text = token.substr(2);
-    const auto integer = [&text] { return bits(std::stoll(text, nullptr, 0)); };
+    const auto integer = [&] { return bits(std::stoll(text, nullptr, 0)); };
     switch (token[0]) {
     case 'i':
         return appendLittleEndian(out, integer(), 4);
@@ -71,4 +71,11 @@ inline Bytes bytes(const std::string& text)
     for (std::string token; words >> token;)
         appendToken(out, token);
     return out;
+}
+
+/// The token of an opcode, for texts put together.
+inline std::string opcodeToken(int opcode)
+{
+    std::string token("#");
+    return token += std::to_string(opcode);
 }

@@ -1,0 +1,283 @@
+// Raster positions, pixel images and bitmaps, as sequences of calls to the system library.
+#include "support/serverState.h"
+
+#include <cmath>
+
+namespace {
+
+const std::vector<double> identity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+
+class RasterImages : public testing::Test {
+protected:
+    void SetUp() override { startServer(); }
+
+    // A tile of an application's window of 800 x 600.
+    LocalContextInfo& tile(MWRect rect, float scale)
+    {
+        recorder.values[GL_MODELVIEW_MATRIX] = recorder.values[GL_PROJECTION_MATRIX] = identity;
+        recorder.values[GL_MATRIX_MODE] = {0x1702};
+        recorder.values[GL_VIEWPORT] = {1, 2, 3, 4};
+        recorder.values[GL_ZOOM_X] = recorder.values[GL_ZOOM_Y] = {1};
+        recorder.values[GL_UNPACK_ALIGNMENT] = {4};
+        return makeTileCurrent(rect, 800, 600, scale);
+    }
+};
+
+// Selecting the local window's own pixels, and the way back.
+std::string localPixels(const std::string& w, const std::string& h)
+{
+    return "glGetIntegerv 0xba2 ptr\nglGetIntegerv 0xba0 ptr\nglViewport 0 0 " + w + " " + h +
+           "\nglMatrixMode 0x1700\nglPushMatrix\nglLoadIdentity\n"
+           "glMatrixMode 0x1701\nglPushMatrix\nglLoadIdentity\nglOrtho 0 " +
+           w + " 0 " + h + " -1 1\n";
+}
+constexpr char applicationPixels[] = "glViewport 1 2 3 4\nglPopMatrix\nglMatrixMode 0x1700\n"
+                                     "glPopMatrix\nglMatrixMode 0x1702\n";
+
+std::vector<double> positionOf(const LocalContextInfo& context)
+{
+    return {context.tileRP, context.tileRP + 4};
+}
+
+TEST_F(RasterImages, RasterPositionsAreComputedInApplicationPixels)
+{
+    // On any tile, at any scale.
+    LocalContextInfo& context = tile({800, 0, 800, 1200}, 2);
+    const struct {
+        const char* wire;
+        double x, y, z;
+    } cases[] = {
+        {"#185 f:0 f:0", 400, 300, 0},
+        {"#185 f:-1 f:-1", 0, 0, 0},
+        {"#185 f:0.9999 f:0", 799, 300, 0},    // truncated, not rounded
+        {"#193 f:2 f:2 f:0 f:2", 800, 600, 0}, // divided by w
+        {"#185 f:3 f:-3", 1600, -600, 0},      // outside the view volume
+        {"#189 f:0 f:0 f:0.25", 400, 300, 0.25},
+        {"#184 d:0.5 d:0", 600, 300, 0},
+        {"#186 i:1 i:0", 800, 300, 0},
+        {"#187 s:-1 s:1", 0, 600, 0},
+        {"#188 d:0 d:0 d:-0.5", 400, 300, -0.5},
+        {"#190 i:0 i:0 i:1", 400, 300, 1},
+        {"#191 s:0 s:0 s:-1", 400, 300, -1},
+        {"#192 d:1 d:1 d:1 d:4", 500, 375, 0.25},
+        {"#194 i:1 i:1 i:1 i:2", 600, 450, 0.5},
+        {"#195 s:1 s:-1 s:1 s:2", 600, 150, 0.5},
+        {"#196 d:0.5 d:0", 600, 300, 0},
+        {"#197 f:0.5 f:0", 600, 300, 0},
+        {"#198 i:1 i:0", 800, 300, 0},
+        {"#199 s:-1 s:1", 0, 600, 0},
+        {"#200 d:0 d:0 d:-0.5", 400, 300, -0.5},
+        {"#201 f:0 f:0 f:-0.5", 400, 300, -0.5},
+        {"#202 i:0 i:0 i:1", 400, 300, 1},
+        {"#203 s:0 s:0 s:-1", 400, 300, -1},
+        {"#204 d:1 d:1 d:1 d:4", 500, 375, 0.25},
+        {"#205 f:1 f:1 f:1 f:4", 500, 375, 0.25},
+        {"#206 i:1 i:1 i:1 i:2", 600, 450, 0.5},
+        {"#207 s:1 s:-1 s:1 s:2", 600, 150, 0.5},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(run(c.wire), performed("glGetDoublev 0xba6 ptr\n")) << c.wire;
+        EXPECT_EQ(positionOf(context), (std::vector<double>{c.x, c.y, c.z, 1})) << c.wire;
+    }
+    run("#193 f:5 f:5 f:5 f:0"); // nowhere: the position before holds
+    EXPECT_EQ(positionOf(context), (std::vector<double>{600, 150, 0.5, 1}));
+    EXPECT_EQ(context.attrStack->rp[0], 5) << "as the application passed it";
+}
+
+TEST_F(RasterImages, RasterPositionsGoThroughTheApplicationsOwnMatrices)
+{
+    LocalContextInfo& context = tile({0, 0, 800, 600}, 1);
+    // Column-major: the model-view moves by (1, 2, 3), the projection scales by (0.1, 0.2, 1) and
+    // puts the negative eye z into w.
+    recorder.values[GL_MODELVIEW_MATRIX] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 1, 2, 3, 1};
+    recorder.values[GL_PROJECTION_MATRIX] = {0.1, 0, 0, 0, 0, 0.2, 0, 0, 0, 0, 1, -1, 0, 0, 0, 0};
+    run("#49 i:0x1701 #55 #49 i:0x1700 #52 i:100 i:50 i:400 i:300 i:800 i:600");
+    run("#189 f:4 f:-1 f:-5"); // eye (5, 1, -2), clip (0.5, 0.2, -2, 2)
+    EXPECT_EQ(positionOf(context), (std::vector<double>{350, 215, -1, 1}));
+    run("#10 f:2");
+    startServer();
+    tile({0, 0, 800, 600}, 3.5F);
+    EXPECT_EQ(run("#10 f:2"), performed("glPointSize 7\n"));
+}
+
+TEST_F(RasterImages, PixelsAreCutAtTheLeftEdgeOfADisplay)
+{
+    LocalContextInfo& context = tile({150, 0, 1000, 1000}, 2);
+    // 100 x 50 pixels at (0, 0): 75 of the columns lie on the display to the left.
+    const std::string image = "#258 i:100 i:50 i:0x1907 i:0x1401 i:3 010203";
+    EXPECT_EQ(run(image), performed("glGetFloatv 0xd16 ptr\nglGetFloatv 0xd17 ptr\n"
+                                    "glGetIntegerv 0xcf2 ptr\nglGetIntegerv 0xcf4 ptr\n"
+                                    "glPixelStorei 0xcf4 75\nglPixelStorei 0xcf2 100\n"
+                                    "glPixelZoom 2 2\n" +
+                                    localPixels("1000", "1000") +
+                                    "glRasterPos4d 0 0 1 1\nglBitmap 0 0 0 1 0 0 null\n"
+                                    "glDrawPixels 25 50 0x1907 0x1401 ptr\n" +
+                                    applicationPixels +
+                                    "glPixelStorei 0xcf4 0\nglPixelStorei 0xcf2 0\n"
+                                    "glPixelZoom 1 1\n"));
+    EXPECT_EQ(positionOf(context), (std::vector<double>{0, 0, 0, 0})) << "moved by pixels";
+}
+
+TEST_F(RasterImages, PixelsKeepTheApplicationsSkipsAndZoom)
+{
+    LocalContextInfo& context = tile({100, 40, 300, 300}, 2);
+    recorder.values[GL_UNPACK_ROW_LENGTH] = {64};
+    recorder.values[GL_UNPACK_SKIP_PIXELS] = {5};
+    recorder.values[GL_UNPACK_SKIP_ROWS] = {6};
+    recorder.values[GL_ZOOM_X] = {1.5};
+    recorder.values[GL_ZOOM_Y] = {0.5};
+    context.tileRP[0] = 20; // on the wall (40, 10), 3 by 1 wall pixels each
+    context.tileRP[1] = 5;
+    EXPECT_EQ(run("#258 i:60 i:50 i:1 i:2 i:1 00").calls,
+              "glGetFloatv 0xd16 ptr\nglGetFloatv 0xd17 ptr\n"
+              "glGetIntegerv 0xcf2 ptr\nglGetIntegerv 0xcf4 ptr\nglPixelStorei 0xcf4 25\n"
+              "glGetIntegerv 0xcf3 ptr\nglPixelStorei 0xcf3 36\nglPixelZoom 3 1\n" +
+                  localPixels("300", "300") +
+                  "glRasterPos4d 0 0 1 1\nglBitmap 0 0 0 1 0 0 null\nglDrawPixels 40 20 1 2 ptr\n" +
+                  applicationPixels +
+                  "glPixelStorei 0xcf4 5\nglPixelStorei 0xcf2 64\nglPixelStorei 0xcf3 6\n"
+                  "glPixelZoom 1.5 0.5\n");
+    // Inside, with a negative zoom: moved from the corner, nothing cut.
+    recorder.values[GL_ZOOM_X] = {-1};
+    recorder.values[GL_ZOOM_Y] = {1};
+    context.tileRP[0] = 100;
+    context.tileRP[1] = 50;
+    EXPECT_EQ(run("#258 i:60 i:50 i:1 i:2 i:1 00").calls,
+              "glGetFloatv 0xd16 ptr\nglGetFloatv 0xd17 ptr\nglPixelZoom -2 2\n" +
+                  localPixels("300", "300") +
+                  "glRasterPos4d 0 0 1 1\nglBitmap 0 0 0 1 100 60 null\n"
+                  "glDrawPixels 60 50 1 2 ptr\n" +
+                  applicationPixels + "glPixelZoom -1 1\n");
+}
+
+TEST_F(RasterImages, PixelsThatMissTheDisplayAreDropped)
+{
+    constexpr char queries[] = "glGetFloatv 0xd16 ptr\nglGetFloatv 0xd17 ptr\n";
+    const std::string image = "#258 i:100 i:50 i:1 i:2 i:1 00";
+    tile({300, 0, 1000, 1000}, 2);
+    EXPECT_EQ(run(image), performed(queries));
+    currLocalDisplay->rect = {0, 101, 1000, 1000};
+    EXPECT_EQ(run(image), performed(queries));
+    currLocalDisplay->rect = {-99, -99, 98, 98};
+    EXPECT_EQ(run(image), performed(queries));
+    // One that touches the edge is not.
+    currLocalDisplay->rect = {200, 0, 1000, 1000};
+    EXPECT_NE(run(image).calls.find("glDrawPixels 0 50 1 2 ptr\n"), std::string::npos);
+    for (const char* empty : {"#258 i:0 i:5 i:1 i:2 i:1 00", "#258 i:5 i:0 i:1 i:2 i:1 00",
+                              "#258 i:-5 i:5 i:1 i:2 i:1 00", "#258 i:5 i:5 i:1 i:2 i:0"})
+        EXPECT_EQ(run(empty), performed("")) << empty;
+    currLocalDisplay = nullptr;
+    EXPECT_DEATH(walk(image), "failed: currLocalDisplay, file coding/server_overload/pixels.cpp");
+}
+
+// ---- Bitmaps -----------------------------------------------------------------------------------
+
+constexpr char readUnpack[] = "glPixelStorei 0xcf1 0\nglGetIntegerv 0xcf2 ptr\n"
+                              "glGetIntegerv 0xcf3 ptr\nglGetIntegerv 0xcf4 ptr\n"
+                              "glGetIntegerv 0xcf5 ptr\nglPixelStorei 0xcf2 0\n"
+                              "glPixelStorei 0xcf3 0\nglPixelStorei 0xcf4 0\n"
+                              "glPixelStorei 0xcf5 1\n";
+constexpr char restoredUnpack[] = "glPixelStorei 0xcf2 64\nglPixelStorei 0xcf3 6\n"
+                                  "glPixelStorei 0xcf4 5\nglPixelStorei 0xcf5 4\n";
+
+class Bitmaps : public RasterImages {
+protected:
+    LocalContextInfo& tile(MWRect rect, float scale)
+    {
+        LocalContextInfo& context = RasterImages::tile(rect, scale);
+        recorder.values[GL_UNPACK_ROW_LENGTH] = {64};
+        recorder.values[GL_UNPACK_SKIP_ROWS] = {6};
+        recorder.values[GL_UNPACK_SKIP_PIXELS] = {5};
+        return context;
+    }
+
+    // Replaces the system's entry by one that keeps the bits of the bitmap drawn.
+    static std::vector<int> drawnBits(const std::string& wire, int bytes)
+    {
+        static std::vector<int> kept;
+        static int wanted;
+        kept.clear();
+        wanted = bytes;
+        pTbl[indexOf(Op::glBitmap)] = reinterpret_cast<glOp>(
+            +[](GLsizei, GLsizei, GLfloat, GLfloat, GLfloat, GLfloat, const GLubyte* bits) {
+                if (bits)
+                    kept.assign(bits, bits + wanted);
+            });
+        run(wire);
+        return kept;
+    }
+};
+
+TEST_F(Bitmaps, AnEmptyBitmapMovesTheRasterPositionOnly)
+{
+    LocalContextInfo& context = tile({0, 0, 800, 600}, 1);
+    const std::string restored = std::string(readUnpack) + restoredUnpack;
+    EXPECT_EQ(run("#256 i:0 i:0 f:0 f:0 f:10 f:0 i:0"), performed(restored));
+    EXPECT_EQ(context.tileRP[0], 10);
+    EXPECT_EQ(run("#256 i:8 i:0 f:0 f:0 f:0.5 f:-2 i:1 ff"), performed(restored));
+    EXPECT_EQ(context.tileRP[0], 10.5);
+    EXPECT_EQ(context.tileRP[1], -2);
+    context.tileRP[0] = 900; // beyond the display
+    EXPECT_EQ(run("#256 i:8 i:1 f:0 f:0 f:1 f:0 i:1 ff"), performed(restored));
+    EXPECT_EQ(context.tileRP[0], 901);
+}
+
+TEST_F(Bitmaps, AreDrawnAtTheScaledPositionAndAdvanceUnscaled)
+{
+    LocalContextInfo& context = tile({100, 50, 600, 400}, 2);
+    context.tileRP[0] = 200;
+    context.tileRP[1] = 100;
+    const auto drawn = [](const char* x) {
+        return std::string(readUnpack) + localPixels("600", "400") + "glRasterPos2f " + x +
+               " 150\nglBitmap 16 2 2 4 0 0 ptr\n" + restoredUnpack + applicationPixels;
+    };
+    const std::string glyph = "#256 i:8 i:1 f:1 f:2 f:9 f:0 i:1 ff";
+    EXPECT_EQ(run(glyph), performed(drawn("300")));
+    EXPECT_EQ(run(glyph), performed(drawn("318")));
+    EXPECT_EQ(context.tileRP[0], 218);
+}
+
+TEST_F(Bitmaps, BeginOutsideTheWindowWithoutLosingTheRasterPosition)
+{
+    tile({100, 0, 600, 600}, 1);
+    EXPECT_EQ(run("#256 i:200 i:1 f:0 f:0 f:0 f:0 i:25 z:25"),
+              performed(std::string(readUnpack) + localPixels("600", "600") +
+                        "glRasterPos2f 0 0\nglBitmap 0 0 0 0 -100 0 null\n"
+                        "glBitmap 200 1 0 0 0 0 ptr\n" +
+                        restoredUnpack + applicationPixels));
+}
+
+TEST_F(Bitmaps, AreResampledToTheNearestSourcePixel)
+{
+    tile({0, 0, 2000, 2000}, 2);
+    // Two rows of three pixels: x.x and .x. become rows of six, each twice.
+    EXPECT_EQ(drawnBits("#256 i:3 i:2 f:0 f:0 f:0 f:0 i:2 a0 40", 4),
+              (std::vector<int>{0xcc, 0xcc, 0x30, 0x30}));
+    // Eight columns on twelve: the sources are 0 0 1 2 2 3 4 4 5 6 6 7.
+    currDrawableInfo->psx = 1.5F;
+    currDrawableInfo->psy = 1;
+    EXPECT_EQ(drawnBits("#256 i:8 i:1 f:0 f:0 f:0 f:0 i:1 b1", 2),
+              (std::vector<int>{0b11011100, 0b00010000 | 0}));
+    // Smaller than the source, and rows of more than a byte.
+    currDrawableInfo->psx = 0.5F;
+    EXPECT_EQ(drawnBits("#256 i:20 i:1 f:0 f:0 f:0 f:0 i:3 88 08 80", 2),
+              (std::vector<int>{0b10100010, 0b10000000}));
+}
+
+// Scales at which the accumulated steps pass the last source pixel by rounding.
+TEST_F(Bitmaps, NeverReadBeyondTheSource)
+{
+    tile({0, 0, 4000, 4000}, 1);
+    for (int i = 1; i < 400; ++i) {
+        currDrawableInfo->psx = 1 + static_cast<float>(i) * 0.00931F;
+        currDrawableInfo->psy = 1 + static_cast<float>(i) * 0.01177F;
+        EXPECT_EQ(run("#256 i:7 i:7 f:0 f:0 f:0 f:0 i:7 fefefefefefefe").result, 1);
+    }
+    // So wide that the columns do not fit an int: no memory, no write beyond it.
+    currDrawableInfo->psx = 3e9F;
+    currDrawableInfo->psy = 1e6F;
+    EXPECT_DEATH(walk("#256 i:7 i:7 f:0 f:0 f:0 f:0 i:7 fefefefefefefe"),
+                 "failed: new_bitmap, file coding/server_overload/bitmap.cpp");
+}
+
+} // namespace

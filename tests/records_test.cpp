@@ -1,0 +1,159 @@
+// Every operation's name, and the length of every argument block.
+#include "support/serverState.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+
+namespace {
+
+struct Row {
+    std::string kind;
+    int bytes;
+    int opcode;
+};
+
+// The rows of data/recordSizes.txt; a line that begins with a blank goes on with the one before.
+std::vector<Row> readRows()
+{
+    std::vector<Row> rows;
+    std::ifstream file(TEST_DATA "/recordSizes.txt");
+    Row row{};
+    for (std::string line; std::getline(file, line);) {
+        if (line[0] == '#')
+            continue;
+        std::istringstream words(line);
+        if (line[0] != ' ')
+            words >> row.kind >> row.bytes;
+        for (std::string range; words >> range;) {
+            const std::size_t dash = range.find('-');
+            const int last = std::stoi(dash == range.npos ? range : range.substr(dash + 1));
+            for (row.opcode = std::stoi(range); row.opcode <= last; ++row.opcode)
+                rows.push_back(row);
+        }
+    }
+    return rows;
+}
+
+TEST(Records, NamesStandAtTheirOpcodes)
+{
+    const std::pair<int, const char*> landmarks[] = {
+        {0, "glClearIndex"},          {52, "glViewport"},
+        {81, "glVertex3f"},           {256, "glBitmap"},
+        {336, "glDrawRangeElements"}, {374, "glActiveTexture"},
+        {454, "glBlendFuncSeparate"}, {606, "glBlendColorEXT"},
+        {947, "glBindProgramNV"},     {1153, "glXChooseVisual"},
+        {1191, "glXGetProcAddress"},  {1236, "glXResetFrameCountNV"},
+        {1237, "MWRaiseWindow"}};
+    for (const auto& [opcode, name] : landmarks)
+        EXPECT_STREQ(opNames[opcode], name);
+
+    // The checksum of all names in order, a line each, as client and server have agreed on them.
+    std::string all = opNames[0];
+    for (int op = 1; op < operationCount; ++op)
+        all += std::string("\n") + opNames[op];
+    EXPECT_EQ(crc32(0, reinterpret_cast<const Bytef*>(all.data()), static_cast<uInt>(all.size())),
+              0xf4c86db9U);
+    EXPECT_EQ(std::set<glBufOp>(glWrappers, glWrappers + operationCount).size(), 1238U)
+        << "decoders are shared";
+}
+
+TEST(Records, HaveTheirLengthsAndArePerformedOnce)
+{
+    startWithoutOverloads();
+    const std::vector<Row> rows = readRows();
+    ASSERT_EQ(rows.size(), 546U + 176 + 127 + 264);
+    std::set<int> seen;
+    for (const Row& row : rows) {
+        const std::string name = opNames[row.opcode];
+        EXPECT_TRUE(seen.insert(row.opcode).second) << name;
+        Bytes buffer;
+        appendLittleEndian(buffer, static_cast<unsigned>(row.opcode), 2);
+        buffer.resize(buffer.size() + static_cast<std::size_t>(row.bytes));
+        const bool called = row.kind == "scalars" || row.kind == "arrays";
+        const std::string message = row.kind == "refused" ? "Attention MOSA: local op " + name +
+                                                                " should not be found on wire\n"
+                                                          : "";
+        // Two records: one too long or too short would derail the second.
+        Bytes twice = buffer;
+        twice.insert(twice.end(), buffer.begin(), buffer.end());
+        const Outcome outcome = run(twice);
+        EXPECT_EQ(outcome.result, 1) << name;
+        EXPECT_EQ(outcome.messages, message + message) << name;
+        const std::string& calls = outcome.calls;
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), '\n'), called ? 2 : 0) << name;
+        EXPECT_TRUE(!called || calls.rfind(name, 0) == 0) << name;
+        if (row.bytes > 0) {
+            buffer.pop_back();
+            EXPECT_EQ(run(buffer), (Outcome{0, "", pastEnd})) << name;
+        }
+    }
+}
+
+// Operations whose last parameter is an array as long as the parameter's name says.
+TEST(Records, ParameterArraysAreAsLongAsTheNameSays)
+{
+    struct Family {
+        std::vector<int> opcodes;
+        int scalars; // bytes before the array, the name last
+        std::vector<std::pair<int, std::vector<int>>> names;
+        int otherwise; // bytes after a name that is not listed
+    };
+    const std::vector<int> texture{0x2800, 0x2801, 0x2802, 0x2803, 0x8066, 0x8072, 0x813A, 0x813B,
+                                   0x813C, 0x813D, 0x8191, 0x8513, 0x884B, 0x884C, 0x884D};
+    const Family families[] = {
+        {{230, 231}, // glLight
+         8,
+         {{16, {0x1200, 0x1201, 0x1202, 0x1203}},
+          {12, {0x1204}},
+          {4, {0x1205, 0x1206, 0x1207, 0x1208, 0x1209}}},
+         0},
+        {{236, 237}, 4, {{4, {0xB51, 0xB52}}, {16, {0xB53}}}, 0}, // glLightModel
+        {{240, 241},                                              // glMaterial
+         8,
+         {{4, {0x1601}}, {12, {0x1603}}, {16, {0x1200, 0x1201, 0x1202, 0x1600, 0x1602}}},
+         0},
+        {{267}, 8, {{8, {0x2500}}, {32, {0x2501, 0x2502}}}, 0},      // glTexGendv
+        {{268, 269}, 8, {{4, {0x2500}}, {16, {0x2501, 0x2502}}}, 0}, // glTexGen
+        {{275, 276}, 8, {{4, {0x2200, 0x8501}}, {16, {0x2201}}}, 0}, // glTexEnv
+        {{281, 282}, 8, {{4, texture}, {16, {0x1004}}}, 0},          // glTexParameter
+        {{327, 328},                                                 // glFog
+         4,
+         {{4, {0xB61, 0xB62, 0xB63, 0xB64, 0xB65, 0x8450}}, {16, {0xB66}}},
+         0},
+        {{364, 366}, 8, {{4, {0x8013}}, {16, {0x8014, 0x8015, 0x8154}}}, 0}, // glConvolution...
+        {{463, 465, 685}, 4, {{4, {0x8126, 0x8127, 0x8128}}, {12, {0x8129}}}, 0}, // glPoint...
+        {{763, 764}, 8, {{4, {0x8331, 0x8332, 0x8333}}}, 4}, // glPixelTransformParameter
+        {{875, 877}, 4, {{4, {0x854E, 0x854F}}, {16, {0x852A, 0x852B}}}, 0}, // glCombiner...
+    };
+    startWithoutOverloads();
+    const auto record = [](int opcode, int scalars, int name, int bytes) {
+        return opcodeToken(opcode) + " z:" + std::to_string(scalars - 4) +
+               " i:" + std::to_string(name) + " z:" + std::to_string(bytes) + " #75";
+    };
+    int members = 0;
+    for (const Family& family : families)
+        for (const int opcode : family.opcodes) {
+            ++members;
+            for (const auto& [bytes, names] : family.names)
+                for (const int name : names) {
+                    const Outcome outcome = run(record(opcode, family.scalars, name, bytes));
+                    EXPECT_EQ(outcome.result, 1) << opNames[opcode] << " " << name;
+                    EXPECT_EQ(outcome.messages, "") << opNames[opcode] << " " << name;
+                    EXPECT_TRUE(outcome.calls.ends_with("\nglEnd\n")) << outcome.calls;
+                }
+            // Performed all the same, with what stands behind the name.
+            const Outcome unknown = run(record(opcode, family.scalars, 0x120A, family.otherwise));
+            EXPECT_EQ(unknown.messages,
+                      std::string("Attention MOSA: unknown enum in ") + opNames[opcode] + "\n");
+            EXPECT_EQ(unknown.result, 1);
+            EXPECT_EQ(unknown.calls, std::string(opNames[opcode]) +
+                                         (family.scalars == 8 ? " 0" : "") +
+                                         " 0x120a ptr\nglEnd\n");
+        }
+    EXPECT_EQ(members, 24);
+}
+
+} // namespace

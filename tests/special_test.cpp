@@ -1,0 +1,189 @@
+// Decoders that do more than read and call: they write the application's handles and window sizes
+// into the server's records first. What they call is recorded, not overloaded.
+#include "support/serverState.h"
+
+#include "coding/glViewport_decode.h"
+#include "coding/state.h"
+
+namespace {
+
+class Special : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        startWithoutOverloads();
+        recorder.results[Op::glXChooseVisual] = 0; // there is no display to ask
+    }
+};
+
+TEST_F(Special, AViewportBringsTheWindowSizeAlong)
+{
+    // The overload still works with the size before.
+    static int seen;
+    glOpTable[indexOf(Op::glViewport)] = reinterpret_cast<glOp>(
+        +[](GLint, GLint, GLsizei, GLsizei) { seen = 10000 * currAppWidth + glV_currAppWidth; });
+    struct Step {
+        const char* wire;
+        int width, height, needed, seen;
+    };
+    const Step steps[] = {
+        {"#52 i:0 i:0 i:800 i:600 i:800 i:600", 800, 600, 1, 800},
+        {"#52 i:1 i:1 i:9 i:9 i:800 i:600", 800, 600, 0, 8000800},
+        {"#52 i:0 i:0 i:1 i:1 i:1024 i:600", 1024, 600, 1, 8001024},
+        {"#52 i:0 i:0 i:1 i:1 i:1024 i:601", 1024, 601, 1, 10241024},
+    };
+    for (const Step& step : steps) {
+        EXPECT_EQ(run(step.wire).result, 1);
+        EXPECT_EQ(currAppWidth, step.width) << step.wire;
+        EXPECT_EQ(currAppHeight, step.height) << step.wire;
+        EXPECT_EQ(updateScalingNeeded, step.needed) << step.wire;
+        EXPECT_EQ(seen, step.seen) << step.wire;
+    }
+    int w = 0;
+    int h = 0;
+    getCurrentAppWindowSize(&w, &h);
+    EXPECT_EQ(w * 10000 + h, 10240601);
+    EXPECT_DEATH(getCurrentAppWindowSize(nullptr, &h),
+                 "failed: w, file coding/glViewport_decode.cpp, line 30");
+    EXPECT_DEATH(getCurrentAppWindowSize(&w, nullptr),
+                 "failed: h, file coding/glViewport_decode.cpp, line 31");
+    startWithoutOverloads();
+    EXPECT_EQ(run("34 00 ffffffff 02000000 00000080 04000000 z:8 #75"),
+              performed("glViewport -1 2 -2147483648 4\nglEnd\n"));
+}
+
+TEST_F(Special, CreatorsReserveTheFirstFreeSlot)
+{
+    nVisualInfos = nContexts = nFBConfigs = nPbuffers = 2;
+    recorder.shownElements = 3;
+    EXPECT_EQ(run("#1153 i:16 i:34 i:1 i:5 i:4 i:8 i:8 i:5 i:0 #75"),
+              performed("glXChooseVisual 16 1 [4 8 8]\nglEnd\n"));
+    EXPECT_EQ(LocalVisualTable[2].appVI, 34U);
+    EXPECT_EQ(run("#1155 i:16 i:34 i:7 i:-2 i:1 #75"),
+              performed("glXCreateContext 16 34 7 1\nglEnd\n"));
+    EXPECT_EQ(LocalContextTable[2].appCtx, appHandle<GLXContext>(0xfffffffeU));
+    EXPECT_EQ(run("#1184 i:16 i:35 i:0x8014 i:0 i:9 i:1 #75"),
+              performed("glXCreateNewContext 16 35 32788 null 1\nglEnd\n"));
+    EXPECT_EQ(LocalContextTable[2].appCtx, appHandle<GLXContext>(9));
+    recorder.shownElements = 0;
+    EXPECT_EQ(run("#1174 i:16 i:36 i:1 i:3 i:0x8010 i:1 i:0 #75"),
+              performed("glXChooseFBConfig 16 1 ptr ptr\nglEnd\n"));
+    recorder.shownElements = 3;
+    EXPECT_EQ(LocalFBConfigTable[2].appFBConfigID, appHandle<GLXFBConfig>(36));
+    // A list without its terminator is ended for it, also behind a token that wants a value.
+    EXPECT_EQ(run("#1181 i:16 i:36 i:51 i:1 i:0x8041 #75"),
+              performed("glXCreatePbuffer 16 36 [32833 0 0]\nglEnd\n"));
+    EXPECT_EQ(LocalPbufferTable[2].appPbufferID, 51U);
+    EXPECT_EQ(nVisualInfos + nContexts + nFBConfigs + nPbuffers, 8) << "counted by the decoder";
+}
+
+TEST_F(Special, MakeCurrentRecordsTheApplicationsWindow)
+{
+    recorder.shownElements = 0;
+    // dpy visual drawable ctx w h d x y parent
+    EXPECT_EQ(run("#1163 i:16 i:34 i:51 i:9 i:300 i:200 i:24 i:-7 i:8 i:50 #75"),
+              performed("glXMakeCurrent 16 51 9\nglEnd\n"));
+    ASSERT_EQ(nDrawables, 1);
+    const LocalDrawableInfo& record = LocalDrawableTable[0];
+    EXPECT_EQ(record.appDrawID, 51U);
+    EXPECT_EQ(record.appVI, 34U);
+    EXPECT_EQ(record.depth, 24);
+    EXPECT_EQ(record.app_parentID, 50U);
+    EXPECT_EQ(record.dirtyCtx, 1);
+    EXPECT_EQ(record.arect.x * 1000 + record.arect.y, -6992);
+    EXPECT_EQ(record.arect.w * 1000 + record.arect.h, 300200);
+    EXPECT_EQ(currAppWidth * 1000 + currAppHeight, 300200);
+
+    // Known: only its rectangle changes.
+    run("#1163 i:16 i:35 i:51 i:9 i:310 i:210 i:16 i:1 i:2 i:49");
+    EXPECT_EQ(nDrawables, 1);
+    EXPECT_EQ(record.arect.w * 1000 + record.arect.h, 310210);
+    EXPECT_EQ(record.appVI * 1000 + record.app_parentID, 34050U);
+
+    // A release concerns no drawable, but brings a size.
+    EXPECT_EQ(run("#1163 i:16 i:0 i:0 i:0 i:4 i:5 i:0 i:0 i:0 i:0"),
+              performed("glXMakeCurrent 16 0 null\n"));
+    EXPECT_EQ(nDrawables, 1);
+    EXPECT_EQ(currAppWidth * 1000 + currAppHeight, 4005);
+
+    EXPECT_EQ(run("#1185 i:16 i:1 i:2 i:51 i:52 i:9 i:7 i:7 i:7 i:7 i:7 i:7 #75"),
+              performed("glXMakeContextCurrent 16 51 52 9\nglEnd\n"));
+    EXPECT_EQ(nDrawables, 1);
+    EXPECT_EQ(currAppWidth * 1000 + currAppHeight, 4005);
+}
+
+TEST_F(Special, ACreatedWindowFillsASlotThatIsCommittedOrCleared)
+{
+    // dpy window config glxWinID visID w h d cnt
+    constexpr char create[] = "#1177 i:16 i:51 i:36 i:60 i:34 i:300 i:200 i:24 ";
+    static LocalDrawableInfo atCall;
+    static int counted;
+    glOpTable[indexOf(Op::glXCreateWindow)] =
+        reinterpret_cast<glOp>(+[](Display*, GLXFBConfig, Window, const int*) -> GLXWindow {
+            atCall = LocalDrawableTable[nDrawables];
+            nDrawables += counted;
+            return 0;
+        });
+    EXPECT_EQ(run(std::string(create) + "i:0 #75"), performed("glEnd\n"));
+    EXPECT_EQ(atCall.appDrawID, 60U);
+    EXPECT_EQ(atCall.appVI, 34U);
+    EXPECT_EQ(atCall.arect.w * 1000 + atCall.arect.h, 300200);
+    EXPECT_EQ(atCall.depth, 24);
+    // The overload took another record: the next one must start from zero.
+    EXPECT_EQ(LocalDrawableTable[0].appDrawID + LocalDrawableTable[0].appVI, 0U);
+
+    counted = 1;
+    run(std::string(create) + "i:0");
+    EXPECT_EQ(LocalDrawableTable[0].appDrawID, 60U);
+    // Known by its GLX window: its record is left alone, the operation performed.
+    LocalDrawableTable[0].depth = 3;
+    startWithoutOverloads();
+    nDrawables = 1;
+    LocalDrawableTable[0].depth = 3;
+    LocalDrawableTable[0].appDrawID = 60;
+    recorder.shownElements = 2;
+    EXPECT_EQ(run(std::string(create) + "i:2 i:5 i:0 #75"),
+              performed("glXCreateWindow 16 36 51 [5 0]\nglEnd\n"));
+    EXPECT_EQ(run(std::string(create) + "i:0 #75"),
+              performed("glXCreateWindow 16 36 51 null\nglEnd\n"));
+    EXPECT_EQ(LocalDrawableTable[0].depth, 3);
+    EXPECT_EQ(LocalDrawableTable[1].appDrawID, 0U);
+}
+
+TEST_F(Special, VertexArrayMemoryIsKnownByTheApplicationsPointer)
+{
+    constexpr char allocate[] = "#1229 i:64 f:0.5 f:1 f:0.25 i:0x40001000";
+    EXPECT_EQ(run(std::string(allocate) + " #75"),
+              performed("glXAllocateMemoryNV 64 0.5 1 0.25\nglEnd\n"));
+    ASSERT_EQ(nVertexArrayRanges, 1);
+    void* const local = LocalVertexArrayRangeTable[0].localVertexArrayRangeID;
+    ASSERT_TRUE(local);
+    EXPECT_EQ(run(allocate).messages, "GLXALLOCATEMEMORYNV DECODE: memory has already been "
+                                      "allocated at this location.\n");
+    EXPECT_EQ(nVertexArrayRanges, 1);
+    EXPECT_EQ(LocalVertexArrayRangeTable[0].localVertexArrayRangeID, local);
+    // Freed by the local address; null for one that is not known.
+    static void* freed[2];
+    static int count;
+    glOpTable[indexOf(Op::glXFreeMemoryNV)] =
+        reinterpret_cast<glOp>(+[](void* memory) { freed[count++ % 2] = memory; });
+    run("#1230 i:0x40001000 #1230 i:0x40002000");
+    EXPECT_EQ(freed[0], local);
+    EXPECT_EQ(freed[1], nullptr);
+    EXPECT_EQ(count, 2);
+}
+
+TEST(CurrentState, IsWhatWasSet)
+{
+    auto* dpy = appHandle<Display*>(3);
+    GLXDrawable drawable = 4;
+    EXPECT_EQ(_mwglGetCurrentState(nullptr, nullptr), 0);
+    _mwglSetCurrentState(appHandle<Display*>(16), 51);
+    EXPECT_EQ(_mwglGetCurrentState(&dpy, &drawable), 1);
+    EXPECT_EQ(dpy, appHandle<Display*>(16));
+    EXPECT_EQ(drawable, 51U);
+    EXPECT_DEATH(_mwglGetCurrentState(nullptr, &drawable), "failed: dpy, file coding/state.cpp");
+    EXPECT_DEATH(_mwglGetCurrentState(&dpy, nullptr), "failed: win, file coding/state.cpp");
+}
+
+} // namespace

@@ -1,0 +1,274 @@
+// Tile geometry: rectangles, scales, viewport, scissor, attribute stack and matrices, as sequences
+// of calls to the system library.
+#include "support/serverState.h"
+
+#include <cmath>
+
+bool operator==(const MWRect& a, const MWRect& b)
+{
+    return a.x == b.x && a.y == b.y && a.w == b.w && a.h == b.h;
+}
+
+void PrintTo(const MWRect& r, std::ostream* out)
+{
+    *out << r.x << " " << r.y << " " << r.w << " " << r.h;
+}
+
+namespace {
+
+constexpr MWRect nothing{-1, -1, 1, 1};
+
+class Tile : public testing::Test {
+protected:
+    void SetUp() override { startServer(); }
+};
+
+// What rebuilds the tile level, at the scale and centre of the tile.
+std::string tileLevel(const std::string& scale, const std::string& centre)
+{
+    return "glPushMatrix\nglGetDoublev 0xba7 ptr\nglLoadIdentity\nglScalef " + scale +
+           " 1\nglTranslatef " + centre + " 0\nglMultMatrixd ptr\n";
+}
+
+std::string viewportCalls(const std::string& viewport, const std::string& scale,
+                          const std::string& centre)
+{
+    return "glViewport " + viewport +
+           "\nglGetIntegerv 0xba0 ptr\nglMatrixMode 0x1701\nglPopMatrix\n" +
+           tileLevel(scale, centre) + "glMatrixMode 0x1702\n";
+}
+
+TEST_F(Tile, ClippingKeepsWholePixels)
+{
+    const MWRect hundred{0, 0, 100, 100};
+    const struct {
+        MWRect in, clip, out;
+    } cases[] = {
+        {{10.7F, 20.2F, 5.5F, 3.9F}, hundred, {10, 20, 5, 3}},
+        {{-50, 10, 100, 20}, {0, 0, 1024, 768}, {0, 10, 50, 20}},
+        {{90.9F, 95, 50, 50}, hundred, {90, 95, 10, 5}},
+        {{200, 0, 10, 10}, hundred, nothing},
+        {{100, 0, 10, 10}, hundred, nothing}, // touches the edge
+        {{0, -10, 10, 10}, hundred, nothing},
+        {{0, 0, 0.9F, 10}, hundred, nothing},
+        {{50, 50, -20, 10}, hundred, {50, 50, -20, 10}}, // negative sizes stay
+        {{0, 0, 300, 300}, {150.5F, 0, 149.5F, 300}, {150, 0, 150, 300}},
+        {{-0.9F, 0, 5, 5}, {-10, 0, 20, 20}, {0, 0, 5, 5}}, // toward zero
+        {{0, 0, 3e9F, INFINITY}, hundred, hundred},
+    };
+    for (const auto& c : cases) {
+        MWRect out{};
+        _clipRect(c.in, c.clip, &out);
+        EXPECT_EQ(out, c.out) << testing::PrintToString(c.in);
+    }
+    MWRect out{};
+    _scaleRect({1, 2, 3, 4}, 2, 10, &out);
+    EXPECT_EQ(out, (MWRect{2, 20, 6, 40}));
+    _translateRect({1, 2, 3, 4}, 2, -10, &out);
+    EXPECT_EQ(out, (MWRect{3, -8, 3, 4}));
+    constexpr char where[] = ", file coding/server_overload/tile.cpp";
+    EXPECT_DEATH(_clipRect({}, {}, nullptr), std::string("failed: out") + where);
+    EXPECT_DEATH(_scaleRect({}, 1, 1, nullptr), std::string("failed: out") + where);
+    EXPECT_DEATH(_translateRect({}, 1, 1, nullptr), std::string("failed: out") + where);
+    EXPECT_DEATH(_appRectToLocal({}, &out, &out), std::string("failed: currDrawableInfo") + where);
+    EXPECT_DEATH(_setTileTransform(LocalDrawableTable),
+                 std::string("failed: currLocalDisplay") + where);
+}
+
+TEST_F(Tile, TheScaleFillsTheWallOrKeepsTheShape)
+{
+    LocalDisplay display{};
+    display.vWidth = 4000;
+    display.vHeight = 3000;
+    currLocalDisplay = &display;
+    const struct {
+        int keep, W, H;
+        float psx, psy;
+    } cases[] = {
+        {0, 1000, 500, 4, 6},  {1, 1000, 500, 4, 4}, {1, 500, 1000, 3, 3},
+        {1, 400, 300, 10, 10}, {1, 0, 300, 10, 10}, // no size yet: the scale before
+        {1, 300, 0, 10, 10},   {0, 0, 0, 10, 10},
+    };
+    LocalDrawableInfo drawable{};
+    for (const auto& c : cases) {
+        keep_aspect_ratio = c.keep;
+        currAppWidth = c.W;
+        currAppHeight = c.H;
+        drawable.arect = {30, 40, 50, 60};
+        _setTileTransform(&drawable);
+        EXPECT_EQ(drawable.psx, c.psx) << c.W << " x " << c.H;
+        EXPECT_EQ(drawable.psy, c.psy) << c.W << " x " << c.H;
+        EXPECT_EQ(drawable.arect, (MWRect{0, 0, 50, 60}));
+    }
+    drawable.root = &drawable; // inside another window: nothing of it is shown
+    _setTileTransform(&drawable);
+    EXPECT_EQ(drawable.psx + drawable.psy, 0);
+}
+
+TEST_F(Tile, AViewportIsCutToTheTileAndTheProjectionFollows)
+{
+    const struct {
+        const char* what;
+        MWRect tile;
+        const char *wire, *viewport, *scale, *centre;
+    } cases[] = {
+        {"left half", {0, 0, 400, 600}, "i:0 i:0 i:400 i:300", "0 0 400 600", "2 1", "0.5 -0"},
+        {"right half", {400, 0, 400, 600}, "i:0 i:0 i:400 i:300", "0 0 400 600", "2 1", "-0.5 -0"},
+        {"upper quarter",
+         {0, 450, 800, 150},
+         "i:0 i:0 i:400 i:300",
+         "0 0 800 150",
+         "1 4",
+         "-0 -0.75"},
+        {"part of the window",
+         {0, 0, 800, 600},
+         "i:100 i:75 i:200 i:150",
+         "200 150 400 300",
+         "1 1",
+         "-0 -0"},
+        {"both", {400, 0, 400, 600}, "i:100 i:0 i:200 i:300", "0 0 200 600", "2 1", "-0.5 -0"},
+        {"another tile",
+         {400, 0, 400, 600},
+         "i:0 i:0 i:100 i:300",
+         "-401 -1 1 1",
+         "200 600",
+         "1.00999999 1.00333333"},
+    };
+    for (const auto& c : cases) {
+        startServer();
+        const LocalContextInfo& context = makeTileCurrent(c.tile, 400, 300, 2);
+        recorder.values[GL_MATRIX_MODE] = {0x1702};
+        const Outcome outcome = run(std::string("#52 ") + c.wire + " i:400 i:300");
+        if (c.what != std::string("another tile"))
+            EXPECT_EQ(outcome, performed(viewportCalls(c.viewport, c.scale, c.centre))) << c.what;
+        else
+            EXPECT_EQ(outcome.calls.substr(0, outcome.calls.find('\n')),
+                      std::string("glViewport ") + c.viewport);
+        // What the application passed is remembered.
+        std::string given;
+        for (int i = 0; i < 4; ++i)
+            given += (i ? " i:" : "i:") + std::to_string(context.attrStack->vp[i]);
+        EXPECT_EQ(given, c.wire);
+    }
+}
+
+TEST_F(Tile, ANegativeViewportOrScissorIsEmpty)
+{
+    makeTileCurrent({0, 0, 400, 600}, 400, 300, 2);
+    recorder.values[GL_MATRIX_MODE] = {0x1702};
+    EXPECT_EQ(run("#52 i:10 i:20 i:-5 i:30 i:400 i:300"),
+              performed(viewportCalls("10 20 0 0", "0 1", "0.5 -0")));
+    EXPECT_EQ(run("#19 i:10 i:20 i:-5 i:30"), performed("glScissor 10 20 0 0\n"));
+}
+
+TEST_F(Tile, AScissorBoxIsCutToTheDisplay)
+{
+    makeTileCurrent({400, 300, 400, 300}, 400, 300, 2);
+    EXPECT_EQ(run("#19 i:150 i:100 i:100 i:100"), performed("glScissor 0 0 100 100\n"));
+    EXPECT_EQ(run("#19 i:250 i:200 i:10 i:20"), performed("glScissor 100 100 20 40\n"));
+    EXPECT_EQ(run("#19 i:0 i:0 i:10 i:10"), performed("glScissor -401 -301 1 1\n"));
+}
+
+TEST_F(Tile, OperationsNeedACurrentDrawableAndContext)
+{
+    const char* operations[] = {"#52 z:24", "#33 i:0",  "#34",      "#49 i:0x1700",
+                                "#55",      "#57 z:64", "#59 z:64", "#53",
+                                "#54",      "#61 z:16", "#50 z:48", "#185 z:8"};
+    LocalDisplay display{};
+    currLocalDisplay = &display;
+    for (const char* operation : operations)
+        EXPECT_DEATH(walk(operation), "failed: currDrawableInfo, file coding/server_overload/")
+            << operation;
+    EXPECT_DEATH(walk("#19 z:16"), "failed: currDrawableInfo, file coding/server_overload/tile");
+    currDrawableInfo = LocalDrawableTable;
+    for (const char* operation : operations)
+        EXPECT_DEATH(walk(operation),
+                     "failed: currDrawableInfo->lctx, file coding/server_overload/")
+            << operation;
+    // Without a drawable the tile level is left alone, and points keep their size.
+    currDrawableInfo = nullptr;
+    _pushTileTransformation();
+    _popTileTransformation();
+    EXPECT_EQ(takeCalls(), "");
+    EXPECT_EQ(run("#10 f:2"), performed("glPointSize 2\n"));
+}
+
+TEST_F(Tile, TheAttributeStackRemembersViewportAndRasterPosition)
+{
+    LocalContextInfo& context = makeTileCurrent({0, 0, 800, 600}, 400, 300, 2);
+    EXPECT_EQ(context.attrStack->bits, 0U);
+    EXPECT_EQ(std::vector<double>(context.attrStack->rp, context.attrStack->rp + 4),
+              (std::vector<double>{0, 0, 0, 1}));
+    recorder.values[GL_MATRIX_MODE] = {0x1702};
+    const std::vector<double> identity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    recorder.values[GL_MODELVIEW_MATRIX] = recorder.values[GL_PROJECTION_MATRIX] = identity;
+    const auto top = [&context] {
+        return std::to_string(context.attrStack->vp[2]) + " " +
+               std::to_string(static_cast<int>(context.attrStack->rp[0]));
+    };
+    run("#52 i:0 i:0 i:400 i:300 i:400 i:300 #185 f:1 f:0");
+    // Nested, each with its own mask: viewport inside current inside neither.
+    EXPECT_EQ(run("#33 i:0x4000"), performed("glPushAttrib 0x4000\n"));
+    EXPECT_EQ(top(), "400 1");
+    run("#52 i:0 i:0 i:200 i:300 i:400 i:300 #185 f:2 f:0 #33 i:1");
+    run("#52 i:0 i:0 i:100 i:300 i:400 i:300 #185 f:3 f:0 #33 i:0x801");
+    run("#52 i:0 i:0 i:50 i:300 i:400 i:300 #185 f:4 f:0");
+    EXPECT_EQ(top(), "50 4");
+    // The outer viewport is set again before the system's own pop, which comes last.
+    EXPECT_EQ(run("#34"), performed(viewportCalls("0 0 200 600", "1 1", "-0 -0") +
+                                    "glGetDoublev 0xba6 ptr\nglPopAttrib\n"));
+    EXPECT_EQ(top(), "100 3");
+    EXPECT_EQ(run("#34"), performed("glGetDoublev 0xba6 ptr\nglPopAttrib\n"));
+    EXPECT_EQ(top(), "100 2") << "the viewport set inside stays, the raster position does not";
+    EXPECT_EQ(context.tileRP[0], 150) << "2 on a viewport 100 wide";
+    EXPECT_EQ(run("#34"), performed("glPopAttrib\n"));
+    EXPECT_EQ(top(), "100 2");
+    // One pop too many is the system library's affair alone.
+    EXPECT_EQ(run("#34"), performed("glPopAttrib\n"));
+    EXPECT_EQ(top(), "100 2");
+}
+
+TEST_F(Tile, MatrixOperationsActBelowTheTileLevel)
+{
+    makeTileCurrent({0, 0, 400, 600}, 400, 300, 2);
+    const std::pair<const char*, const char*> operations[] = {
+        {"#55", "glLoadIdentity"},
+        {"#56 z:128", "glLoadMatrixd ptr"},
+        {"#57 z:64", "glLoadMatrixf ptr"},
+        {"#58 z:128", "glMultMatrixd ptr"},
+        {"#59 z:64", "glMultMatrixf ptr"},
+        {"#60 d:1 d:2 d:3 d:4", "glRotated 1 2 3 4"},
+        {"#61 f:1 f:2 f:3 f:4", "glRotatef 1 2 3 4"},
+        {"#62 d:1 d:2 d:3", "glScaled 1 2 3"},
+        {"#63 f:1 f:2 f:3", "glScalef 1 2 3"},
+        {"#64 d:1 d:2 d:3", "glTranslated 1 2 3"},
+        {"#65 f:1 f:2 f:3", "glTranslatef 1 2 3"},
+        {"#53", "glPushMatrix"},
+        {"#54", "glPopMatrix"},
+        {"#50 d:1 d:2 d:3 d:4 d:5 d:6", "glOrtho 1 2 3 4 5 6"},
+        {"#51 d:1 d:2 d:3 d:4 d:5 d:6", "glFrustum 1 2 3 4 5 6"},
+    };
+    const auto check = [&](const std::string& before, const std::string& after) {
+        for (const auto& [wire, call] : operations)
+            EXPECT_EQ(run(wire), performed(before + call + "\n" + after));
+    };
+    check("", ""); // a new context counts as not in projection mode
+    EXPECT_EQ(run("#49 i:0x1701"), performed("glMatrixMode 0x1701\n"));
+    check("glPopMatrix\n", tileLevel("2 1", "0.5 -0"));
+    EXPECT_EQ(run("#49 i:0x1700"), performed("glMatrixMode 0x1700\n"));
+    check("", "");
+}
+
+TEST_F(Tile, TheApplicationsProjectionIsReadBackAtEachRebuild)
+{
+    LocalContextInfo& context = makeTileCurrent({0, 0, 400, 600}, 400, 300, 2);
+    std::vector<double> projection(16);
+    for (int i = 0; i < 16; ++i)
+        projection[static_cast<std::size_t>(i)] = 10 + i;
+    recorder.values[GL_PROJECTION_MATRIX] = projection;
+    recorder.shownElements = 2;
+    EXPECT_TRUE(run("#49 i:0x1701 #55").calls.ends_with("glMultMatrixd [10 11]\n"));
+    EXPECT_EQ(std::vector<double>(context.appProjection, context.appProjection + 16), projection);
+}
+
+} // namespace
