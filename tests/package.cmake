@@ -23,3 +23,6 @@ if(NOT MOSA_SANITIZE)
         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/package.sh ${CMAKE_BINARY_DIR} ${CMAKE_CPACK_COMMAND})
     set_tests_properties(package PROPERTIES TIMEOUT 600 SKIP_RETURN_CODE 77)
 endif()
+
+add_test(NAME messages COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/messages.sh ${PROJECT_SOURCE_DIR})
+set_tests_properties(messages PROPERTIES TIMEOUT 60)
