@@ -149,7 +149,7 @@ TEST_P(Scenes, MeetAtTheSeams)
     ASSERT_FALSE(isBlank(single));
     for (const Grid grid : manyTiles)
         expectSame(play(stream, grid, width, height), single, tileBound,
-                   GetParam().name + (" " + nameOf(grid)));
+                   std::string(GetParam().name) + " " + nameOf(grid));
 }
 
 INSTANTIATE_TEST_SUITE_P(Features, Scenes,
