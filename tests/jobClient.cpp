@@ -1,0 +1,180 @@
+// A client of bare MPI messages, which can do everything wrong. Its arguments are its steps:
+//   handshake VERSION ADDRMODE ENDIAN   only as the first step; otherwise it is 0 0 0
+//   send SYNC TEXT          a buffer, its bytes as in support/bytes.h
+//   repeat N SYNC TEXT      the same N times
+//   header SIZE SYNC        a header alone
+//   slice TASK SIZE         a slice of zeros
+//   planned N               the first N buffers of randomBuffers.h, acknowledgements checked
+//   acknowledged N          waits for N acknowledgements, and finds no further one
+//   die                     ends at once, without a word to MPI
+//   wait                    until a signal ends it
+//   end                     ends the stream
+#include "tests/randomBuffers.h"
+#include "tests/support/bytes.h"
+
+#include <csignal>
+#include <cstdio>
+#include <sched.h>
+#include <unistd.h>
+
+#include <mpi.h>
+
+namespace {
+
+enum Tag { header = 1, clientSlice = 2, acknowledgement = 4 };
+
+int nNodes;
+
+// Unlike a blocking call this gives up the processor: there are fewer cores than tasks.
+void complete(std::vector<MPI_Request>& requests)
+{
+    for (int flag = 0; !flag; sched_yield())
+        MPI_Testall(static_cast<int>(requests.size()), requests.data(), &flag, MPI_STATUSES_IGNORE);
+    requests.clear();
+}
+
+void start(std::vector<MPI_Request>& requests, const void* bytes, int count, int task, Tag tag)
+{
+    requests.emplace_back();
+    MPI_Isend(bytes, count, MPI_BYTE, task, tag, MPI_COMM_WORLD, &requests.back());
+}
+
+void sendHeader(int size, int sync)
+{
+    const std::int32_t words[] = {size, sync};
+    std::vector<MPI_Request> requests;
+    for (int task = 1; task <= 2 && task < nNodes; ++task)
+        start(requests, words, sizeof words, task, header);
+    complete(requests);
+}
+
+void sendBuffer(const Bytes& bytes, int sync)
+{
+    const int size = static_cast<int>(bytes.size());
+    sendHeader(size, sync);
+    std::vector<MPI_Request> requests;
+    const int servers = nNodes - 1;
+    const int each = size / servers;
+    for (int server = 0; size > 0 && server < servers; ++server)
+        start(requests, bytes.data() + server * each,
+              server == servers - 1 ? size - server * each : each, server + 1, clientSlice);
+    complete(requests);
+}
+
+[[noreturn]] void fail(const std::string& what)
+{
+    std::fprintf(stderr, "jobClient: %s\n", what.c_str());
+    MPI_Abort(MPI_COMM_WORLD, 9);
+    std::abort();
+}
+
+void receiveAcknowledgement()
+{
+    std::int32_t value = 0;
+    std::vector<MPI_Request> request(1);
+    MPI_Irecv(&value, sizeof value, MPI_BYTE, 1, acknowledgement, MPI_COMM_WORLD, request.data());
+    complete(request);
+    if (value != 1)
+        fail("an acknowledgement of " + std::to_string(value));
+}
+
+// Any message of a server to the client is an acknowledgement.
+bool messageWaits()
+{
+    int flag = 0;
+    MPI_Iprobe(MPI_ANY_SOURCE, MPI_ANY_TAG, MPI_COMM_WORLD, &flag, MPI_STATUS_IGNORE);
+    return flag != 0;
+}
+
+void expectAcknowledgements(int count)
+{
+    for (int i = 0; i < count; ++i)
+        receiveAcknowledgement();
+    if (messageWaits())
+        fail("more than " + std::to_string(count) + " acknowledgements");
+}
+
+void sendPlanned(int count)
+{
+    const randomBuffers::Plan plan = randomBuffers::makePlan();
+    int owed = 0;
+    for (int number = 0; number < count; ++number) {
+        if (number % 10 == 5)
+            sendHeader(0, 1); // queues nothing, so nothing is acknowledged
+        const int sync = randomBuffers::syncOf(number);
+        sendBuffer(randomBuffers::bytesOf(plan, number), sync);
+        owed += sync != 0;
+        for (; owed > 0 && messageWaits(); --owed)
+            receiveAcknowledgement();
+    }
+    // The check of each server's own, and one more than a server can hold undecoded: then all
+    // have checked when the last is acknowledged.
+    sendBuffer(bytes("#112 i:" + std::to_string(count)), 0);
+    for (int i = 0; i < 64; ++i)
+        sendBuffer(bytes("#39"), 0);
+    sendBuffer(bytes("#39"), 1);
+    expectAcknowledgements(owed + 1);
+}
+
+int step(char** arguments)
+{
+    const std::string name = arguments[0];
+    const auto number = [arguments](int i) { return std::stoi(arguments[i]); };
+    if (name == "send")
+        return sendBuffer(bytes(arguments[2]), number(1)), 3;
+    if (name == "repeat") {
+        for (int i = 0; i < number(1); ++i)
+            sendBuffer(bytes(arguments[3]), number(2));
+        return 4;
+    }
+    if (name == "header")
+        return sendHeader(number(1), number(2)), 3;
+    if (name == "slice") {
+        const Bytes zeros(static_cast<std::size_t>(number(2)));
+        std::vector<MPI_Request> requests;
+        start(requests, zeros.data(), number(2), number(1), clientSlice);
+        return complete(requests), 3;
+    }
+    if (name == "planned")
+        return sendPlanned(number(1)), 2;
+    if (name == "acknowledged")
+        return expectAcknowledgements(number(1)), 2;
+    if (name == "die")
+        std::raise(SIGKILL);
+    if (name == "wait") {
+        std::fputs("jobClient: waiting\n", stderr);
+        for (;;)
+            pause();
+    }
+    if (name == "end")
+        return sendHeader(-1, 0), 1;
+    fail("no step is called " + name);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    MPI_Init(&argc, &argv);
+    MPI_Comm_size(MPI_COMM_WORLD, &nNodes);
+    int contributed = nNodes;
+    int first = 0;
+    MPI_Allreduce(&contributed, &first, 1, MPI_INT, MPI_MIN, MPI_COMM_WORLD);
+    MPI_Group world;
+    MPI_Comm none;
+    MPI_Comm_group(MPI_COMM_WORLD, &world);
+    MPI_Group servers;
+    int range[1][3] = {{first, nNodes - 1, 1}};
+    MPI_Group_range_incl(world, 1, range, &servers);
+    MPI_Comm_create(MPI_COMM_WORLD, servers, &none);
+
+    std::int32_t handshake[3] = {0, 0, 0};
+    char** next = argv + 1;
+    if (*next && std::string(*next) == "handshake")
+        for (std::int32_t& word : (++next, handshake))
+            word = std::stoi(*next++);
+    MPI_Bcast(handshake, sizeof handshake, MPI_BYTE, 0, MPI_COMM_WORLD);
+    while (*next)
+        next += step(next);
+    MPI_Finalize();
+}

@@ -1,0 +1,55 @@
+// What the tests of whole jobs share.
+#pragma once
+
+#include "client/mpiJob.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+/// A program or library of this build.
+inline std::string built(const std::string& name) { return PROGRAMS "/" + name; }
+
+/// A job of the raw client, which takes these steps, beside servers that draw nothing.
+inline Job clientJob(int servers, std::vector<std::string> steps,
+                     std::vector<std::string> environment = {})
+{
+    steps.insert(steps.begin(), built("tests/jobClient"));
+    environment.insert(environment.begin(), "SYSTEM_OPENGL_LIB=" + built("tests/librecorder.so"));
+    return {.client = steps,
+            .server = {built("server")},
+            .servers = servers,
+            .environment = environment,
+            .options = {},
+            .output = Output::capture};
+}
+
+/// An environment variable that loads these libraries of this build over the operations.
+inline std::string overloads(const std::string& library)
+{
+    return "MOSA_OVERLOAD_FILE=" + temporaryFile(built("tests/" + library + ".so") + "\n");
+}
+
+inline int occurrences(const std::string& text, const std::string& part)
+{
+    int count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+constexpr Timeout jobTime = std::chrono::seconds(120);
+using Clock = std::chrono::steady_clock;
+
+/// Waits until a job has said this, or ended. Returns what it said so far.
+inline std::string waitForText(const Process& job, const std::string& text)
+{
+    const Clock::time_point limit = Clock::now() + jobTime;
+    std::string said;
+    while (said.find(text) == std::string::npos && Clock::now() < limit &&
+           !waitForEnd(job, std::chrono::milliseconds(20)))
+        said = errorsSoFar(job);
+    EXPECT_NE(said.find(text), std::string::npos) << said;
+    return said;
+}
