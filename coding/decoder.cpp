@@ -1,13 +1,13 @@
 #include "coding/decoder.h"
-#include "coding/fromWire.h"
+#include "coding/argumentDecoders.h"
 
 #include <algorithm>
 #include <cstdio>
 
 // The walk's position and its recent history, for a debugger, a core file and the message of a
 // fatal end. Decode thread only.
-unsigned char* bs;        // first byte of the buffer
-unsigned char* be;        // one past its last byte
+unsigned char* bs; // first byte of the buffer
+unsigned char* be; // one past its last byte
 int knt;
 int lastOps[100];         // opcode of operation knt at knt modulo 100; never cleared
 int xx;                   // trace switch
@@ -30,7 +30,38 @@ static int abandoned()
     return 0;
 }
 
-int decoder(unsigned char* bufStart, int length)
+[[gnu::cold, gnu::noinline]] static void trace(unsigned opcode)
+{
+    if (opcode < operationCount)
+        std::fprintf(stderr, "%s\n", opNames[opcode]);
+}
+
+static int badOpcode(unsigned opcode)
+{
+    std::fprintf(stderr, "BAD OPCODE (%u)!!\n", opcode);
+    if (xx)
+        std::fprintf(stderr, "BAD OPCODE!!\n");
+    return abandoned(); // its length, and so the next record, is unknown
+}
+
+// Performs a record in place; null when that is left to its decoder.
+static char* performInPlace(unsigned opcode, char* args, std::int64_t room)
+{
+    switch (opcode) {
+#define OPERATION(number, name, ...)                                                               \
+    case number:                                                                                   \
+        return decodeInPlace<Op::name, decltype(::name)>(__VA_ARGS__{}, _##name, args, room);
+#define BY_HAND(number, name, ...)                                                                 \
+    case number:                                                                                   \
+        return callInPlace<Op::name>(__VA_ARGS__{}, _##name, args, room);
+#define UNPERFORMED(number, name, ...)
+#include "coding/operations.def"
+    }
+    return nullptr;
+}
+
+// Flattened: all that is decoded in place becomes part of the loop.
+[[gnu::flatten]] int decoder(unsigned char* bufStart, int length)
 {
     static int bucketID; // buffers whose walk ended exactly at their end
     constexpr int opcodeBytes = 2;
@@ -38,31 +69,35 @@ int decoder(unsigned char* bufStart, int length)
     unsigned char* const bufEnd = bufStart + length;
     bs = bufStart;
     be = bufEnd;
-    knt = -1;
+    int index = -1; // knt, in a register
+    knt = index;
+    int* last = lastOps; // where the next opcode goes
     unsigned char* b = bufStart;
-    while (b < bufEnd) {
+    for (;;) {
         br = b;
-        ++knt;
         if (bufEnd - b < opcodeBytes)
-            return ranPastEnd();
+            break;
+        knt = ++index;
         const unsigned opcode = load<std::uint16_t>(b);
         b += opcodeBytes;
-        lastOps[knt % std::ssize(lastOps)] = static_cast<int>(opcode);
-
-        const bool bad = opcode >= operationCount;
-        if (bad)
-            std::fprintf(stderr, "BAD OPCODE (%d)!!\n", opcode);
-        if (xx)
-            std::fprintf(stderr, "%s\n", bad ? "BAD OPCODE!!" : opNames[opcode]);
-        if (bad)
-            return abandoned(); // its length, and so the next record, is unknown
+        *last = static_cast<int>(opcode);
+        if (++last == std::end(lastOps)) [[unlikely]]
+            last = lastOps;
+        if (xx) [[unlikely]]
+            trace(opcode);
 
         char* args = reinterpret_cast<char*>(b);
-        if (!blockFits(recordExtents[opcode], args, bufEnd - b))
-            return ranPastEnd();
-        b = reinterpret_cast<unsigned char*>(glWrappers[opcode](args));
-        if (!b)
-            return abandoned();
+        char* next = performInPlace(opcode, args, bufEnd - b);
+        if (!next) [[unlikely]] {
+            if (opcode >= operationCount)
+                return badOpcode(opcode);
+            if (!blockFits(recordExtents[opcode], args, bufEnd - b))
+                return ranPastEnd();
+            next = glWrappers[opcode](args);
+            if (!next)
+                return abandoned();
+        }
+        b = reinterpret_cast<unsigned char*>(next);
     }
     if (b != bufEnd)
         return ranPastEnd();
