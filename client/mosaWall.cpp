@@ -35,17 +35,15 @@ std::vector<Host> hostsOf(const Options& options)
     return options.hosts.empty() ? std::vector<Host>{} : readHosts(options.hosts);
 }
 
-void requireFilled(Size size, const char* what)
+std::vector<Place> placesOf(const Wall& wall, const Options& options)
 {
-    if (size.w < 1 || size.h < 1)
-        throw std::runtime_error(std::string(what) + " must not be empty");
+    return placeServers(hostsOf(options), static_cast<int>(wall.tiles.size()));
 }
 
 int layout(const Options& options)
 {
     const Grid& grid = options.grid;
-    requireFilled(grid.screens, "the grid");
-    requireFilled(grid.screen, "a screen");
+    requireUsable(grid);
     const std::vector<Place> places =
         placeServers(hostsOf(options), grid.screens.w * grid.screens.h);
     // Each server opens a display of its own node; several on one node have a screen each.
@@ -87,13 +85,13 @@ int check(const Options& options)
 }
 
 // Prints or checks a job. True when it is to be run.
-bool readyToRun(const Wall& wall, const Job& job, bool dryRun)
+bool readyToRun(const Wall& wall, const Job& job, const Options& options)
 {
-    if (dryRun) {
+    if (options.dryRun) {
         std::printf("%s\n", shellLine(jobLine(job)).c_str());
         return false;
     }
-    const std::vector<std::string> faults = probeWall(wall, job);
+    const std::vector<std::string> faults = probeWall(wall, job, placesOf(wall, options));
     for (const std::string& fault : faults)
         std::fprintf(stderr, "mosa-wall: %s\n", fault.c_str());
     if (!faults.empty())
@@ -108,7 +106,7 @@ int run(const Options& options)
     if (options.loop != 1)
         arguments.insert(arguments.end(), {"--loop", std::to_string(options.loop)});
     const Job job = wallJob(wall, hostsOf(options), arguments);
-    if (!readyToRun(wall, job, options.dryRun))
+    if (!readyToRun(wall, job, options))
         return 0;
     std::vector<std::string> line = jobLine(job);
     std::vector<char*> argv;
@@ -122,10 +120,8 @@ int run(const Options& options)
 int snapshot(const Options& options)
 {
     const Wall wall = readUsableWall(options.wall);
-    const auto servers = static_cast<int>(wall.tiles.size());
-    const std::vector<Host> hosts = hostsOf(options);
-    writePng(options.output, snapshotWall(wall, hosts.empty() ? std::vector<Place>{}
-                                                              : placeServers(hosts, servers)));
+    writePng(options.output.empty() ? "wall.png" : options.output,
+             snapshotWall(wall, placesOf(wall, options)));
     return 0;
 }
 
@@ -141,7 +137,7 @@ int pattern(const Options& options)
     writeStreamFile(file, stream);
     Job job = wallJob(wall, hostsOf(options), {file, "--loop", std::to_string(options.loop)});
     job.output = Output::inherit;
-    if (!readyToRun(wall, job, options.dryRun))
+    if (!readyToRun(wall, job, options))
         return 0;
     // The operator ends it when the wall has been judged, if not its last frame does.
     constexpr Timeout days = std::chrono::hours(24 * 7);
@@ -154,11 +150,24 @@ int demo(const Options& options)
         listScenes();
         return 0;
     }
-    requireFilled(options.demo.screens, "the wall");
     return runDemo(options.demo);
 }
 
 int probe(const Options& options) { return probeNode(options.wall); }
+
+CLI::Option* addSize(CLI::App* command, const std::string& name, Size& size,
+                     const std::string& about)
+{
+    return command
+        ->add_option_function<std::string>(
+            name,
+            [name, &size](const std::string& text) {
+                if (!parseSize(text, size))
+                    throw CLI::ValidationError(name, "\"" + text + "\" should read like 4x2");
+            },
+            about)
+        ->type_name("WxH");
+}
 
 void addHosts(CLI::App* command, Options& options)
 {
@@ -177,13 +186,12 @@ void addLayout(CLI::App& app, Options& options)
 {
     CLI::App* command =
         app.add_subcommand("layout", "Write a wall file for a grid of equal screens");
-    command->add_option("GRID", options.grid.screens, "columns and rows of screens, as 4x2")
+    addSize(command, "GRID", options.grid.screens, "columns and rows of screens, as 4x2")
         ->required();
-    command->add_option("SCREEN", options.grid.screen, "pixels of a screen, as 1920x1080")
-        ->required();
-    command->add_option("--bezel", options.grid.bezel,
-                        "pixels of the wall behind the frames between two screens, as 40x40: the "
-                        "picture goes on behind them");
+    addSize(command, "SCREEN", options.grid.screen, "pixels of a screen, as 1920x1080")->required();
+    addSize(command, "--bezel", options.grid.bezel,
+            "pixels of the wall behind the frames between two screens, as 40x40: the "
+            "picture goes on behind them");
     addHosts(command, options);
     command->add_option("-o,--output", options.output, "file to write, instead of standard output");
     command->footer(
@@ -232,7 +240,7 @@ void addSnapshot(CLI::App& app, Options& options)
     CLI::App* command = app.add_subcommand("snapshot", "Take a picture of the wall");
     command->add_option("WALL", options.wall, "wall file")->required();
     command->add_option("-o,--output", options.output, "PNG file to write")
-        ->default_val("wall.png");
+        ->default_str("wall.png");
     addHosts(command, options);
     command->footer(
         "Takes every tile's screen and puts them together as on the wall; what no server shows is\n"
@@ -273,10 +281,10 @@ void addDemo(CLI::App& app, Options& options)
     command->add_option("SCENE", demoOptions.scene, "a scene's name or a stream file")
         ->capture_default_str();
     command->add_flag("--list", options.list, "name the scenes that come with the system");
-    command->add_option("--wall", demoOptions.screens, "columns and rows of tiles")
+    addSize(command, "--wall", demoOptions.screens, "columns and rows of tiles")
         ->default_str("2x2");
-    command->add_option("--tile", demoOptions.screen,
-                        "pixels of a tile, as 300x300; without, those of the program's own window");
+    addSize(command, "--tile", demoOptions.screen,
+            "pixels of a tile, as 300x300; without, those of the program's own window");
     command->add_option("--gap", demoOptions.gap, "pixels of bezel between two tiles")
         ->check(CLI::Range(0, 10000));
     command->add_flag("--show", demoOptions.show,

@@ -31,9 +31,10 @@ struct Group {
     std::atomic<int> pidFd;
 };
 constexpr int mostGroups = 256;
-constexpr int mostFiles = 64;
+constexpr int mostFiles = 1024;
+constexpr std::size_t longestFileName = 255;
 std::array<Group, mostGroups> groups;
-std::array<char[PATH_MAX], mostFiles> files;
+std::array<char[longestFileName + 1], mostFiles> files;
 std::atomic<int> nFiles;
 std::atomic<pid_t> owner; // of the tables: a child that was forked elsewhere leaves them alone
 
@@ -330,7 +331,7 @@ std::string temporaryFile(const std::string& content)
     if (place == mostFiles)
         throw std::runtime_error("too many temporary files");
     std::string name = std::filesystem::temp_directory_path() / "mosa-XXXXXX";
-    const int fd = name.size() < PATH_MAX ? mkostemp(name.data(), O_CLOEXEC) : -1;
+    const int fd = name.size() <= longestFileName ? mkostemp(name.data(), O_CLOEXEC) : -1;
     if (fd < 0)
         fail(name, errno);
     std::strcpy(files[static_cast<std::size_t>(place)], name.c_str());

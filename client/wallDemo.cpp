@@ -92,6 +92,7 @@ int runDemo(const DemoOptions& options)
     Grid grid{options.screens, options.screen, {options.gap, options.gap}};
     if (!grid.screen.w)
         grid.screen = scene.width ? Size{scene.width, scene.height} : usualScreen;
+    requireUsable(grid);
     const std::string picture = std::filesystem::absolute(options.picture);
     std::filesystem::remove(picture); // only this run's picture counts
 

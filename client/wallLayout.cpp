@@ -34,13 +34,13 @@ std::string placeInGrid(const Grid& grid, int server)
 
 } // namespace
 
-std::istream& operator>>(std::istream& in, Size& size)
+bool parseSize(const std::string& text, Size& size)
 {
     char by = 0;
+    std::istringstream in(text);
     in >> size.w >> by >> size.h;
-    if (by != 'x' || size.w < 0 || size.h < 0)
-        in.setstate(std::ios::failbit);
-    return in;
+    const auto sensible = [](int n) { return n >= 0 && n <= 1'000'000; };
+    return in && by == 'x' && in.peek() == EOF && sensible(size.w) && sensible(size.h);
 }
 
 std::string toText(Size size) { return std::to_string(size.w) + "x" + std::to_string(size.h); }
@@ -126,6 +126,20 @@ std::vector<Place> placeServers(const std::vector<Host>& hosts, int n)
                                  std::to_string(places.size()));
     places.resize(static_cast<std::size_t>(n));
     return places;
+}
+
+void requireUsable(const Grid& grid)
+{
+    const auto require = [](bool holds, const char* otherwise) {
+        if (!holds)
+            throw std::runtime_error(otherwise);
+    };
+    require(grid.screens.w > 0 && grid.screens.h > 0, "the wall has no screens");
+    require(grid.screen.w > 0 && grid.screen.h > 0, "the screens have no pixels");
+    require(1.0 * grid.screens.w * grid.screens.h <= 10'000, "the wall has too many screens");
+    require(1.0 * grid.screens.w * (grid.screen.w + grid.bezel.w) < 1e9 &&
+                1.0 * grid.screens.h * (grid.screen.h + grid.bezel.h) < 1e9,
+            "the wall is too large");
 }
 
 Size wallSize(const Grid& grid)

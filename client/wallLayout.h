@@ -11,8 +11,8 @@ struct Size {
     int w = 0, h = 0;
 };
 
-/// Reads "4x2". Found by the option parser.
-std::istream& operator>>(std::istream& in, Size& size);
+/// Reads "4x2". False when the text is anything else.
+bool parseSize(const std::string& text, Size& size);
 std::string toText(Size size);
 
 /// Whole pixels of the wall, y upward.
@@ -71,6 +71,10 @@ struct Grid {
     Size screen{300, 300};
     Size bezel; // pixels of the wall that lie between two screens
 };
+
+/// Throws std::runtime_error for a grid that makes no wall.
+void requireUsable(const Grid& grid);
+
 Size wallSize(const Grid& grid);
 PixelArea areaOf(const Grid& grid, int server);
 

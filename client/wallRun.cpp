@@ -77,7 +77,8 @@ Job wallJob(const Wall& wall, const std::vector<Host>& hosts,
     return job;
 }
 
-std::vector<std::string> probeWall(const Wall& wall, const Job& job)
+std::vector<std::string> probeWall(const Wall& wall, const Job& job,
+                                   const std::vector<Place>& places)
 {
     Job probe = job;
     probe.client = {"true"}; // keeps the client's place
@@ -101,8 +102,10 @@ std::vector<std::string> probeWall(const Wall& wall, const Job& job)
     std::vector<std::string> faults;
     for (int server = 0; server < job.servers; ++server) {
         const auto answer = answers.find(server);
+        const std::string& host = places.at(static_cast<std::size_t>(server)).host;
         if (answer == answers.end())
-            faults.push_back("server " + std::to_string(server) + ": its node does not answer");
+            faults.push_back("server " + std::to_string(server) + ": its node" +
+                             (host.empty() ? "" : ", " + host + ",") + " does not answer");
         else if (!answer->second.empty())
             faults.push_back("server " + std::to_string(server) + answer->second);
     }

@@ -11,7 +11,8 @@ Job wallJob(const Wall& wall, const std::vector<Host>& hosts,
 
 /// Asks every node, the way the job will reach it, whether its wall file, display, GLX and OpenGL
 /// library are there. Returns what is wrong, one line each.
-std::vector<std::string> probeWall(const Wall& wall, const Job& job);
+std::vector<std::string> probeWall(const Wall& wall, const Job& job,
+                                   const std::vector<Place>& places);
 
 /// The node's side of it: looks as the server of this MPI task would, and answers in one line.
 int probeNode(const std::string& wallFile);
