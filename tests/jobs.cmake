@@ -16,3 +16,20 @@ add_dependencies(job_test server jobClient checkBuffers blockUntilEnd recorder)
 # Each job keeps every core busy; two at a time take longer than one after the other.
 gtest_discover_tests(job_test PROPERTIES TIMEOUT 300 PROCESSORS 2 RESOURCE_LOCK jobs LABELS jobs
     ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+
+# The threads alone, with MPI and the decoder replaced, always under the thread sanitizer.
+file(GLOB SHUFFLE CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/shuffle/*.cpp)
+add_executable(threads_test threads/threads_test.cpp threads/standInMpi.cpp ${SHUFFLE})
+# In this directory's targets only.
+set_source_files_properties(${PROJECT_SOURCE_DIR}/shuffle/server.cpp PROPERTIES
+    COMPILE_DEFINITIONS "main=serverMain;MOSA_VERSION=\"${PROJECT_VERSION}\"")
+target_include_directories(threads_test PRIVATE threads/include ${PROJECT_SOURCE_DIR}
+    ${GL_INCLUDE_DIR})
+target_compile_features(threads_test PRIVATE cxx_std_20)
+target_compile_options(threads_test PRIVATE -Wall -Wextra -Wshadow -Wconversion -O1 -g
+    -fsanitize=thread)
+target_link_options(threads_test PRIVATE -fsanitize=thread -Wl,--wrap=pthread_cond_wait)
+target_link_libraries(threads_test PRIVATE Threads::Threads)
+add_test(NAME threads.runs COMMAND threads_test 400)
+set_tests_properties(threads.runs PROPERTIES TIMEOUT 600
+    ENVIRONMENT "TSAN_OPTIONS=halt_on_error=1")
