@@ -8,7 +8,7 @@ target_link_libraries(recorder PRIVATE mosa_settings X11::X11)
 set_target_properties(recorder PROPERTIES CXX_VISIBILITY_PRESET hidden
     LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 
-# Overload libraries; the third has no entry of the right name.
+# Overload libraries.
 foreach(label first second)
     add_library(overload_${label} MODULE support/overloadLibrary.cpp)
     target_compile_definitions(overload_${label} PRIVATE OVERLOAD_LABEL="${label}")
@@ -21,16 +21,28 @@ add_executable(in_process_test
     arguments_test.cpp
     clientMemory_test.cpp
     decoder_test.cpp
+    encoder_test.cpp
+    glx_test.cpp
+    loader_test.cpp
     names_test.cpp
     rasterImages_test.cpp
     records_test.cpp
     special_test.cpp
     tile_test.cpp
+    wallFile_test.cpp
     support/recorder.cpp
     support/serverState.cpp)
 target_include_directories(in_process_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
-target_compile_definitions(in_process_test PRIVATE TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data")
+target_compile_definitions(in_process_test PRIVATE
+    TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data"
+    RECORDER_LIBRARY="$<TARGET_FILE:recorder>"
+    OVERLOAD_DIR="${CMAKE_BINARY_DIR}/tests")
+add_dependencies(in_process_test recorder overload_first overload_second)
+# What overload libraries refer to.
+target_link_options(in_process_test PRIVATE
+    -Wl,--dynamic-list=${PROJECT_SOURCE_DIR}/overload/exports.list)
 # GCC 12 takes "..." + std::string for an overlapping copy.
 target_compile_options(in_process_test PRIVATE -Wno-restrict)
-target_link_libraries(in_process_test PRIVATE mosa_coding ZLIB::ZLIB GTest::gtest_main)
+target_link_libraries(in_process_test PRIVATE
+    mosa_coding mosa_image mosa_process ZLIB::ZLIB GTest::gtest_main)
 gtest_discover_tests(in_process_test PROPERTIES TIMEOUT 120)

@@ -1,0 +1,446 @@
+// Local displays, visuals, contexts, drawables and make-current, on a real X display of 640 x 480;
+// the OpenGL library alone is the recording one.
+#include "support/serverState.h"
+
+#include "client/image.h"
+#include "client/virtualDisplays.h"
+#include "coding/displayConfig.h"
+#include "shuffle/mw.h"
+
+#include <X11/Xutil.h>
+
+#include <chrono>
+#include <fstream>
+
+#include <sched.h>
+#include <sys/wait.h>
+
+namespace {
+
+// One X server for all tests of the process.
+const std::string& displayName()
+{
+    static std::vector<VirtualDisplay> displays = [] {
+        std::vector<VirtualDisplay> started;
+        started.push_back(startDisplay(640, 480));
+        return started;
+    }();
+    static const struct Stop {
+        ~Stop() { stopDisplays(displays); }
+    } stopAtExit;
+    return displays[0].name;
+}
+
+void writeWall(const std::string& text)
+{
+    const std::string name = testing::TempDir() + "mosa_wall_" + std::to_string(getpid());
+    std::ofstream(name) << text;
+    setenv("MOSA_DISPLAY", name.c_str(), 1);
+}
+
+struct WindowOnDisplay {
+    int x, y, w, h;
+    bool operator==(const WindowOnDisplay&) const = default;
+};
+
+void PrintTo(const WindowOnDisplay& at, std::ostream* out)
+{
+    *out << at.x << " " << at.y << " " << at.w << " " << at.h;
+}
+
+WindowOnDisplay placeOf(Drawable window)
+{
+    XWindowAttributes attributes{};
+    XGetWindowAttributes(currLocalDisplay->dpy, window, &attributes);
+    EXPECT_EQ(attributes.map_state, IsViewable);
+    EXPECT_TRUE(attributes.override_redirect);
+    return {attributes.x, attributes.y, attributes.width, attributes.height};
+}
+
+class Glx : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        CleanupLocalDisplays();
+        startServer();
+        setenv("MOSA_BANNER_TIME", "0", 1);
+        unsetenv("MOSA_KEEP_ASPECT_RATIO");
+        // The upper right quarter of a wall of 1280 x 960.
+        writeWall("# nobody\n\n  \t\n " + displayName() + ".0 1280 960 640 480 640 480\n");
+        recorder.values[GL_MATRIX_MODE] = {GL_MODELVIEW};
+    }
+    void TearDown() override
+    {
+        std::remove(std::getenv("MOSA_DISPLAY"));
+        CleanupLocalDisplays();
+    }
+};
+
+constexpr char createContext[] = "#1155 i:16 i:34 i:0 i:9 i:1 ";
+
+// dpy visual drawable ctx, w h d x y parent
+std::string makeCurrent(int w, int h, const char* drawable = "i:51", const char* parent = "i:0")
+{
+    return std::string("#1163 i:16 i:34 ") + drawable + " i:9 i:" + std::to_string(w) +
+           " i:" + std::to_string(h) + " i:24 i:300 i:200 " + parent + " ";
+}
+
+// The calls without the local handles, which differ from run to run.
+std::string namesOf(const std::string& calls)
+{
+    std::string names;
+    std::istringstream lines(calls);
+    for (std::string line; std::getline(lines, line);)
+        names += line.substr(0, line.find(' ')) + "\n";
+    return names;
+}
+
+TEST_F(Glx, TheFirstMakeCurrentSetsAContextUpOnce)
+{
+    EXPECT_EQ(namesOf(run(createContext).calls), "glXChooseVisual\nglXCreateContext\n");
+    const LocalContextInfo& context = LocalContextTable[0];
+    EXPECT_EQ(context.firsttime, 1);
+    const std::string first = run(makeCurrent(640, 480)).calls;
+    EXPECT_EQ(first.substr(first.find('\n') + 1),
+              "glMatrixMode 0x1701\nglPushMatrix\nglGetDoublev 0xba7 ptr\nglLoadIdentity\n"
+              "glScalef 0 0 1\nglTranslatef -0 -0 0\nglMultMatrixd ptr\nglViewport 0 0 640 480\n"
+              "glGetIntegerv 0xba0 ptr\nglMatrixMode 0x1701\nglPopMatrix\nglPushMatrix\n"
+              "glGetDoublev 0xba7 ptr\nglLoadIdentity\nglScalef 2 2 1\n"
+              "glTranslatef -0.5 -0.5 0\nglMultMatrixd ptr\nglMatrixMode 0x1700\n"
+              "glMatrixMode 0x1700\n");
+    EXPECT_EQ(context.firsttime, 0);
+    EXPECT_EQ(context.matrixMode, 0U) << "the application has selected no mode";
+    ASSERT_EQ(currDrawableInfo, &LocalDrawableTable[0]);
+    EXPECT_EQ(currDrawableInfo->psx, 2);
+    EXPECT_EQ(currDrawableInfo->arect.x + currDrawableInfo->arect.y, 0) << "at the wall's origin";
+    EXPECT_EQ(placeOf(currDrawableInfo->localDrawable), (WindowOnDisplay{0, 0, 640, 480}));
+
+    char again[60];
+    std::snprintf(again, sizeof again, "glXMakeCurrent %#zx %#lx 0x1389\n",
+                  reinterpret_cast<std::size_t>(currLocalDisplay->dpy),
+                  currDrawableInfo->localDrawable);
+    EXPECT_EQ(run(makeCurrent(640, 480)), performed(again));
+}
+
+TEST_F(Glx, LocalWindowsFollowTheApplicationsWindow)
+{
+    run(createContext + makeCurrent(640, 480));
+    const Drawable window = LocalDrawableTable[0].localDrawable;
+    const auto place = [&](int w, int h) {
+        run(makeCurrent(w, h));
+        return placeOf(window);
+    };
+    // 400 x 400 at scale 2.4 covers 960 columns of the wall, 320 of them here.
+    EXPECT_EQ(place(400, 400), (WindowOnDisplay{0, 0, 320, 480}));
+    // 640 x 360 at scale 2 covers 720 rows; the lowest 240 of the display.
+    EXPECT_EQ(place(640, 360), (WindowOnDisplay{0, 240, 640, 240}));
+    // 1000 x 10 does not reach the upper half: one pixel below and left of the display.
+    EXPECT_EQ(place(1000, 10), (WindowOnDisplay{-641, 960, 1, 1}));
+    EXPECT_EQ(place(640, 480), (WindowOnDisplay{0, 0, 640, 480}));
+    // The same again sends no request.
+    const unsigned long request = NextRequest(currLocalDisplay->dpy);
+    run(makeCurrent(640, 480));
+    EXPECT_EQ(NextRequest(currLocalDisplay->dpy), request);
+    // A window inside a recorded one is the child of its local window.
+    run(makeCurrent(100, 100, "i:52", "i:51"));
+    Window root = 0;
+    Window parent = 0;
+    Window* children = nullptr;
+    unsigned count = 0;
+    XQueryTree(currLocalDisplay->dpy, LocalDrawableTable[1].localDrawable, &root, &parent,
+               &children, &count);
+    XFree(children);
+    EXPECT_EQ(parent, window);
+    EXPECT_EQ(LocalDrawableTable[1].root, &LocalDrawableTable[0]);
+    EXPECT_EQ(LocalDrawableTable[1].psx, 0);
+}
+
+TEST_F(Glx, TheAspectRatioPreferenceIsReadOnce)
+{
+    setenv("MOSA_KEEP_ASPECT_RATIO", "0", 1);
+    run(createContext + makeCurrent(640, 240));
+    EXPECT_EQ(currDrawableInfo->psy, 4);
+    setenv("MOSA_KEEP_ASPECT_RATIO", "1", 1);
+    run(makeCurrent(640, 240));
+    EXPECT_EQ(currDrawableInfo->psy, 4);
+}
+
+TEST_F(Glx, AReleaseKeepsTheCurrentDrawable)
+{
+    run(createContext + makeCurrent(640, 480));
+    const auto ends = [](const Outcome& outcome, const char* call, const char* message) {
+        EXPECT_TRUE(outcome.calls.ends_with(call)) << outcome;
+        EXPECT_EQ(outcome.messages, message);
+        EXPECT_EQ(currDrawableInfo, &LocalDrawableTable[0]);
+    };
+    ends(run("#1163 i:16 i:0 i:0 i:0 z:24"), " 0 null\n", "");
+    ends(run("#1163 i:16 i:0 i:0 i:9 z:24"), " 0 null\n", "MOSA: Drawable is FALSE\n");
+    ends(run("#1185 i:16 z:44"), " 0 0 null\n", "");
+    ends(run("#1185 i:16 z:16 i:9 z:24"), " 0 0 null\n", "MOSA: Drawable is FALSE\n");
+    EXPECT_DEATH(walk("#1163 i:16 i:34 i:51 i:8 z:24"), "failed: currDrawableInfo->lctx, file");
+    EXPECT_DEATH(walk("#1185 i:16 z:8 i:51 i:51 i:8 z:24"), "failed: rldi->lctx, file");
+}
+
+TEST_F(Glx, ASeparateReadDrawableGetsAWindowToo)
+{
+    run(createContext + makeCurrent(640, 480));
+    const Outcome outcome = run("#1185 i:16 z:8 i:51 i:52 i:9 z:24");
+    EXPECT_EQ(currDrawableInfo, &LocalDrawableTable[0]) << "drawing goes to the draw drawable";
+    ASSERT_EQ(nDrawables, 2);
+    char handles[60];
+    std::snprintf(handles, sizeof handles, " %#lx %#lx 0x1389\n",
+                  LocalDrawableTable[0].localDrawable, LocalDrawableTable[1].localDrawable);
+    EXPECT_TRUE(outcome.calls.ends_with(handles)) << outcome;
+    EXPECT_EQ(LocalDrawableTable[1].lctx, LocalContextTable);
+}
+
+TEST_F(Glx, WindowOperationsUseTheLocalWindow)
+{
+    run(createContext);
+    LocalVisualTable[0].appVI = 0;
+    // An unknown drawable is recorded, gets its visual and its window.
+    EXPECT_EQ(namesOf(run("#1237 i:51 #1189 i:16 i:51 i:8").calls), "glXSelectEvent\n");
+    ASSERT_EQ(nDrawables, 1);
+    const Drawable window = LocalDrawableTable[0].localDrawable;
+    ASSERT_NE(window, 0U);
+    char expected[60];
+    std::snprintf(expected, sizeof expected, " %#lx\n", window);
+    for (const char* wire : {"#1166 i:16 i:51", "#1178 i:16 i:77"})
+        EXPECT_TRUE(run(wire).calls.ends_with(expected)) << wire;
+    EXPECT_EQ(namesOf(run("#1166 i:16 i:53").calls), "") << "it has no window yet";
+    // The creation commits the slot under the window's own ID.
+    EXPECT_EQ(run("#1177 i:16 i:54 i:0 i:60 i:0 i:30 i:20 i:24 i:0").result, 1);
+    EXPECT_EQ(nDrawables, 3);
+    EXPECT_EQ(LocalDrawableTable[2].appDrawID, 54U);
+    EXPECT_EQ(LocalDrawableTable[2].arect.w, 30);
+    EXPECT_EQ(LocalDrawableTable[2].depth, 24);
+    EXPECT_EQ(run("#1237 i:51 #1237 i:99").result, 1);
+}
+
+TEST_F(Glx, ContextsThatShareAreOneLocalContext)
+{
+    // 9, then 10 sharing with 9, then 11 sharing with one that is not known.
+    EXPECT_EQ(namesOf(run(std::string(createContext) + "#1155 i:16 i:34 i:9 i:10 i:1 "
+                                                       "#1155 i:16 i:34 i:77 i:11 i:1")
+                          .calls),
+              "glXChooseVisual\nglXCreateContext\n");
+    ASSERT_EQ(nContexts, 2);
+    EXPECT_EQ(LocalContextTable[1].localCtx, LocalContextTable[0].localCtx);
+    EXPECT_NE(LocalContextTable[1].attrStack, LocalContextTable[0].attrStack);
+    EXPECT_EQ(LocalContextTable[1].firsttime, 1);
+    EXPECT_TRUE(run("#1157 i:16 i:10").calls.ends_with(" 0x1389\n"));
+    EXPECT_EQ(run("#1157 i:16 i:77"), performed(""));
+    EXPECT_EQ(namesOf(run("#1154 i:16 i:9 i:10 i:1").calls), "glXCopyContext\n");
+    EXPECT_EQ(run("#1154 i:16 i:9 i:77 i:1"),
+              (Outcome{1, "", "Attention MOSA: glXCopyContext: context 0x4d is not known\n"}));
+    // One that the system refuses leaves its slot to the next.
+    recorder.results[Op::glXCreateContext] = 0;
+    run("#1155 i:16 i:34 i:0 i:12 i:1");
+    recorder.results.clear();
+    run("#1155 i:16 i:34 i:0 i:13 i:1");
+    ASSERT_EQ(nContexts, 3);
+    EXPECT_EQ(LocalContextTable[2].appCtx, appHandle<GLXContext>(13));
+    nContexts = 63;
+    EXPECT_DEATH(walk(createContext), "failed: nContexts \\+ 1 < 64, file");
+}
+
+TEST_F(Glx, ConfigurationsAndPbuffersArePaired)
+{
+    EXPECT_TRUE(run("#1174 i:16 i:36 i:1 i:1 i:0")
+                    .messages.ends_with("MOSA: Server FBCONFIG is " +
+                                        testing::PrintToString(static_cast<void*>(
+                                            LocalFBConfigTable[0].localFBConfig)) +
+                                        "\n"));
+    EXPECT_EQ(LocalFBConfigTable[0].nlocalFBConfigs, 1);
+    run("#1184 i:16 i:36 i:0x8014 i:0 i:9 i:1 #1181 i:16 i:36 i:51 i:0");
+    ASSERT_EQ(nContexts + nPbuffers, 2);
+    EXPECT_EQ(LocalContextTable[0].firsttime, 1);
+    EXPECT_TRUE(LocalContextTable[0].attrStack);
+    EXPECT_TRUE(run("#1182 i:16 i:51").calls.ends_with(" 0x138b\n"));
+    constexpr char where[] = ", file coding/server_overload/contexts.cpp";
+    EXPECT_DEATH(walk("#1182 i:16 i:52"), std::string("failed: _localPbuffer") + where);
+    EXPECT_DEATH(walk("#1181 i:16 i:37 i:52 i:0"), std::string("failed: _localFBConfig") + where);
+    EXPECT_DEATH(walk("#1184 i:16 i:37 i:0 i:0 i:9 i:1"), std::string("failed: lconfig") + where);
+    nFBConfigs = nPbuffers = nVisualInfos = 63;
+    LocalFBConfigTable[0].appFBConfigID = appHandle<GLXFBConfig>(36);
+    EXPECT_DEATH(walk("#1181 i:16 i:36 i:51 i:0"), std::string("failed: nPbuffers < 64") + where);
+    EXPECT_DEATH(walk("#1174 i:16 i:36 i:1 i:0"), "failed: nFBConfigs < 64, file");
+    EXPECT_DEATH(walk("#1153 i:16 i:36 i:1 i:0"), "failed: nVisualInfos < 64, file");
+}
+
+TEST_F(Glx, AVisualThatTheServerLacksEndsItWithAReport)
+{
+    recorder.results[Op::glXChooseVisual] = 0;
+    EXPECT_DEATH(walk("#1153 i:16 i:34 i:1 i:6 i:4 i:5 i:8 i:8 i:99 i:0"),
+                 "\nMOSA: No conforming visual exists on server!\n"
+                 "=====================================\n"
+                 "     Visual Attributes Requested     \n"
+                 "=====================================\n\n"
+                 "GLX_RGBA\nGLX_DOUBLEBUFFER\nGLX_RED_SIZE             8\nINVALID ATTRIBUTE\n\n"
+                 "=====================================\nMOSA: Goodbye.\n");
+    recorder.results.clear();
+    // An unknown visual is chosen once.
+    run("#1155 i:16 i:40 i:0 i:9 i:1");
+    EXPECT_EQ(namesOf(run("#1155 i:16 i:40 i:0 i:10 i:1").calls), "glXCreateContext\n");
+    EXPECT_EQ(nVisualInfos, 1);
+}
+
+// The set-up is tried once in a process, so each case has its own.
+TEST_F(Glx, SwapGroupsAreJoinedOnceOrReported)
+{
+    const std::string support = "GLX_X GLX_NV_swap_group GLX_Y";
+    const auto twice = [](const char* extensions, std::uint64_t result, double groups) {
+        swapOnRetrace = 1;
+        recorder.results[Op::glXQueryExtensionsString] =
+            reinterpret_cast<std::uintptr_t>(extensions);
+        recorder.results[Op::glXQueryMaxSwapGroupsNV] = result;
+        recorder.values[1234] = {groups};
+        recorder.values[1235] = {2};
+        walk(createContext + makeCurrent(640, 480) + makeCurrent(640, 480));
+        for (const std::string& call : recorder.calls)
+            if (call.find("SwapGroupNV") != call.npos || call.find("SwapBarrierNV") != call.npos)
+                std::fprintf(stderr, "%s;", call.substr(0, call.find(' ')).c_str());
+        std::fprintf(stderr, "end\n");
+        std::_Exit(0);
+    };
+    const auto exited = testing::ExitedWithCode(0);
+    EXPECT_EXIT(twice("GLX_X", 1, 1), exited,
+                "MOSA: NVIDIA framelock is not supported on the graphics hardware on .*\nend\n");
+    EXPECT_EXIT(twice(support.c_str(), 0, 1), exited,
+                "MOSA: Error querying MaxSwapGroupsNV on .*\nend\n");
+    EXPECT_EXIT(twice(support.c_str(), 1, 0), exited,
+                "MOSA: Insufficient number of swap groups \\(0\\) and/or swap barriers "
+                "\\(2\\)\nend\n");
+    EXPECT_EXIT(twice(support.c_str(), 1, 1), exited,
+                "\nglXJoinSwapGroupNV;glXBindSwapBarrierNV;end\n");
+}
+
+TEST_F(Glx, ALocalDisplayIsOpenedOncePerApplicationDisplay)
+{
+    auto* const app = appHandle<Display*>(16);
+    LocalDisplay* const display = GetLocalDisplay(app);
+    ASSERT_TRUE(display);
+    EXPECT_EQ(display->dpyName, displayName() + ".0");
+    EXPECT_EQ(display->scrn, 0);
+    EXPECT_EQ(display->vWidth * 10000 + display->vHeight, 12800960);
+    EXPECT_EQ(display->rect.x + display->rect.w, 1280);
+    unsetenv("MOSA_DISPLAY");
+    EXPECT_EQ(GetLocalDisplay(app), display) << "without the file";
+    EXPECT_EQ(GetLocalDisplay(appHandle<Display*>(17)), nullptr);
+
+    const auto messages = [](const std::string& file) {
+        writeWall(file);
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(GetLocalDisplay(appHandle<Display*>(18)), nullptr);
+        return testing::internal::GetCapturedStderr();
+    };
+    EXPECT_EQ(messages(":4077 1 1\n"), "MOSA: ================= using display :4077\n"
+                                       "MOSA: unable to open display: :4077\n");
+    EXPECT_TRUE(messages(displayName() + ".7 1 1\n")
+                    .ends_with("MOSA: unable to open display: " + displayName() + ".7\n"));
+    const auto read = [] { GetLocalDisplay(appHandle<Display*>(18)); };
+    serverID = 1;
+    EXPECT_DEATH(read(), "MOSA: not enough entries in wall configuration file .*mosa_wall_");
+    writeWall("#:9\n:8\n  no display 3\n");
+    EXPECT_DEATH(read(), "MOSA: invalid X display string in wall configuration file "
+                         ".*\nline was:   no display 3\n");
+    serverID = 0;
+    // A width of 0 stands for the whole screen; the name alone leaves all numbers 0.
+    writeWall(displayName() + "\n");
+    LocalDisplay* const whole = GetLocalDisplay(appHandle<Display*>(18));
+    ASSERT_TRUE(whole);
+    EXPECT_EQ(whole->vWidth, 0);
+    EXPECT_EQ(whole->rect.w * 1000 + whole->rect.h, 640480);
+    std::remove(std::getenv("MOSA_DISPLAY"));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(GetLocalDisplay(appHandle<Display*>(19)), nullptr);
+    EXPECT_TRUE(testing::internal::GetCapturedStderr().starts_with(
+        "MOSA: unable to open wall configuration file "));
+    EXPECT_DEATH(walk("#1155 i:20 i:34 i:0 i:9 i:1"), "failed: currLocalDisplay, file");
+}
+
+// Fonts always come from display ":0", which may be this test's own or nobody's.
+TEST_F(Glx, AFontIsLoadedByNameOrTheRecordSkipped)
+{
+    displayName();
+    Display* const zero = XOpenDisplay(":0");
+    const std::string absent = "Attention MOSA: glXUseXFont: unable to open display :0\n";
+    const Outcome fixed = run("#1167 i:6 'fixed 00 i:32 i:96 i:1000 #75");
+    EXPECT_EQ(fixed.result, 1);
+    EXPECT_EQ(fixed.messages, zero ? "" : absent);
+    EXPECT_TRUE(fixed.calls.ends_with(zero ? " 32 96 1000\nglEnd\n" : "glEnd\n")) << fixed;
+    EXPECT_EQ(fixed.calls.starts_with("glXUseXFont 0x"), zero != nullptr);
+    const Outcome unknown = run("#1167 i:4 'none i:32 i:96 i:1000 #75");
+    EXPECT_EQ(unknown.result, 1);
+    EXPECT_EQ(unknown.calls, "glEnd\n");
+    EXPECT_TRUE(unknown.messages.ends_with(
+        zero ? "Attention MOSA: glXUseXFont: display :0 has no font none\n" : absent))
+        << unknown;
+    if (zero)
+        XCloseDisplay(zero);
+}
+
+// A process of its own holds the banner up while the test looks at the screen.
+TEST_F(Glx, TheBannerShowsThisDisplaysPartOfTheWall)
+{
+    Display* const dpy = XOpenDisplay(displayName().c_str());
+    ASSERT_TRUE(dpy);
+    XSelectInput(dpy, DefaultRootWindow(dpy), SubstructureNotifyMask);
+    XSync(dpy, True);
+    const pid_t child = fork();
+    if (child == 0) {
+        setenv("MOSA_BANNER_TIME", "20", 1);
+        setenv("MOSA_BANNER_COLOR", "no such colour", 1);
+        std::freopen("/dev/null", "w", stderr);
+        Display* own = XOpenDisplay(displayName().c_str());
+        mosa_banner(own, 0, 614, 300, 307, 0, 307, 300);
+        std::_Exit(0);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const auto inTime = [deadline] { return std::chrono::steady_clock::now() < deadline; };
+    XEvent event{};
+    while (!XCheckTypedEvent(dpy, CreateNotify, &event) && inTime())
+        sched_yield();
+    EXPECT_EQ((WindowOnDisplay{event.xcreatewindow.x, event.xcreatewindow.y,
+                               event.xcreatewindow.width, event.xcreatewindow.height}),
+              (WindowOnDisplay{12, 9, 614, 460}));
+    EXPECT_EQ(event.xcreatewindow.border_width, 2);
+    EXPECT_TRUE(event.xcreatewindow.override_redirect);
+
+    // The window's pixels begin behind its border. Wait for the text, which is drawn last.
+    const auto white = [](const Image& image, int x, int y) {
+        return pixelAt(image, x, y)[0] == 255;
+    };
+    const auto textIn = [&white](const Image& image, int top, int bottom) {
+        for (int y = top; y < bottom; ++y)
+            for (int x = 39; x < 250; ++x)
+                if (white(image, x, y))
+                    return true;
+        return false;
+    };
+    Image image;
+    do
+        image = grabDisplay(displayName());
+    while (!textIn(image, 36, 45) && inTime());
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    XCloseDisplay(dpy);
+    EXPECT_TRUE(textIn(image, 20, 33));
+    const int left = 14 + 307;
+    const int top = 11 + 101;
+    EXPECT_TRUE(white(image, left, top) && white(image, left + 306, top + 299));
+    EXPECT_FALSE(white(image, left - 1, top) || white(image, left, top - 1));
+    EXPECT_FALSE(white(image, left, top + 300));
+}
+
+TEST_F(Glx, AnUnknownBannerColourIsWhite)
+{
+    setenv("MOSA_BANNER_COLOR", "no such colour", 1);
+    testing::internal::CaptureStderr();
+    ASSERT_TRUE(GetLocalDisplay(appHandle<Display*>(16)));
+    EXPECT_TRUE(testing::internal::GetCapturedStderr().ends_with(
+        "Attention MOSA: X Color no such colour not found.  Using white\n"));
+    unsetenv("MOSA_BANNER_COLOR");
+}
+
+} // namespace
