@@ -1,10 +1,11 @@
 #include "client/wallCheck.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <map>
-#include <regex>
 #include <sstream>
+#include <string_view>
 
 namespace {
 
@@ -44,10 +45,29 @@ bool hasArea(const WallTile& tile)
     return tile.readable && tile.entry.numbers == 6 && !isEmpty(areaOf(tile.entry));
 }
 
+// HOST:DISPLAY or HOST:DISPLAY.SCREEN, the host perhaps empty. The server takes the screen's number
+// from behind the first colon, so that a host must not hold one.
+bool isDisplayName(const std::string& name)
+{
+    const auto none = std::string_view::npos;
+    const std::string_view text = name;
+    const std::size_t colon = text.find(':');
+    const std::string_view host = text.substr(0, colon);
+    const std::string_view numbers = text.substr(colon + 1);
+    const std::size_t point = numbers.find('.');
+    const auto isNumber = [](std::string_view digits) {
+        return !digits.empty() && digits.find_first_not_of("0123456789") == none;
+    };
+    const bool hostReadable = std::ranges::all_of(host, [](unsigned char c) {
+        return std::isalnum(c) || c == '.' || c == '-' || c == '_' || c == '/';
+    });
+    return hostReadable && isNumber(numbers.substr(0, point)) &&
+           (point == none || isNumber(numbers.substr(point + 1)));
+}
+
 void checkDisplayName(const WallTile& tile, std::vector<Finding>& findings)
 {
-    static const std::regex form(R"(([A-Za-z0-9._/-]|\[[0-9A-Fa-f:]+\])*:[0-9]+(\.[0-9]+)?)");
-    if (!std::regex_match(tile.entry.dpyName, form))
+    if (!isDisplayName(tile.entry.dpyName))
         findings.push_back({tile.line, true,
                             "\"" + tile.entry.dpyName +
                                 "\" is no X display name: HOST:DISPLAY.SCREEN or :DISPLAY"});

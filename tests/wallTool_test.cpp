@@ -113,6 +113,8 @@ TEST(WallTool, CheckFindsEachMistakeOnItsLine)
         {1, "# the same", {}},
         {4, "node 600 400 300 200 300 200", {{4, "no X display name"}}},
         {5, ":x 600 400 0 0 300 200", {{5, "\":x\" is no X display name"}}},
+        {5, ":7. 600 400 0 0 300 200", {{5, "is no X display name"}}},
+        {5, "a:b:7 600 400 0 0 300 200", {{5, "is no X display name"}}},
         {5, "a b:7 600 400 0 0 300 200", {{5, "is no X display name"}}},
         {4, "node:0.0 600 400 300 200 300 200", {{4, "also that of line 2"}}},
         {6, ":8 600 400 300 0", {{6, "only 4 of the 6 numbers"}}},
