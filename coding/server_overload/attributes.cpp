@@ -1,6 +1,7 @@
 // The per-context stack that remembers the application's own viewport and raster position across
 // glPushAttrib and glPopAttrib; the system library only ever sees the tile's.
 #include "coding/server_overload/currentContext.h"
+#include "coding/server_overload/localDrawing.h"
 
 #include <algorithm>
 #include <new>
@@ -56,9 +57,26 @@ void lctxPopVP(LocalContextInfo* lctx)
     delete popped;
 }
 
+// True when the system library will refuse a push, which then changes nothing. Every library takes
+// 16; only beyond that is it asked. Without this a program that pushes in each frame and never pops
+// would take memory for as long as it runs, and its later pops would restore the wrong viewports.
+static bool stackIsFull(const LocalContextInfo& lctx)
+{
+    constexpr int leastDepth = 16;
+    int depth = 0;
+    for (const _vp* vptr = lctx.attrStack->next; vptr && depth < leastDepth; vptr = vptr->next)
+        ++depth;
+    if (depth < leastDepth)
+        return false;
+    const GLint most = systemInteger(GL_MAX_ATTRIB_STACK_DEPTH);
+    return most > 0 && systemInteger(GL_ATTRIB_STACK_DEPTH) >= most;
+}
+
 void _glPushAttrib(GLbitfield b)
 {
-    lctxPushVP(&currentContext(), b);
+    LocalContextInfo& lctx = currentContext();
+    if (!stackIsFull(lctx))
+        lctxPushVP(&lctx, b);
     callSystem<Op::glPushAttrib>(b);
 }
 

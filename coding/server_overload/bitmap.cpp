@@ -3,6 +3,7 @@
 #include "coding/server_overload/localDrawing.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <optional>
@@ -90,6 +91,13 @@ bool apart(const MWRect& a, const MWRect& b)
     return a.x > b.x + b.w || b.x > a.x + a.w || a.y > b.y + b.h || b.y > a.y + a.h;
 }
 
+// On no wall, but in a stream whose window size is damaged: it would take gigabytes, and minutes.
+bool tooLarge(const MWRect& rect)
+{
+    constexpr double mostPixels = 1 << 28;
+    return std::max(rect.w, 1.0F) * double{std::max(rect.h, 1.0F)} > mostPixels;
+}
+
 } // namespace
 
 void _glBitmap(GLsizei width, GLsizei height, GLfloat xorig, GLfloat yorig, GLfloat xmove,
@@ -119,7 +127,11 @@ void _glBitmap(GLsizei width, GLsizei height, GLfloat xorig, GLfloat yorig, GLfl
         _scaleRect(arect, ldi.psx, ldi.psy, &wrect);
         _translateRect(wrect, -(tile.x + lrect.x), -(tile.y + lrect.y), &trect);
         _translateRect(trect, -xorig * ldi.psx, -yorig * ldi.psy, &shifted);
-        if (!apart(lrect, trect) || !apart(lrect, shifted))
+        if (tooLarge(wrect))
+            std::fprintf(stderr,
+                         "Attention MOSA: glBitmap: %g x %g pixels on the wall are too many\n",
+                         static_cast<double>(wrect.w), static_cast<double>(wrect.h));
+        else if (!apart(lrect, trect) || !apart(lrect, shifted))
             replaced = drawScaled(bitmapOf(width, height), bitmap, wrect, trect, xorig, yorig);
     }
     setUnpack(saved);

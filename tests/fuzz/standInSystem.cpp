@@ -93,6 +93,13 @@ void touchArrays(ClientArray<scratch, components, typeAt>, A...)
     touch(scratch.data, scratch.size);
 }
 
+// The lists are called one by one, as many as the operation says.
+void touchNames(GLsizei n, GLenum type, const GLvoid* lists)
+{
+    if (lists && n > 0)
+        touch(lists, std::int64_t{n} * (type == GL_2_BYTES ? 2 : elementBytes(type)));
+}
+
 template <class R>
 R something()
 {
@@ -111,6 +118,8 @@ struct StandIn<op, R(P...)> {
     static R call(P... p)
     {
         touchArrays<R(P...)>(Layout<op>{}, p...);
+        if constexpr (op == Op::glCallLists)
+            touchNames(p...);
         return something<R>();
     }
 };
