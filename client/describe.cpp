@@ -269,13 +269,12 @@ const char* addField(Arguments& arguments, std::string_view field, const char* a
 }
 
 template <Op op, class F, int head, std::int64_t (*rest)(const char*)>
-void addArguments(HandWritten<head, rest>, Arguments& arguments, const char* args)
+void addArguments(HandWritten<head, rest> layout, Arguments& arguments, const char* args)
 {
     constexpr std::string_view fields = fieldsOf(op);
     static_assert(head == 0 || !fields.empty(), "the fields of the block have no names");
-    const char* end = args + head;
-    if constexpr (rest != nullptr)
-        end += rest(args);
+    const Extent extent = extentOf<F>(layout);
+    const char* const end = args + head + (extent.rest ? extent.rest(args) : 0);
     const char* at = args;
     for (std::string_view left = fields; !left.empty();) {
         const std::size_t length = std::min(left.find(' '), left.size());

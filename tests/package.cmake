@@ -1,6 +1,7 @@
 # What operators read and install.
 add_executable(streamdump_test streamdump_test.cpp)
-target_link_libraries(streamdump_test PRIVATE mosa_stream_file mosa_process GTest::gtest_main)
+target_link_libraries(streamdump_test PRIVATE
+    mosa_describe mosa_stream_file mosa_process GTest::gtest_main)
 target_compile_definitions(streamdump_test PRIVATE
     STREAMDUMP="$<TARGET_FILE:streamdump>"
     EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}/streamdump.txt"
@@ -15,13 +16,15 @@ target_compile_definitions(stats_test PRIVATE
     SERVER="$<TARGET_FILE:server>" PLAY="$<TARGET_FILE:play>"
     EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
 add_dependencies(stats_test server play)
-gtest_discover_tests(stats_test PROPERTIES TIMEOUT 600)
+gtest_discover_tests(stats_test PROPERTIES TIMEOUT 600 RESOURCE_LOCK jobs LABELS jobs
+    ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
 
 # The package is that of an ordinary build.
 if(NOT MOSA_SANITIZE)
     add_test(NAME package
         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/package.sh ${CMAKE_BINARY_DIR} ${CMAKE_CPACK_COMMAND})
-    set_tests_properties(package PROPERTIES TIMEOUT 600 SKIP_RETURN_CODE 77)
+    set_tests_properties(package PROPERTIES
+        TIMEOUT 600 SKIP_RETURN_CODE 77 RESOURCE_LOCK jobs LABELS jobs)
 endif()
 
 add_test(NAME messages COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/messages.sh ${PROJECT_SOURCE_DIR})

@@ -1,12 +1,14 @@
 // The dump in words, against a checked-in text and against the examples' own figures.
 #include <gtest/gtest.h> // before X's macros
 
+#include "client/describe.h"
 #include "client/encoder.h"
 #include "client/process.h"
 #include "client/streamFile.h"
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <regex>
 #include <sstream>
 
@@ -131,6 +133,31 @@ TEST(Streamdump, ShowsOneFrameAndRefusesDamage)
     EXPECT_EQ(damaged.status, 1);
     EXPECT_NE(damaged.err.find("streamdump: frames.mws: at byte 34"), std::string::npos)
         << damaged.err;
+}
+
+// Each block has exactly the size of what is read of it, for the sanitizers.
+TEST(Streamdump, DescribesAnyBytesWithoutReadingPastThem)
+{
+    std::mt19937 random(1);
+    long described = 0;
+    for (int i = 0; i < 100'000; ++i) {
+        std::vector<char> bytes(2 + random() % (i % 10 ? 80 : 1200));
+        // Mostly small numbers, so that counts and flags often make sense.
+        for (char& byte : bytes)
+            byte = static_cast<char>(random() % 4 ? 0 : random() % (i % 3 ? 8 : 256));
+        store(bytes.data(), static_cast<std::uint16_t>(random() % (operationCount + 1)));
+        const Record record = measureRecord(bytes.data(), std::ssize(bytes));
+        ASSERT_LE(record.bytes, std::ssize(bytes));
+        if (!record.fault.empty())
+            continue;
+        bytes.resize(static_cast<std::size_t>(record.bytes));
+        bytes.shrink_to_fit();
+        std::string words;
+        describeRecord(words, record, bytes.data());
+        ASSERT_TRUE(words.starts_with(operationName(record.opcode)) && words.ends_with(')'));
+        ++described;
+    }
+    EXPECT_GT(described, 50'000);
 }
 
 // The worked bytes of the wire format: in the blocks marked `records`, hexadecimal bytes over one
