@@ -239,8 +239,7 @@ void addSnapshot(CLI::App& app, Options& options)
 {
     CLI::App* command = app.add_subcommand("snapshot", "Take a picture of the wall");
     command->add_option("WALL", options.wall, "wall file")->required();
-    command->add_option("-o,--output", options.output, "PNG file to write")
-        ->default_str("wall.png");
+    command->add_option("-o,--output", options.output, "PNG file to write, instead of wall.png");
     addHosts(command, options);
     command->footer(
         "Takes every tile's screen and puts them together as on the wall; what no server shows is\n"
