@@ -79,7 +79,7 @@ void installRecording(glOp* table)
     {                                                                                              \
         using E = Entry<Op::name, decltype(::name)>;                                               \
         table[number] = reinterpret_cast<glOp>(                                                    \
-            E::template record<throughTable ? E::callTable : E::callNothing>);                     \
+            E::template record < throughTable ? E::callTable : E::callNothing >);                  \
     }
 #define BY_HAND OPERATION
 #define UNPERFORMED(number, name, ...)

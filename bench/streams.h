@@ -114,7 +114,6 @@ void encodePattern(CommandBuffer& out)
 template <class Stream>
 void performPattern()
 {
-    Stream::pattern([]<Op o>(std::integral_constant<Op, o>, auto... arguments) {
-        perform<o>(arguments...);
-    });
+    Stream::pattern(
+        []<Op o>(std::integral_constant<Op, o>, auto... arguments) { perform<o>(arguments...); });
 }
