@@ -273,11 +273,14 @@ TEST_F(Bitmaps, NeverReadBeyondTheSource)
         currDrawableInfo->psy = 1 + static_cast<float>(i) * 0.01177F;
         EXPECT_EQ(run("#256 i:7 i:7 f:0 f:0 f:0 f:0 i:7 fefefefefefefe").result, 1);
     }
-    // So wide that the columns do not fit an int: no memory, no write beyond it.
+    // So wide that the columns do not fit an int: refused, but the unpack state is given back.
     currDrawableInfo->psx = 3e9F;
     currDrawableInfo->psy = 1e6F;
-    EXPECT_DEATH(walk("#256 i:7 i:7 f:0 f:0 f:0 f:0 i:7 fefefefefefefe"),
-                 "failed: new_bitmap, file coding/server_overload/bitmap.cpp");
+    const std::string unpack = std::string(readUnpack) + restoredUnpack;
+    EXPECT_EQ(run("#256 i:7 i:7 f:0 f:0 f:0 f:0 i:7 fefefefefefefe"),
+              (Outcome{1, unpack,
+                       "Attention MOSA: glBitmap: 2.1e+10 x 7e+06 pixels on the wall are too "
+                       "many\n"}));
 }
 
 } // namespace
