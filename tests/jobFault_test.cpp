@@ -3,7 +3,6 @@
 #include "tests/jobSupport.h"
 
 #include <csignal>
-#include <fstream>
 #include <regex>
 #include <thread>
 

@@ -1,7 +1,7 @@
 // How a server starts, and what it says when it cannot.
 #include "tests/jobSupport.h"
 
-#include <fstream>
+#include <unistd.h>
 
 namespace {
 

@@ -6,7 +6,6 @@
 #include "tests/fuzz/standInSystem.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <memory>

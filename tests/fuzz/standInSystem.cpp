@@ -103,10 +103,8 @@ void touchNames(GLsizei n, GLenum type, const GLvoid* lists)
 template <class R>
 R something()
 {
-    static std::remove_pointer_t<std::conditional_t<std::is_pointer_v<R>, R, int*>>* const target =
-        nullptr;
     if constexpr (std::is_pointer_v<R>)
-        return target;
+        return nullptr;
     else if constexpr (!std::is_void_v<R>)
         return R{1};
 }
