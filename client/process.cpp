@@ -45,6 +45,37 @@ constexpr int graceAtEnd = 5000; // milliseconds
     throw std::runtime_error(what + ": " + std::strerror(error));
 }
 
+// Kills what programs that were killed have left behind: mpiexec's tasks have groups of their own,
+// and while a job starts it does not pass a SIGTERM on. Orphans become children of this process,
+// which is their subreaper; those that are not listed are such. Async-signal-safe.
+void killOrphans()
+{
+    for (bool any = true; any;) {
+        any = false;
+        const int list = open("/proc/thread-self/children", O_RDONLY | O_CLOEXEC);
+        std::array<char, 65536> text;
+        const ssize_t length = list < 0 ? 0 : read(list, text.data(), text.size());
+        close(list);
+        pid_t pid = 0;
+        for (ssize_t i = 0; i < length; ++i) {
+            const char c = text[static_cast<std::size_t>(i)];
+            if (c >= '0' && c <= '9') {
+                pid = pid * 10 + (c - '0');
+                continue;
+            }
+            bool listed = pid == 0;
+            for (const Group& group : groups)
+                listed |= group.pid == pid;
+            if (!listed) {
+                any = true;
+                kill(pid, SIGKILL);
+                waitpid(pid, nullptr, 0);
+            }
+            pid = 0;
+        }
+    }
+}
+
 // Stops every group and removes the files. Async-signal-safe.
 void cleanUp()
 {
@@ -63,7 +94,9 @@ void cleanUp()
             pollfd end{group.pidFd, POLLIN, 0};
             poll(&end, 1, spent < graceAtEnd ? graceAtEnd - spent : 0);
             kill(-pid, SIGKILL);
+            poll(&end, 1, graceAtEnd); // its orphans are adopted by then
         }
+    killOrphans();
     for (int i = 0; i < nFiles; ++i)
         unlink(files[static_cast<std::size_t>(i)]);
 }
@@ -80,6 +113,7 @@ void installCleanUp()
     if (owner.exchange(getpid()) == getpid())
         return;
     std::atexit(cleanUp);
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
     for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
         struct sigaction before {};
         sigaction(signal, nullptr, &before);
@@ -299,7 +333,9 @@ Ending stopProcess(Process& process, Timeout grace)
         return {};
     kill(-process.pid, SIGTERM);
     waitForEnd(process, grace);
-    return reap(process);
+    Ending ending = reap(process);
+    killOrphans();
+    return ending;
 }
 
 Ending runProcess(const Command& command, Timeout timeout)

@@ -1,6 +1,6 @@
 // Programs that this process starts. Each has a process group of its own, and none outlives this
-// process: the groups are stopped when it exits and when SIGHUP, SIGINT or SIGTERM ends it, and the
-// kernel stops the programs themselves when it is killed outright.
+// process: they are stopped, with what they started, when it exits and when SIGHUP, SIGINT or
+// SIGTERM ends it. When it is killed outright, the kernel sends them a SIGTERM. Main thread only.
 #pragma once
 
 #include <chrono>
