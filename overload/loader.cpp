@@ -88,7 +88,8 @@ void LoadOps()
 
 void* _LoadOpFile(const char* s)
 {
-    void* handle = dlopen(s, RTLD_NOW);
+    // An empty name would open this program itself.
+    void* handle = *s ? dlopen(s, RTLD_NOW) : nullptr;
     if (!handle)
         return nullptr;
     for (int op = 0; op < operationCount; ++op) {
