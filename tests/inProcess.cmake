@@ -50,8 +50,6 @@ add_dependencies(in_process_test recorder overload_first overload_second)
 # What overload libraries refer to.
 target_link_options(in_process_test PRIVATE
     -Wl,--dynamic-list=${PROJECT_SOURCE_DIR}/overload/exports.list)
-# GCC 12 takes "..." + std::string for an overlapping copy.
-target_compile_options(in_process_test PRIVATE -Wno-restrict)
 target_link_libraries(in_process_test PRIVATE
     mosa_coding mosa_image mosa_process ZLIB::ZLIB GTest::gtest_main)
 gtest_discover_tests(in_process_test PROPERTIES TIMEOUT 120)
