@@ -94,7 +94,7 @@ bool apart(const MWRect& a, const MWRect& b)
 // On no wall, but in a stream whose window size is damaged: it would take gigabytes, and minutes.
 bool tooLarge(const MWRect& rect)
 {
-    constexpr double mostPixels = 1 << 28;
+    constexpr double mostPixels = 1 << 26;
     return std::max(rect.w, 1.0F) * double{std::max(rect.h, 1.0F)} > mostPixels;
 }
 
