@@ -1,5 +1,5 @@
 // The frames of a recording drawn directly: its calls, taken from the stream ahead of time, made of
-// the system's OpenGL library on a window of this program. Prints frames per second. The sizes are
+// the system's OpenGL library on a window of this program. Prints frames and seconds. The sizes are
 // edges of squares: the wall's, and the application's window's.
 #include "bench/calls.h"
 #include "client/streamFile.h"
@@ -91,7 +91,7 @@ int main(int argc, char** argv)
         makeCalls(calls, second, calls.words.size());
     entryOf<Op::glFinish>(baseOpTable)();
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    const auto frames = static_cast<double>(loops) * static_cast<double>(file.buffers.size() - 1);
-    std::printf("%.1f frames per second\n", frames / seconds.count());
+    const auto frames = static_cast<long>(file.buffers.size() - 1) * loops;
+    std::printf("%ld frames, %.3f seconds\n", frames, seconds.count());
     return 0;
 }
