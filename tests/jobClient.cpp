@@ -92,6 +92,7 @@ void expectAcknowledgements(int count)
         receiveAcknowledgement();
     if (messageWaits())
         fail("more than " + std::to_string(count) + " acknowledgements");
+    std::fprintf(stderr, "jobClient: %d acknowledged\n", count);
 }
 
 void sendPlanned(int count)

@@ -166,7 +166,7 @@ TEST(JobFault, LostDisplayEndsTheJob)
                                      {"send", "1", openWindow + swapBuffers, "acknowledged", "1",
                                       "repeat", "1000000", "0", swapBuffers, "wait"},
                                      onDisplay(displays[0])));
-    waitForText(job, "using display");
+    waitForText(job, "jobClient: 1 acknowledged"); // frames are under way
     const std::string name = displays[0].name;
     stopDisplays(displays);
     const Ending ending = finishProcess(job, jobTime);
