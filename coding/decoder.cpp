@@ -30,6 +30,7 @@ static int abandoned()
     return 0;
 }
 
+// Never inlined: it would stand in the way of every operation.
 [[gnu::cold, gnu::noinline]] static void trace(unsigned opcode)
 {
     if (opcode < operationCount)
