@@ -161,4 +161,7 @@ void _glXSwapBuffers(Display* appDisplay, GLXDrawable drawable)
     require(ldraw, "ldraw");
     if (ldraw->localDrawable)
         callSystem<Op::glXSwapBuffers>(currLocalDisplay->dpy, ldraw->localDrawable);
+    // Without waiting, hears what X has to say: frames that only draw make no request of Xlib, and
+    // would neither report their errors nor notice that the display is gone.
+    XPending(currLocalDisplay->dpy);
 }
