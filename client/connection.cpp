@@ -73,9 +73,7 @@ void connectServers(Connection& connection, const _handshake& handshake)
     if (connection.nNodes < 2 || rank != 0) {
         std::fprintf(stderr, "Error MOSA: the client runs as the first task beside servers: "
                              "mpiexec -n 1 CLIENT : -n SERVERS server\n");
-        if (connection.nNodes >= 2)
-            MPI_Abort(MPI_COMM_WORLD, 1);
-        std::exit(1);
+        std::exit(1); // not MPI_Abort: the launcher would end the job before it has read the line
     }
 
     // The servers' range begins at the smallest rank that a task contributes: leave out this one.

@@ -62,9 +62,7 @@ void requireJob(int nNodes, int rank)
     std::fprintf(stderr, "Error MOSA: server runs beside a client, as every task but the first: "
                          "mpiexec -n 1 CLIENT : -n SERVERS server\n");
     std::fflush(stderr);
-    if (nNodes >= 2)
-        MPI_Abort(MPI_COMM_WORLD, 1);
-    std::exit(1);
+    std::exit(1); // not MPI_Abort: the launcher would end the job before it has read the line
 }
 
 void requireSame(const char* field, int host, int own)

@@ -75,8 +75,6 @@ int MPI_Finalize()
     return 0;
 }
 
-int MPI_Abort(MPI_Comm, int) { std::abort(); }
-
 int MPI_Comm_size(MPI_Comm, int* size) { return *size = nNodes, 0; }
 int MPI_Comm_rank(MPI_Comm, int* rank) { return *rank = 1, 0; }
 int MPI_Comm_group(MPI_Comm, MPI_Group* group) { return *group = 0; }

@@ -13,7 +13,6 @@ inline constexpr MPI_Comm MPI_COMM_WORLD = 0;
 
 int MPI_Init(int* argc, char*** argv);
 int MPI_Finalize();
-[[noreturn]] int MPI_Abort(MPI_Comm comm, int status);
 int MPI_Comm_size(MPI_Comm comm, int* size);
 int MPI_Comm_rank(MPI_Comm comm, int* rank);
 int MPI_Comm_group(MPI_Comm comm, MPI_Group* group);
