@@ -8,7 +8,11 @@ target_compile_definitions(pixels_test PRIVATE
 target_link_libraries(pixels_test PRIVATE
     mosa_image mosa_process mosa_stream_file mosa_settings GTest::gtest_main)
 add_dependencies(pixels_test server play mosa-wall)
+set(environment ASAN_OPTIONS=detect_leaks=0) # MPICH's own
+if(MOSA_SANITIZE)
+    list(APPEND environment MOSA_TEST_SLOW=1)
+endif()
 foreach(group Recordings Scenes)
     add_test(NAME pixels.${group} COMMAND pixels_test --gtest_filter=*${group}*)
-    set_tests_properties(pixels.${group} PROPERTIES TIMEOUT 600)
+    set_tests_properties(pixels.${group} PROPERTIES TIMEOUT 600 ENVIRONMENT "${environment}")
 endforeach()
