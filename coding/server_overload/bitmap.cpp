@@ -34,21 +34,30 @@ struct Freed {
     void operator()(GLubyte* bytes) const { std::free(bytes); }
 };
 
-// Nearest source pixel by truncation; dx and dy are source pixels per output pixel.
+// Enlarges one row; dx is source pixels per output pixel.
+void resampleRow(const Bitmap& in, const GLubyte* from, const Bitmap& out, float dx, GLubyte* to)
+{
+    double fi = 0;
+    for (int j = 0; j < out.columns; ++j, fi += dx) {
+        const int c = std::min(truncate(fi), in.columns - 1);
+        if (from[c / 8] & (0x80 >> (c % 8)))
+            to[j / 8] = static_cast<GLubyte>(to[j / 8] | (0x80 >> (j % 8)));
+    }
+}
+
+// Nearest source pixel by truncation. Output rows of the same source row are equal.
 void resample(const Bitmap& in, const GLubyte* source, const Bitmap& out, float dx, float dy,
               GLubyte* target)
 {
     double fj = 0;
-    for (int i = 0; i < out.rows; ++i, fj += dy) {
+    std::int64_t before = -1; // the source row of the output row before
+    for (int i = 0; i < out.rows; ++i, fj += dy, target += out.rowBytes) {
         const std::int64_t row = std::min(truncate(fj), in.rows - 1);
-        const GLubyte* from = source + row * in.rowBytes;
-        GLubyte* to = target + std::int64_t{i} * out.rowBytes;
-        double fi = 0;
-        for (int j = 0; j < out.columns; ++j, fi += dx) {
-            const int c = std::min(truncate(fi), in.columns - 1);
-            if (from[c / 8] & (0x80 >> (c % 8)))
-                to[j / 8] = static_cast<GLubyte>(to[j / 8] | (0x80 >> (j % 8)));
-        }
+        if (row == before)
+            std::copy_n(target - out.rowBytes, out.rowBytes, target);
+        else
+            resampleRow(in, source + row * in.rowBytes, out, dx, target);
+        before = row;
     }
 }
 
