@@ -19,7 +19,7 @@ gtest_discover_tests(job_test PROPERTIES TIMEOUT 300 PROCESSORS 2 RESOURCE_LOCK 
 
 # The threads alone, with MPI and the decoder replaced, always under the thread sanitizer.
 file(GLOB SHUFFLE CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/shuffle/*.cpp)
-add_executable(threads_test threads/threads_test.cpp threads/standInMpi.cpp ${SHUFFLE})
+add_executable(threads_test threads/threads_test.cpp ${SHUFFLE})
 # In this directory's targets only.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/shuffle/server.cpp PROPERTIES
     COMPILE_DEFINITIONS "main=serverMain;MOSA_VERSION=\"${PROJECT_VERSION}\"")
