@@ -6,7 +6,7 @@ set(FUZZ_DICTIONARY ${CMAKE_CURRENT_BINARY_DIR}/opcodes.dict)
 set(FUZZ_CASES ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/cases)
 file(GLOB EXAMPLES ${PROJECT_SOURCE_DIR}/examples/*.mws ${PROJECT_SOURCE_DIR}/examples/*.mws.gz)
 
-add_library(fuzz_server OBJECT fuzz/standInSystem.cpp)
+add_library(fuzz_server OBJECT fuzz/standInSystem.cpp support/serverTables.cpp)
 target_link_libraries(fuzz_server PUBLIC mosa_settings)
 set(FUZZ_OBJECTS $<TARGET_OBJECTS:fuzz_server>
     $<FILTER:$<TARGET_OBJECTS:mosa_coding>,EXCLUDE,${LEFT_OUT}>)
@@ -35,7 +35,8 @@ set(FUZZ_FLAGS -std=c++20 -O1 -g -DMOSA_LIBFUZZER -DMOSA_VERSION="${PROJECT_VERS
     # Operations are called through one table of functions without a prototype.
     -fsanitize=fuzzer,address,undefined -fno-sanitize=function -fno-sanitize-recover=all)
 set(FUZZ_SOURCES ${CODING} ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/decoderFuzz.cpp
-    ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/standInSystem.cpp)
+    ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/standInSystem.cpp
+    ${CMAKE_CURRENT_SOURCE_DIR}/support/serverTables.cpp)
 list(FILTER FUZZ_SOURCES EXCLUDE REGEX ${LEFT_OUT})
 set(FUZZ_CLANG_OBJECTS "")
 foreach(source ${FUZZ_SOURCES})

@@ -40,6 +40,7 @@ add_executable(in_process_test
     tile_test.cpp
     wallFile_test.cpp
     support/serverState.cpp
+    support/serverTables.cpp
     $<TARGET_OBJECTS:recorder_entries>)
 target_include_directories(in_process_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_compile_definitions(in_process_test PRIVATE

@@ -3,6 +3,7 @@
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
 #include "shuffle/mw.h"
+#include "tests/support/serverTables.h"
 
 #include <X11/Xlib.h>
 
@@ -33,71 +34,51 @@ void touch(T* memory, std::int64_t bytes)
     }
 }
 
-// What each layout promises about the pointers that it hands over.
-template <class F, class Layout, class... A>
-void touchArrays(Layout, A...)
+// How many bytes each layout promises behind parameter i, an array, of an operation that is called
+// with `given`.
+template <class F, int i, int bytes, class Given>
+std::int64_t promised(FixedArrays<bytes>, const Given&)
 {
+    return fixedArrayBytes<F, bytes>();
 }
 
-template <class F, int bytes, class... A>
-void touchArrays(FixedArrays<bytes>, A... a)
+template <class F, int i, class Given>
+std::int64_t promised(CountedArrays, const Given& given)
 {
-    using S = Signature<F>;
-    const std::tuple given(a...);
-    [&]<int... i>(std::integer_sequence<int, i...>)
-    {
-        (touch(std::get<S::scalars + i>(given), fixedArrayBytes<F, bytes>()), ...);
-    }
-    (std::make_integer_sequence<int, S::arrays>{});
+    return std::int64_t{std::get<0>(given)} * elementSize<F, i>();
 }
 
-template <class F, class... A>
-void touchArrays(CountedArrays, GLsizei n, A... a)
+template <class F, int i, const ParamSizes& sizes, class Given>
+std::int64_t promised(ParameterArray<sizes>, const Given& given)
 {
-    const std::tuple given(a...);
-    [&]<int... i>(std::integer_sequence<int, i...>)
-    {
-        (touch(std::get<i>(given), std::int64_t{n} * elementSize<F, 1 + i>()), ...);
-    }
-    (std::make_integer_sequence<int, sizeof...(A)>{});
+    return paramBytes(sizes, static_cast<GLenum>(std::get<i - 1>(given)));
 }
 
-template <class F, const ParamSizes& sizes, class... A>
-void touchArrays(ParameterArray<sizes>, A... a)
+template <class F, int i, Count count, Null null, ScratchBuffer* scratch, class Given>
+std::int64_t promised(DataBlock<count, null, scratch>, const Given& given)
 {
-    const std::tuple given(a...);
-    touch(std::get<sizeof...(A) - 1>(given),
-          paramBytes(sizes, static_cast<GLenum>(std::get<sizeof...(A) - 2>(given))));
-}
-
-template <class F, Count count, Null null, ScratchBuffer* scratch, class... A>
-void touchArrays(DataBlock<count, null, scratch>, A... a)
-{
-    constexpr int pointer = sizeof...(A) - 1;
-    const std::tuple given(a...);
-    std::int64_t elements = 0;
     if constexpr (count == Count::firstScalar)
-        elements = std::get<0>(given);
+        return std::int64_t{std::get<0>(given)} * elementSize<F, i>();
     else if constexpr (count == Count::lastScalar)
-        elements = std::get<pointer - 1>(given);
+        return std::int64_t{std::get<i - 1>(given)} * elementSize<F, i>();
     else if constexpr (count == Count::indexList)
-        elements =
-            std::int64_t{std::get<pointer - 2>(given)} * elementBytes(std::get<pointer - 1>(given));
-    if (std::get<pointer>(given))
-        touch(std::get<pointer>(given), elements * elementSize<F, pointer>());
+        return std::int64_t{std::get<i - 2>(given)} * elementBytes(std::get<i - 1>(given));
+    else
+        return 0; // the operation is not told
 }
 
-template <class F, ScratchBuffer& scratch, Components components, int typeAt, class... A>
-void touchArrays(ClientArray<scratch, components, typeAt>, A...)
+template <class F, int i, ScratchBuffer& scratch, Components components, int typeAt, class Given>
+std::int64_t promised(ClientArray<scratch, components, typeAt>, const Given&)
 {
-    touch(scratch.data, scratch.size);
+    return scratch.size;
 }
 
-// The lists are called one by one, as many as the operation says.
-void touchNames(GLsizei n, GLenum type, const GLvoid* lists)
+template <class F, int i, class Layout, class Given>
+void touchArray(Layout layout, const Given& given)
 {
-    if (lists && n > 0)
-        touch(lists, std::int64_t{n} * (type == GL_2_BYTES ? 2 : elementBytes(type)));
+    if constexpr (requires { promised<F, i>(layout, given); })
+        if (auto* array = std::get<i>(given))
+            touch(array, promised<F, i>(layout, given));
 }
 
 template <class R>
@@ -115,9 +96,18 @@ template <Op op, class R, class... P>
 struct StandIn<op, R(P...)> {
     static R call(P... p)
     {
-        touchArrays<R(P...)>(Layout<op>{}, p...);
+        using F = R(P...);
+        using S = Signature<F>;
+        [[maybe_unused]] const std::tuple given(p...);
+        [&]<int... i>(std::integer_sequence<int, i...>)
+        {
+            (touchArray<F, S::scalars + i>(Layout<op>{}, given), ...);
+        }
+        (std::make_integer_sequence<int, S::arrays>{});
+        // As many lists are called one by one as the operation says.
         if constexpr (op == Op::glCallLists)
-            touchNames(p...);
+            if (const auto [n, type, lists] = given; lists)
+                touch(lists, std::int64_t{n} * (type == GL_2_BYTES ? 2 : elementBytes(type)));
         return something<R>();
     }
 };
@@ -147,14 +137,7 @@ void answer(GLenum name, T* values)
 std::remove_pointer_t<_XPrivDisplay> privateDisplay{};
 Screen screen{};
 Display* const fakeDisplay = reinterpret_cast<Display*>(&privateDisplay);
-LocalDisplay localDisplay{.dpy = fakeDisplay,
-                          .appDpy = nullptr,
-                          .dpyName = nullptr,
-                          .scrn = 0,
-                          .vWidth = 600,
-                          .vHeight = 400,
-                          .rect = {300, 0, 300, 400},
-                          .next = nullptr};
+LocalDisplay localDisplay{fakeDisplay, nullptr, nullptr, 0, 600, 400, {300, 0, 300, 400}, nullptr};
 XVisualInfo visual{};
 GLXFBConfig configurations[] = {reinterpret_cast<GLXFBConfig>(&visual)};
 
@@ -191,28 +174,14 @@ void installStandIns(bool overloads)
     set<Op::glXCreateNewContext>([](Display*, GLXFBConfig, int, GLXContext, Bool) {
         return reinterpret_cast<GLXContext>(&visual);
     });
-    if (overloads)
-        Overload(glOpTable);
+    Overload(glOpTable);
+    if (!overloads)
+        std::ranges::copy(pTbl, glOpTable);
 }
 
 void resetServer(bool current)
 {
-    for (int i = 0; i < tableSlots; ++i)
-        while (_vp* top = LocalContextTable[i].attrStack) {
-            LocalContextTable[i].attrStack = top->next;
-            delete top;
-        }
-    std::ranges::fill(LocalContextTable, LocalContextInfo{});
-    std::ranges::fill(LocalVisualTable, LocalVisualInfo{});
-    std::ranges::fill(LocalDrawableTable, LocalDrawableInfo{});
-    std::ranges::fill(LocalFBConfigTable, LocalFBConfigsInfo{});
-    std::ranges::fill(LocalPbufferTable, LocalPbufferInfo{});
-    std::ranges::fill(LocalVertexArrayRangeTable, LocalVertexArrayRangePointersInfo{});
-    std::ranges::fill(LocalProgramTable, LocalProgramInfo{});
-    std::ranges::fill(LocalTextureIDTable, LocalTextureIDInfo{});
-    for (int* count : {&nContexts, &nVisualInfos, &nDrawables, &nFBConfigs, &nPbuffers,
-                       &nVertexArrayRanges, &nPrograms, &nTextureIDs})
-        *count = 0;
+    clearServerTables();
     for (ScratchBuffer* scratch :
          {&vBuf, &nBuf, &cBuf, &iBuf, &tBuf, &eBuf, &fBuf, &scBuf, &wBuf, &mIbuf, &vAbuf, &listsBuf,
           &map1dBuf, &map1fBuf, &map2dBuf, &map2fBuf, &feedbackBuf}) {
@@ -220,42 +189,17 @@ void resetServer(bool current)
         scratch->data = nullptr;
         scratch->size = 0;
     }
-    currDrawableInfo = nullptr;
-    currLocalDisplay = nullptr;
-    currAppWidth = currAppHeight = glV_currAppWidth = glV_currAppHeight = 0;
     if (!current)
         return;
 
+    LocalContextInfo& context = makeTileCurrent(localDisplay.rect, 300, 200, 2);
     currLocalDisplay = &localDisplay;
-    currAppWidth = 300;
-    currAppHeight = 200;
-    LocalVisualTable[nVisualInfos++] = {1, &visual};
-    LocalContextInfo& context = LocalContextTable[nContexts++];
     context.appCtx = appHandle<GLXContext>(1);
     context.localCtx = reinterpret_cast<GLXContext>(&visual);
-    lctxInitAttrStack(&context);
-    LocalDrawableInfo& drawable = LocalDrawableTable[nDrawables++];
-    drawable = {.lrect = {0, 0, 300, 400},
-                .arect = {0, 0, 300, 200},
-                .psx = 2,
-                .psy = 2,
-                .vsx = 2,
-                .vsy = 1,
-                .vtx = 0.5F,
-                .vty = 0,
-                .app_depth = 24,
-                .depth = 24,
-                .appDrawID = 1,
-                .appVI = 1,
-                .dirtyCtx = 0,
-                .app_parentID = 0,
-                .isMapped = 0,
-                .parent = nullptr,
-                .root = nullptr,
-                .localDrawable = 1,
-                .lctx = &context,
-                .lvi = &LocalVisualTable[0]};
-    currDrawableInfo = &drawable;
+    LocalVisualTable[nVisualInfos++] = {1, &visual};
+    currDrawableInfo->appDrawID = 1;
+    currDrawableInfo->appVI = 1;
+    currDrawableInfo->lvi = &LocalVisualTable[0];
 }
 
 // ---- The wall and X ----------------------------------------------------------------------------

@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h> // first: Xlib makes None and other common names macros
 
-#include "coding/serverOverload.h"
 #include "support/bytes.h"
 #include "support/recorder.h"
+#include "support/serverTables.h"
 
 #include <ostream>
 #include <string>
@@ -39,9 +39,3 @@ inline Outcome performed(const std::string& calls) { return {1, calls, ""}; }
 
 /// The end of a walk at a record that reaches past the buffer.
 inline constexpr char pastEnd[] = "something bad happened at line 133 in routine coding/decoder\n";
-
-/// Makes a drawable and a context current, without X: the application's window of W x H, the local
-/// display showing `tile` of the wall, which has `scale` wall pixels for an application pixel.
-/// Returns the context's record, its stack at the application's viewport (0, 0, W, H), with no call
-/// recorded.
-LocalContextInfo& makeTileCurrent(MWRect tile, int W, int H, float scale);
