@@ -1,7 +1,6 @@
 // A client of bare MPI messages, which can do everything wrong. Its arguments are its steps:
 //   handshake VERSION ADDRMODE ENDIAN   only as the first step; otherwise it is 0 0 0
-//   send SYNC TEXT          a buffer, its bytes as in support/bytes.h
-//   repeat N SYNC TEXT      the same N times
+//   send N SYNC TEXT        the same buffer N times, its bytes as in support/bytes.h
 //   header SIZE SYNC        a header alone
 //   slice TASK SIZE         a slice of zeros
 //   planned N               the first N buffers of randomBuffers.h, acknowledgements checked
@@ -24,16 +23,17 @@ namespace {
 enum Tag { header = 1, clientSlice = 2, acknowledgement = 4 };
 
 int nNodes;
+std::vector<MPI_Request> requests; // not yet completed
 
 // Unlike a blocking call this gives up the processor: there are fewer cores than tasks.
-void complete(std::vector<MPI_Request>& requests)
+void complete()
 {
     for (int flag = 0; !flag; sched_yield())
         MPI_Testall(static_cast<int>(requests.size()), requests.data(), &flag, MPI_STATUSES_IGNORE);
     requests.clear();
 }
 
-void start(std::vector<MPI_Request>& requests, const void* bytes, int count, int task, Tag tag)
+void startSend(const void* bytes, int count, int task, Tag tag)
 {
     requests.emplace_back();
     MPI_Isend(bytes, count, MPI_BYTE, task, tag, MPI_COMM_WORLD, &requests.back());
@@ -42,23 +42,22 @@ void start(std::vector<MPI_Request>& requests, const void* bytes, int count, int
 void sendHeader(int size, int sync)
 {
     const std::int32_t words[] = {size, sync};
-    std::vector<MPI_Request> requests;
     for (int task = 1; task <= 2 && task < nNodes; ++task)
-        start(requests, words, sizeof words, task, header);
-    complete(requests);
+        startSend(words, sizeof words, task, header);
+    complete();
 }
 
 void sendBuffer(const Bytes& bytes, int sync)
 {
     const int size = static_cast<int>(bytes.size());
     sendHeader(size, sync);
-    std::vector<MPI_Request> requests;
     const int servers = nNodes - 1;
     const int each = size / servers;
-    for (int server = 0; size > 0 && server < servers; ++server)
-        start(requests, bytes.data() + server * each,
-              server == servers - 1 ? size - server * each : each, server + 1, clientSlice);
-    complete(requests);
+    for (int task = 1; size > 0 && task <= servers; ++task) {
+        const int offset = (task - 1) * each;
+        startSend(bytes.data() + offset, task == servers ? size - offset : each, task, clientSlice);
+    }
+    complete();
 }
 
 [[noreturn]] void fail(const std::string& what)
@@ -71,9 +70,9 @@ void sendBuffer(const Bytes& bytes, int sync)
 void receiveAcknowledgement()
 {
     std::int32_t value = 0;
-    std::vector<MPI_Request> request(1);
-    MPI_Irecv(&value, sizeof value, MPI_BYTE, 1, acknowledgement, MPI_COMM_WORLD, request.data());
-    complete(request);
+    requests.emplace_back();
+    MPI_Irecv(&value, sizeof value, MPI_BYTE, 1, acknowledgement, MPI_COMM_WORLD, &requests.back());
+    complete();
     if (value != 1)
         fail("an acknowledgement of " + std::to_string(value));
 }
@@ -97,13 +96,12 @@ void expectAcknowledgements(int count)
 
 void sendPlanned(int count)
 {
-    const randomBuffers::Plan plan = randomBuffers::makePlan();
     int owed = 0;
     for (int number = 0; number < count; ++number) {
         if (number % 10 == 5)
             sendHeader(0, 1); // queues nothing, so nothing is acknowledged
         const int sync = randomBuffers::syncOf(number);
-        sendBuffer(randomBuffers::bytesOf(plan, number), sync);
+        sendBuffer(randomBuffers::bytesOf(number), sync);
         owed += sync != 0;
         for (; owed > 0 && messageWaits(); --owed)
             receiveAcknowledgement();
@@ -121,20 +119,18 @@ int step(char** arguments)
 {
     const std::string name = arguments[0];
     const auto number = [arguments](int i) { return std::stoi(arguments[i]); };
-    if (name == "send")
-        return sendBuffer(bytes(arguments[2]), number(1)), 3;
-    if (name == "repeat") {
+    if (name == "send") {
+        const Bytes buffer = bytes(arguments[3]);
         for (int i = 0; i < number(1); ++i)
-            sendBuffer(bytes(arguments[3]), number(2));
+            sendBuffer(buffer, number(2));
         return 4;
     }
     if (name == "header")
         return sendHeader(number(1), number(2)), 3;
     if (name == "slice") {
         const Bytes zeros(static_cast<std::size_t>(number(2)));
-        std::vector<MPI_Request> requests;
-        start(requests, zeros.data(), number(2), number(1), clientSlice);
-        return complete(requests), 3;
+        startSend(zeros.data(), number(2), number(1), clientSlice);
+        return complete(), 3;
     }
     if (name == "planned")
         return sendPlanned(number(1)), 2;

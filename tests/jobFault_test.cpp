@@ -16,48 +16,35 @@ std::vector<pid_t> serverPids(const std::string& said)
     return pids;
 }
 
-void expectGone(const std::vector<pid_t>& pids, int count)
+// The header of a buffer has gone down the tree and one slice of three has followed, when the
+// client dies or, at the terminal of mpiexec, the job is interrupted.
+TEST(JobFault, EndsInMidBuffer)
 {
-    EXPECT_EQ(pids.size(), static_cast<std::size_t>(count));
-    const Clock::time_point limit = Clock::now() + std::chrono::seconds(30);
-    for (const pid_t pid : pids) {
-        while (kill(pid, 0) == 0 && Clock::now() < limit)
-            std::this_thread::yield();
-        EXPECT_NE(kill(pid, 0), 0) << "server " << pid << " still runs";
+    for (const std::string last : {"die", "wait"}) {
+        Process job = startJob(clientJob(
+            3, {"send", "1", "0", "#41", "header", "3000", "0", "slice", "1", "1000", last}));
+        if (last == "wait") {
+            waitForText(job, "jobClient: waiting");
+            kill(job.pid, SIGINT);
+        }
+        const Ending ending = finishProcess(job, jobTime);
+        EXPECT_FALSE(ending.timedOut) << last;
+        EXPECT_NE(ending.status, 0) << last;
+        const std::vector<pid_t> pids = serverPids(ending.err);
+        EXPECT_EQ(pids.size(), 3U);
+        const Clock::time_point limit = Clock::now() + std::chrono::seconds(30);
+        for (const pid_t pid : pids) {
+            while (kill(pid, 0) == 0 && Clock::now() < limit)
+                std::this_thread::yield();
+            EXPECT_NE(kill(pid, 0), 0) << last << ": server " << pid << " still runs";
+        }
     }
-}
-
-// A buffer is on its way: its header has gone down the tree, one slice of three has followed.
-const std::vector<std::string> midBuffer{"send", "0",     "#41", "header", "3000",
-                                         "0",    "slice", "1",   "1000"};
-
-TEST(JobFault, ClientDiesInMidBuffer)
-{
-    std::vector<std::string> steps = midBuffer;
-    steps.emplace_back("die");
-    const Ending ending = runJob(clientJob(3, steps), jobTime);
-    EXPECT_FALSE(ending.timedOut);
-    EXPECT_NE(ending.status, 0);
-    expectGone(serverPids(ending.err), 3);
-}
-
-TEST(JobFault, JobIsInterruptedInMidBuffer)
-{
-    std::vector<std::string> steps = midBuffer;
-    steps.emplace_back("wait");
-    Process job = startJob(clientJob(3, steps));
-    const std::vector<pid_t> pids = serverPids(waitForText(job, "jobClient: waiting"));
-    kill(job.pid, SIGINT); // as from the terminal of mpiexec
-    const Ending ending = finishProcess(job, jobTime);
-    EXPECT_FALSE(ending.timedOut);
-    EXPECT_NE(ending.status, 0);
-    expectGone(pids, 3);
 }
 
 TEST(JobFault, ServersIgnoreInterrupts)
 {
     Process job =
-        startJob(clientJob(2, {"repeat", "6000", "1", "#41 #40", "acknowledged", "6000", "end"}));
+        startJob(clientJob(2, {"send", "6000", "1", "#41 #40", "acknowledged", "6000", "end"}));
     const std::vector<pid_t> pids = serverPids(waitForText(job, "as task 2"));
     ASSERT_EQ(pids.size(), 2U);
     int sent = 0;
@@ -73,27 +60,24 @@ TEST(JobFault, ServersIgnoreInterrupts)
 TEST(JobFault, DamageIsToldAndPlaced)
 {
     // glEnd, then a bad opcode; a glVertex3f that is cut short; 102 glFlush and a glPopAttrib
-    // without a context, which is fatal.
-    std::string longBuffer;
+    // without a context, which is fatal. The latest 100 operations are told.
+    std::string longBuffer, latest;
     for (int i = 0; i < 102; ++i)
         longBuffer += "#41 ";
-    const Ending ending =
-        runJob(clientJob(1, {"send", "1", "#75 #1238 i:5", "send", "1", "#41 #81 f:1 f:2",
-                             "acknowledged", "2", "send", "0", longBuffer + "#34", "wait"}),
-               jobTime);
-    EXPECT_FALSE(ending.timedOut);
-    EXPECT_NE(ending.status, 0);
-    std::string flushes;
     for (int i = 0; i < 99; ++i)
-        flushes += " glFlush";
-    const std::string expected[] = {
-        "BAD OPCODE (1238)!!\n", "something bad happened at line 133 in routine coding/decoder\n",
-        "MOSA: assertion failed: currDrawableInfo, file coding/server_overload/attributes.cpp, "
-        "line ",
-        "MOSA: in operation 102 of the buffer, at byte 204 of 206; the latest:" + flushes +
-            " glPopAttrib\n"};
+        latest += " glFlush";
+    const Ending ending =
+        run(clientJob(1, {"send", "1", "1", "#75 #1238 i:5", "send", "1", "1", "#41 #81 f:1 f:2",
+                          "acknowledged", "2", "send", "1", "0", longBuffer + "#34", "wait"}));
+    EXPECT_NE(ending.status, 0);
     std::size_t at = 0;
-    for (const std::string& line : expected) {
+    for (const std::string& line :
+         {std::string("BAD OPCODE (1238)!!\n"),
+          std::string("something bad happened at line 133 in routine coding/decoder\n"),
+          std::string("MOSA: assertion failed: currDrawableInfo, file "
+                      "coding/server_overload/attributes.cpp, line "),
+          "MOSA: in operation 102 of the buffer, at byte 204 of 206; the latest:" + latest +
+              " glPopAttrib\n"}) {
         at = ending.err.find(line, at);
         ASSERT_NE(at, std::string::npos) << line << "--- was not in:\n" << ending.err;
     }
@@ -101,80 +85,72 @@ TEST(JobFault, DamageIsToldAndPlaced)
 
 // ---- With a display ----------------------------------------------------------------------------
 
-// The records of a program that opens a window of 64 x 64 pixels and draws in it: glXChooseVisual,
-// glXCreateContext, glXMakeCurrent.
+// Records: a glXMakeCurrent of a window of 64 x 64 pixels, the creation of visual and context
+// before the first, and a glXSwapBuffers.
+const std::string makeCurrent = "#1163 i:1 i:33 i:99 i:77 i:64 i:64 i:24 i:0 i:0 i:0 ";
 const std::string openWindow = "#1153 i:1 i:33 i:0 i:6 i:4 i:8 i:1 i:9 i:1 i:0 "
-                               "#1155 i:1 i:33 i:0 i:77 i:1 "
-                               "#1163 i:1 i:33 i:99 i:77 i:64 i:64 i:24 i:0 i:0 i:0 ";
+                               "#1155 i:1 i:33 i:0 i:77 i:1 " +
+                               makeCurrent;
 const std::string swapBuffers = "#1166 i:1 i:99 ";
 
-std::vector<std::string> onDisplay(const VirtualDisplay& display)
-{
-    return virtualWallEnvironment(temporaryFile(display.name + " 64 64 0 0 64 64\n"));
-}
+// A job of one server with a display of its own.
+class JobOnDisplay : public testing::Test {
+protected:
+    std::vector<VirtualDisplay> displays = startDisplays(1, 64, 64);
+    const std::string name = displays[0].name;
+    ~JobOnDisplay() override { stopDisplays(displays); }
+
+    Job jobOf(const Strings& steps) const
+    {
+        return clientJob(1, steps,
+                         virtualWallEnvironment(temporaryFile(name + " 64 64 0 0 64 64\n")));
+    }
+};
 
 // A window whose parent is recorded but was never made, so that it cannot be made either: what
 // names it afterwards is an error in every frame. The stream goes on all the while.
-TEST(JobFault, XErrorsAreToldAndLimited)
+TEST_F(JobOnDisplay, XErrorsAreToldAndLimited)
 {
-    std::vector<VirtualDisplay> displays = startDisplays(1, 64, 64);
-    const std::string& name = displays[0].name;
     const std::string useUnmade = "#1166 i:1 i:201 "
                                   "#1163 i:1 i:33 i:300 i:77 i:64 i:64 i:24 i:0 i:0 i:201 ";
-    const std::string backToWindow = "#1163 i:1 i:33 i:99 i:77 i:64 i:64 i:24 i:0 i:0 i:0 ";
     const Clock::time_point start = Clock::now();
     const Ending ending =
-        runJob(clientJob(1,
-                         {"send", "1", openWindow + useUnmade + backToWindow, "repeat", "300", "1",
-                          "#1237 i:300 " + swapBuffers, "acknowledged", "301", "end"},
-                         onDisplay(displays[0])),
-               jobTime);
+        run(jobOf({"send", "1", "1", openWindow + useUnmade + makeCurrent, "send", "300", "1",
+                   "#1237 i:300 " + swapBuffers, "acknowledged", "301", "end"}));
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start);
-    EXPECT_EQ(ending.status, 0) << ending.err;
+    EXPECT_EQ(ending.status, 0);
     const std::string line = "Attention MOSA: X error on display " + name + ": ";
-    EXPECT_EQ(occurrences(ending.err, line + "BadWindow (invalid Window parameter), in "
-                                             "X_CreateWindow, resource 0x0\n"),
-              1)
-        << ending.err;
+    expectSaid(ending, line + "BadWindow (invalid Window parameter), in X_CreateWindow, "
+                              "resource 0x0\n");
     EXPECT_GT(occurrences(ending.err, line), 2);
     EXPECT_LE(occurrences(ending.err, line), 10 * (seconds.count() + 1));
-    stopDisplays(displays);
 }
 
 // glXUseXFont always looks on display ":0", whether or not that is one of the wall's.
-TEST(JobFault, FontsThatAreNotThere)
+TEST_F(JobOnDisplay, FontsThatAreNotThere)
 {
-    std::vector<VirtualDisplay> displays = startDisplays(1, 64, 64);
     const std::string useFont = "#1167 i:7 'nofont 00 i:0 i:10 i:1 ";
-    const Ending ending = runJob(
-        clientJob(1, {"send", "1", openWindow + useFont + "#1238", "acknowledged", "1", "end"},
-                  onDisplay(displays[0])),
-        jobTime);
-    EXPECT_EQ(ending.status, 0) << ending.err;
-    const int skipped =
-        occurrences(ending.err, "Attention MOSA: glXUseXFont: display :0 has no font nofont\n") +
-        occurrences(ending.err, "Attention MOSA: glXUseXFont: unable to open display :0\n");
-    EXPECT_EQ(skipped, 1) << ending.err;
-    EXPECT_EQ(occurrences(ending.err, "BAD OPCODE (1238)!!"), 1) << "the walk goes on behind it";
-    stopDisplays(displays);
+    const Ending ending =
+        run(jobOf({"send", "1", "1", openWindow + useFont + "#1238", "acknowledged", "1", "end"}));
+    EXPECT_EQ(ending.status, 0);
+    const std::string line = "Attention MOSA: glXUseXFont: ";
+    EXPECT_EQ(occurrences(ending.err, line + "display :0 has no font nofont\n") +
+                  occurrences(ending.err, line + "unable to open display :0\n"),
+              1)
+        << ending.err;
+    expectSaid(ending, "BAD OPCODE (1238)!!"); // the walk goes on behind it
 }
 
-TEST(JobFault, LostDisplayEndsTheJob)
+TEST_F(JobOnDisplay, LostDisplayEndsTheJob)
 {
-    std::vector<VirtualDisplay> displays = startDisplays(1, 64, 64);
-    Process job = startJob(clientJob(1,
-                                     {"send", "1", openWindow + swapBuffers, "acknowledged", "1",
-                                      "repeat", "1000000", "0", swapBuffers, "wait"},
-                                     onDisplay(displays[0])));
+    Process job = startJob(jobOf({"send", "1", "1", openWindow + swapBuffers, "acknowledged", "1",
+                                  "send", "1000000", "0", swapBuffers, "wait"}));
     waitForText(job, "jobClient: 1 acknowledged"); // frames are under way
-    const std::string name = displays[0].name;
     stopDisplays(displays);
     const Ending ending = finishProcess(job, jobTime);
     EXPECT_FALSE(ending.timedOut);
     EXPECT_NE(ending.status, 0);
-    EXPECT_EQ(occurrences(ending.err, "Error MOSA: lost the connection to display " + name + "\n"),
-              1)
-        << ending.err;
+    expectSaid(ending, "Error MOSA: lost the connection to display " + name + "\n");
 }
 
 } // namespace

@@ -8,12 +8,15 @@
 #include <string>
 #include <vector>
 
+using Strings = std::vector<std::string>;
+using Clock = std::chrono::steady_clock;
+constexpr Timeout jobTime = std::chrono::seconds(120);
+
 /// A program or library of this build.
 inline std::string built(const std::string& name) { return PROGRAMS "/" + name; }
 
 /// A job of the raw client, which takes these steps, beside servers that draw nothing.
-inline Job clientJob(int servers, std::vector<std::string> steps,
-                     std::vector<std::string> environment = {})
+inline Job clientJob(int servers, Strings steps, Strings environment = {})
 {
     steps.insert(steps.begin(), built("tests/jobClient"));
     environment.insert(environment.begin(), "SYSTEM_OPENGL_LIB=" + built("tests/librecorder.so"));
@@ -23,6 +26,14 @@ inline Job clientJob(int servers, std::vector<std::string> steps,
             .environment = environment,
             .options = {},
             .output = Output::capture};
+}
+
+/// Runs a job, which must come to its end by itself.
+inline Ending run(const Job& job, Timeout time = jobTime)
+{
+    const Ending ending = runJob(job, time);
+    EXPECT_FALSE(ending.timedOut) << ending.err;
+    return ending;
 }
 
 /// An environment variable that loads these libraries of this build over the operations.
@@ -39,8 +50,11 @@ inline int occurrences(const std::string& text, const std::string& part)
     return count;
 }
 
-constexpr Timeout jobTime = std::chrono::seconds(120);
-using Clock = std::chrono::steady_clock;
+/// A job has said this so many times.
+inline void expectSaid(const Ending& ending, const std::string& text, int times = 1)
+{
+    EXPECT_EQ(occurrences(ending.err, text), times) << text << "--- in:\n" << ending.err;
+}
 
 /// Waits until a job has said this, or ended. Returns what it said so far.
 inline std::string waitForText(const Process& job, const std::string& text)
