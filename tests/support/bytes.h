@@ -4,11 +4,9 @@
 // "'text" the characters up to the next blank.
 #pragma once
 
+#include <bit>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -20,47 +18,25 @@ inline void appendLittleEndian(Bytes& out, std::uint64_t value, int width)
         out.push_back(static_cast<unsigned char>(value >> (8 * i)));
 }
 
-inline void appendHexadecimal(Bytes& out, const std::string& digits)
-{
-    if (digits.size() % 2 || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos)
-        throw std::invalid_argument("not bytes: " + digits);
-    for (std::size_t i = 0; i < digits.size(); i += 2)
-        out.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-}
-
 inline void appendToken(Bytes& out, const std::string& token)
 {
-    const auto bits = [](auto value) {
-        std::uint64_t result = 0;
-        std::memcpy(&result, &value, sizeof value);
-        return result;
-    };
+    const std::string text = token.size() > 1 && token[1] == ':' ? token.substr(2) : "";
     if (token[0] == '#')
-        return appendLittleEndian(out, std::stoul(token.substr(1)), 2);
-    if (token[0] == '\'') {
+        appendLittleEndian(out, std::stoul(token.substr(1)), 2);
+    else if (token[0] == '\'')
         out.insert(out.end(), token.begin() + 1, token.end());
-        return;
-    }
-    if (token.size() < 2 || token[1] != ':')
-        return appendHexadecimal(out, token);
-    const std::string text = token.substr(2);
-    const auto integer = [&] { return bits(std::stoll(text, nullptr, 0)); };
-    switch (token[0]) {
-    case 'i':
-        return appendLittleEndian(out, integer(), 4);
-    case 's':
-        return appendLittleEndian(out, integer(), 2);
-    case 'b':
-        return appendLittleEndian(out, integer(), 1);
-    case 'f':
-        return appendLittleEndian(out, bits(std::stof(text)), 4);
-    case 'd':
-        return appendLittleEndian(out, bits(std::stod(text)), 8);
-    case 'z':
+    else if (text.empty())
+        for (std::size_t i = 0; i < token.size(); i += 2)
+            appendLittleEndian(out, std::stoul(token.substr(i, 2), nullptr, 16), 1);
+    else if (token[0] == 'f')
+        appendLittleEndian(out, std::bit_cast<std::uint32_t>(std::stof(text)), 4);
+    else if (token[0] == 'd')
+        appendLittleEndian(out, std::bit_cast<std::uint64_t>(std::stod(text)), 8);
+    else if (token[0] == 'z')
         out.resize(out.size() + std::stoul(text));
-        return;
-    default:
-        throw std::invalid_argument("no such token: " + token);
+    else {
+        const int width = token[0] == 'i' ? 4 : token[0] == 's' ? 2 : 1;
+        appendLittleEndian(out, static_cast<std::uint64_t>(std::stoll(text, nullptr, 0)), width);
     }
 }
 
@@ -74,8 +50,4 @@ inline Bytes bytes(const std::string& text)
 }
 
 /// The token of an opcode, for texts put together.
-inline std::string opcodeToken(int opcode)
-{
-    std::string token("#");
-    return token += std::to_string(opcode);
-}
+inline std::string opcodeToken(int opcode) { return "#" + std::to_string(opcode); }

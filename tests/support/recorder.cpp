@@ -29,9 +29,8 @@ std::string text(T value)
 
 // Pointers that are handles: what they point to is the library's own or Xlib's.
 template <class T>
-inline constexpr bool isHandle = std::is_same_v<T, Display> || std::is_same_v<T, XVisualInfo> ||
-                                 (!std::is_void_v<T> && !std::is_arithmetic_v<T> &&
-                                  !std::is_pointer_v<T>);
+inline constexpr bool isHandle =
+    !std::is_void_v<T> && !std::is_arithmetic_v<T> && !std::is_pointer_v<T>;
 
 template <class T>
 std::string text(T* pointer)
@@ -123,18 +122,12 @@ std::uint64_t behave(P... p)
     return 0;
 }
 
-const char* nameOf(Op op)
-{
-    switch (op) {
-#define OPERATION(number, name, ...)                                                               \
-    case Op::name:                                                                                 \
-        return #name;
+constexpr const char* names[] = {
+#define OPERATION(number, name, ...) #name,
 #define BY_HAND OPERATION
 #define UNPERFORMED OPERATION
 #include "coding/operations.def"
-    }
-    return "";
-}
+};
 
 template <Op op, class F>
 struct Recording;
@@ -143,7 +136,7 @@ template <Op op, class R, class... P>
 struct Recording<op, R(P...)> {
     static R call(P... p)
     {
-        std::string line = nameOf(op);
+        std::string line = names[indexOf(op)];
         ((line += " " + text(p)), ...);
         log(line);
         const std::uint64_t result = resultOr(op, behave<op>(p...));
@@ -157,7 +150,7 @@ struct Recording<op, R(P...)> {
 template <Op op>
 std::uint64_t callWithoutPrototype()
 {
-    log(nameOf(op));
+    log(names[indexOf(op)]);
     return resultOr(op, 0);
 }
 
@@ -171,21 +164,19 @@ constexpr auto entry()
 }
 
 template <int... op>
-void fill(std::integer_sequence<int, op...>)
+void fillTable(std::integer_sequence<int, op...>)
 {
     ((recordingTable[op] = reinterpret_cast<glOp>(entry<Op{op}>())), ...);
+}
+
+[[gnu::constructor]] void fillTable()
+{
+    fillTable(std::make_integer_sequence<int, operationCount>{});
 }
 
 } // namespace
 
 glOp recordingTable[operationCount];
-
-namespace {
-[[gnu::constructor(200)]] void fillTable()
-{
-    fill(std::make_integer_sequence<int, operationCount>{});
-}
-} // namespace
 
 void resetRecorder()
 {

@@ -9,14 +9,10 @@
 // names alone, so each is a jump through its entry of the table (x86-64).
 #define OPERATION(number, name, ...)                                                               \
     asm(".pushsection .text\n.globl " #name "\n.type " #name ", @function\n" #name                 \
-        ": jmp *recorderLibraryTable+8*" #number "(%rip)\n.popsection");
+        ": jmp *recordingTable+8*" #number "(%rip)\n.popsection");
 #define BY_HAND OPERATION
 #define UNPERFORMED OPERATION
 #include "coding/operations.def"
-
-extern "C" {
-[[gnu::visibility("hidden"), gnu::used]] glOp recorderLibraryTable[operationCount];
-}
 
 namespace {
 
@@ -38,11 +34,6 @@ void writeLine(const std::string& line)
     std::fflush(file); // the reader does not wait for the process to end
 }
 
-[[gnu::constructor]] void prepare()
-{
-    recorder.log = writeLine;
-    for (int op = 0; op < operationCount; ++op)
-        recorderLibraryTable[op] = recordingTable[op];
-}
+[[gnu::constructor]] void prepare() { recorder.log = writeLine; }
 
 } // namespace
