@@ -23,35 +23,49 @@ void color(int i)
     put<glColor3fv>(colors[i % 6]);
 }
 
-void quad(double x0, double y0, double x1, double y1)
+// A primitive of n vertices, each put by `vertex`.
+void primitive(GLenum mode, int n, auto vertex)
 {
-    put<glBegin>(GL_QUADS);
-    put<glVertex2d>(x0, y0);
-    put<glVertex2d>(x1, y0);
-    put<glVertex2d>(x1, y1);
-    put<glVertex2d>(x0, y1);
+    put<glBegin>(mode);
+    for (int i = 0; i < n; ++i)
+        vertex(i);
     put<glEnd>();
 }
 
-// One unit is one pixel of the application's window.
-void pixelProjection()
+void quad(double x0, double y0, double x1, double y1)
+{
+    primitive(GL_QUADS, 4, [=](int corner) {
+        put<glVertex2d>(corner == 1 || corner == 2 ? x1 : x0, corner < 2 ? y0 : y1);
+    });
+}
+
+template <Op op>
+void projection(double left, double right, double bottom, double top, double near, double far)
 {
     put<glMatrixMode>(GL_PROJECTION);
     put<glLoadIdentity>();
-    put<glOrtho>(0, sceneWidth, 0, sceneHeight, -100, 100);
+    put<op>(left, right, bottom, top, near, far);
     put<glMatrixMode>(GL_MODELVIEW);
     put<glLoadIdentity>();
 }
 
+// One unit is one pixel of the application's window.
+void pixelProjection() { projection<glOrtho>(0, sceneWidth, 0, sceneHeight, -100, 100); }
+
 void perspective()
 {
-    put<glMatrixMode>(GL_PROJECTION);
-    put<glLoadIdentity>();
-    put<glFrustum>(-.8, .8, -.6, .6, 1.5, 60);
-    put<glMatrixMode>(GL_MODELVIEW);
-    put<glLoadIdentity>();
+    projection<glFrustum>(-.8, .8, -.6, .6, 1.5, 60);
     put<glTranslatef>(0, 0, -5);
     put<glEnable>(GL_DEPTH_TEST);
+}
+
+// Draws with the origin elsewhere.
+void drawAt(double x, double y, double z, auto draw)
+{
+    put<glPushMatrix>();
+    put<glTranslatef>(x, y, z);
+    draw();
+    put<glPopMatrix>();
 }
 
 void sphere(double radius)
@@ -64,14 +78,8 @@ void sphere(double radius)
         put<glNormal3d>(n[0], n[1], n[2]);
         put<glVertex3d>(radius * n[0], radius * n[1], radius * n[2]);
     };
-    for (int ring = 0; ring < rings; ++ring) {
-        put<glBegin>(GL_QUAD_STRIP);
-        for (int step = 0; step <= rings; ++step) {
-            vertex(ring, step);
-            vertex(ring + 1, step);
-        }
-        put<glEnd>();
-    }
+    for (int ring = 0; ring < rings; ++ring)
+        primitive(GL_QUAD_STRIP, 2 * rings + 2, [&](int i) { vertex(ring + i % 2, i / 2); });
 }
 
 void light()
@@ -104,6 +112,18 @@ Block blockOf(const std::vector<unsigned char>& bytes)
     return {bytes.data(), static_cast<int>(bytes.size())};
 }
 
+void drawPicture(int x, int y, int width, int height, GLenum format, int components)
+{
+    put<glRasterPos2i>(x, y);
+    put<glDrawPixels>(width, height, format, GL_UNSIGNED_BYTE,
+                      blockOf(picture(width, height, components)));
+}
+
+void viewport(int x, int y, int width, int height)
+{
+    put<glViewport>(x, y, width, height, sceneWidth, sceneHeight);
+}
+
 void scissor()
 {
     put<glEnable>(GL_SCISSOR_TEST);
@@ -127,32 +147,28 @@ void lines()
 {
     for (const int width : {1, 3}) {
         put<glLineWidth>(width);
-        put<glBegin>(GL_LINES);
-        for (int i = 0; i < 12; ++i) {
+        primitive(GL_LINES, 12, [=](int i) {
             color(i);
             const double a = .1 + .5 * i;
             put<glVertex2d>(120, 90);
             put<glVertex2d>(120 + 40 * width * std::cos(a), 90 + 28 * width * std::sin(a));
-        }
-        put<glEnd>();
+        });
     }
-    put<glBegin>(GL_LINE_LOOP);
-    for (int i = 0; i < 7; ++i)
+    primitive(GL_LINE_LOOP, 7, [](int i) {
         put<glVertex2d>(120 + 90 * std::sin(2.7 * i), 90 + 60 * std::cos(2.7 * i));
-    put<glEnd>();
+    });
 }
 
 void points()
 {
     for (int size = 1; size <= 4; ++size) {
         put<glPointSize>(size);
-        put<glBegin>(GL_POINTS);
-        for (int x = 4; x < sceneWidth; x += 9)
-            for (int y = 7 * size; y < sceneHeight; y += 40) {
-                color(x + y);
-                put<glVertex2i>(x, y);
-            }
-        put<glEnd>();
+        primitive(GL_POINTS, 27 * 4, [=](int i) {
+            const int x = 4 + 9 * (i / 4);
+            const int y = 7 * size + 40 * (i % 4);
+            color(x + y);
+            put<glVertex2i>(x, y);
+        });
     }
 }
 
@@ -188,24 +204,18 @@ void bitmaps()
 
 void pixelImages()
 {
-    const std::vector<unsigned char> rgb = picture(60, 40, 3);
-    const std::vector<unsigned char> rgba = picture(32, 32, 4);
-    const std::vector<unsigned char> grey = picture(48, 24, 1);
-    put<glRasterPos2i>(60, 70);
-    put<glDrawPixels>(60, 40, GL_RGB, GL_UNSIGNED_BYTE, blockOf(rgb));
+    drawPicture(60, 70, 60, 40, GL_RGB, 3);
     put<glPixelZoom>(2, 1);
-    put<glRasterPos2i>(144, 76);
-    put<glDrawPixels>(32, 32, GL_BGRA, GL_UNSIGNED_BYTE, blockOf(rgba));
+    drawPicture(144, 76, 32, 32, GL_BGRA, 4);
     put<glPixelZoom>(-1, -2);
-    put<glRasterPos2i>(150, 64);
-    put<glDrawPixels>(48, 24, GL_LUMINANCE, GL_UNSIGNED_BYTE, blockOf(grey));
+    drawPicture(150, 64, 48, 24, GL_LUMINANCE, 1);
     put<glPixelZoom>(1, 1);
     put<glPixelStorei>(GL_UNPACK_ROW_LENGTH, 60); // a part of the picture
     put<glPixelStorei>(GL_UNPACK_SKIP_PIXELS, 10);
     put<glPixelStorei>(GL_UNPACK_SKIP_ROWS, 4);
     put<glPixelStorei>(GL_UNPACK_ALIGNMENT, 1);
     put<glRasterPos2i>(100, 120);
-    put<glDrawPixels>(40, 30, GL_RGB, GL_UNSIGNED_BYTE, blockOf(rgb));
+    put<glDrawPixels>(40, 30, GL_RGB, GL_UNSIGNED_BYTE, blockOf(picture(60, 40, 3)));
 }
 
 void textures()
@@ -230,18 +240,15 @@ void textures()
     perspective();
     for (int i = 0; i < 2; ++i) {
         put<glBindTexture>(GL_TEXTURE_2D, names[i]);
-        put<glPushMatrix>();
-        put<glTranslatef>(i ? .8 : -.8, 0, 0);
-        put<glRotatef>(i ? -40 : 30, .2, 1, .1);
-        put<glBegin>(GL_QUADS);
-        for (int corner = 0; corner < 4; ++corner) {
-            const int s = corner == 1 || corner == 2;
-            const int t = corner > 1;
-            put<glTexCoord2i>(2 * s, t);
-            put<glVertex2i>(2 * s - 1, 3 * t - 2);
-        }
-        put<glEnd>();
-        put<glPopMatrix>();
+        drawAt(i ? .8 : -.8, 0, 0, [i] {
+            put<glRotatef>(i ? -40 : 30, .2, 1, .1);
+            primitive(GL_QUADS, 4, [](int corner) {
+                const int s = corner == 1 || corner == 2;
+                const int t = corner > 1;
+                put<glTexCoord2i>(2 * s, t);
+                put<glVertex2i>(2 * s - 1, 3 * t - 2);
+            });
+        });
     }
 }
 
@@ -293,10 +300,7 @@ void clientArrays()
     put<glDrawRangeElements>(GL_TRIANGLES, 0, 39, 12, GL_UNSIGNED_SHORT, indexBlock);
     put<glDisableClientState>(GL_COLOR_ARRAY);
     color(0);
-    put<glBegin>(GL_LINE_LOOP);
-    for (int i = 0; i < 40; i += 3)
-        put<glArrayElement>(i);
-    put<glEnd>();
+    primitive(GL_LINE_LOOP, 14, [](int i) { put<glArrayElement>(3 * i); });
 }
 
 void evaluators()
@@ -322,10 +326,7 @@ void evaluators()
     put<glMap1d>(GL_MAP1_VERTEX_3, 0, 1, 3, 4, Block{curve, 12});
     put<glLineWidth>(3);
     color(3);
-    put<glBegin>(GL_LINE_STRIP);
-    for (int i = 0; i <= 24; ++i)
-        put<glEvalCoord1d>(i / 24.0);
-    put<glEnd>();
+    primitive(GL_LINE_STRIP, 25, [](int i) { put<glEvalCoord1d>(i / 24.0); });
 }
 
 void fog()
@@ -340,10 +341,7 @@ void fog()
     put<glRotatef>(25, 0, 1, 0);
     for (int i = 0; i < 8; ++i) {
         color(i);
-        put<glPushMatrix>();
-        put<glTranslatef>(.6 * i - 2.5, .3 * i - 1, 2 - 1.5 * i);
-        quad(-.5, -1, .5, 1);
-        put<glPopMatrix>();
+        drawAt(.6 * i - 2.5, .3 * i - 1, 2 - 1.5 * i, [] { quad(-.5, -1, .5, 1); });
     }
 }
 
@@ -353,10 +351,7 @@ void lights()
     light();
     for (int i = 0; i < 3; ++i) {
         color(i);
-        put<glPushMatrix>();
-        put<glTranslatef>(1.4 * i - 1.4, .5 * i - .5, 0);
-        sphere(.9);
-        put<glPopMatrix>();
+        drawAt(1.4 * i - 1.4, .5 * i - .5, 0, [] { sphere(.9); });
     }
 }
 
@@ -368,10 +363,9 @@ void stencil()
     put<glStencilFunc>(GL_ALWAYS, 1, 1);
     put<glStencilOp>(GL_KEEP, GL_KEEP, GL_REPLACE);
     color(2);
-    put<glBegin>(GL_TRIANGLE_FAN);
-    for (int i = 0; i < 24; ++i)
+    primitive(GL_TRIANGLE_FAN, 24, [](int i) {
         put<glVertex2d>(120 + 80 * std::cos(.27 * i), 90 + 70 * std::sin(.27 * i));
-    put<glEnd>();
+    });
     put<glStencilFunc>(GL_NOTEQUAL, 1, 1);
     color(3);
     quad(20, 30, 220, 80);
@@ -388,22 +382,18 @@ void viewports()
                                        {170, 100, 61, 73},
                                        {-20, 120, 60, 90}};
     for (int i = 0; i < 5; ++i) {
-        put<glViewport>(boxes[i][0], boxes[i][1], boxes[i][2], boxes[i][3], sceneWidth,
-                        sceneHeight);
+        viewport(boxes[i][0], boxes[i][1], boxes[i][2], boxes[i][3]);
         color(i);
         quad(20, 20, 220, 160);
         color(i + 1);
-        put<glBegin>(GL_TRIANGLES);
-        put<glVertex2i>(0, 0);
-        put<glVertex2i>(sceneWidth, 40);
-        put<glVertex2i>(100, sceneHeight);
-        put<glEnd>();
+        static constexpr int corners[][2] = {{0, 0}, {sceneWidth, 40}, {100, sceneHeight}};
+        primitive(GL_TRIANGLES, 3, [](int corner) { put<glVertex2iv>(corners[corner]); });
     }
 }
 
 void partialViewport()
 {
-    put<glViewport>(50, 33, 99, 104, sceneWidth, sceneHeight);
+    viewport(50, 33, 99, 104);
     perspective();
     light();
     color(5);
@@ -413,19 +403,18 @@ void partialViewport()
     pixelProjection();
     color(3);
     text(10, 60, 9); // leaves the viewport, as text may
-    put<glRasterPos2i>(60, 100);
-    put<glDrawPixels>(60, 40, GL_RGB, GL_UNSIGNED_BYTE, blockOf(picture(60, 40, 3)));
+    drawPicture(60, 100, 60, 40, GL_RGB, 3);
 }
 
 void attributeStacks()
 {
     put<glPushAttrib>(GL_VIEWPORT_BIT | GL_CURRENT_BIT);
-    put<glViewport>(20, 20, 100, 150, sceneWidth, sceneHeight);
+    viewport(20, 20, 100, 150);
     color(1);
     put<glRasterPos2i>(100, 40);
     quad(0, 0, sceneWidth, sceneHeight);
     put<glPushAttrib>(GL_ENABLE_BIT); // the viewport set inside stays in force
-    put<glViewport>(100, 50, 120, 60, sceneWidth, sceneHeight);
+    viewport(100, 50, 120, 60);
     put<glPopAttrib>();
     color(2);
     quad(20, 20, 200, 160);
