@@ -30,14 +30,6 @@ void pollAcknowledgements(Connection& connection)
         receiveAcknowledgements(connection);
 }
 
-void waitForAcknowledgements(Connection& connection, int most)
-{
-    while (connection.outstanding > most) {
-        pollAcknowledgements(connection);
-        sched_yield();
-    }
-}
-
 void completeSends(Connection& connection)
 {
     for (int flag = 0; !flag;) {
@@ -90,6 +82,14 @@ void connectServers(Connection& connection, const _handshake& handshake)
 
     _handshake sent = handshake;
     MPI_Bcast(&sent, sizeof sent, MPI_BYTE, 0, MPI_COMM_WORLD);
+}
+
+void waitForAcknowledgements(Connection& connection, int most)
+{
+    while (connection.outstanding > most) {
+        pollAcknowledgements(connection);
+        sched_yield();
+    }
 }
 
 void sendBuffer(Connection& connection, const unsigned char* bytes, _hdr hdr, int ahead)

@@ -25,6 +25,9 @@ void connectServers(Connection& connection, const _handshake& handshake);
 /// Returns when the bytes may be reused.
 void sendBuffer(Connection& connection, const unsigned char* bytes, _hdr hdr, int ahead);
 
+/// Waits until at most `most` synchronised buffers are without an acknowledgement.
+void waitForAcknowledgements(Connection& connection, int most);
+
 /// Waits until every server has decoded all that was sent, and every acknowledgement is in.
 void finishServers(Connection& connection);
 

@@ -63,6 +63,11 @@ StreamFile readStreamFile(const std::string& name)
     };
     need(sizeof file.handshake, "the handshake");
     file.handshake = load<_handshake>(bytes.data());
+    // Three small codes begin every stream, whatever they say.
+    const auto [version, addrmode, endian] = file.handshake;
+    for (const std::int32_t code : {version, addrmode, endian})
+        if (code < 0 || code > 255)
+            damaged(name, 0, "this is not a stream file: it does not begin with a handshake");
     at += sizeof file.handshake;
     for (;;) {
         need(sizeof(_hdr), "a buffer header, without an end of the stream");

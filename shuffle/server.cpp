@@ -230,6 +230,14 @@ int main(int argc, char** argv)
         std::puts(MOSA_VERSION);
         return 0;
     }
+    if (argc > 1 && std::strcmp(argv[1], "--help") == 0) {
+        std::puts(
+            "Draws one tile of a wall from the OpenGL stream of the job's client.\n"
+            "It has no options; environment variables configure it, first of all MOSA_DISPLAY\n"
+            "(the wall configuration file) and SYSTEM_OPENGL_LIB. Its place is in an MPI job:\n"
+            "  mpiexec -n 1 CLIENT : -n SERVERS server");
+        return 0;
+    }
     syncOnSwap = numberFromEnvironment("MOSA_SYNC_ON_SWAP");
     swapOnRetrace = numberFromEnvironment("MOSA_SWAP_ON_RETRACE");
     xx = numberFromEnvironment("MOSA_TRACE") != 0;

@@ -31,6 +31,6 @@ for page in "$source/README.md" "$source"/docs/*.md; do
 done
 echo "$ran commands ran"
 [ "$ran" -ge 10 ]
-for picture in wall.png pulsar.png demo.png; do
+for picture in wall.png atlantis.png demo.png; do
     [ -s "$picture" ] || { echo "$picture is missing" >&2; exit 1; }
 done
