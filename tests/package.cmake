@@ -4,7 +4,6 @@ target_link_libraries(streamdump_test PRIVATE
     mosa_describe mosa_stream_file mosa_process GTest::gtest_main)
 target_compile_definitions(streamdump_test PRIVATE
     STREAMDUMP="$<TARGET_FILE:streamdump>"
-    EXPECTED="${CMAKE_CURRENT_SOURCE_DIR}/streamdump.txt"
     WIRE_FORMAT="${PROJECT_SOURCE_DIR}/docs/wire-format.md"
     EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
 add_dependencies(streamdump_test streamdump)
