@@ -9,10 +9,7 @@ extern int knt, lastOps[100];
 
 namespace {
 
-class Walk : public testing::Test {
-protected:
-    void SetUp() override { startWithoutOverloads(); }
-};
+using Walk = StartedBy<startWithoutOverloads>;
 
 constexpr char bigVertex[] = "#81 f:1 f:2 f:3 ";
 
@@ -27,12 +24,9 @@ TEST_F(Walk, EndsWhereTheBufferEnds)
 
 TEST_F(Walk, StopsBeforeARecordThatDoesNotFit)
 {
+    // Every operation's own length is tested elsewhere; these are lengths that the record tells.
     const char* broken[] = {
         "4b",                            // half an opcode
-        "#81 f:1 f:2 000040",            // one byte short
-        "#331 00",                       // half an opcode behind an empty block
-        "#230 i:0x4000 i:0x1203 z:15",   // parameters
-        "#52 z:23",                      // read by hand
         "#1153 z:12 i:2 i:4",            // attributes
         "#1153 z:12 i:-1",               //
         "#1153 z:12 i:0x40000001 z:4",   // as bytes the count would be 4
@@ -44,11 +38,7 @@ TEST_F(Walk, StopsBeforeARecordThatDoesNotFit)
         "#372 z:24 i:0x7fffffff i:0x7fffffff i:0 i:0 z:8",
     };
     for (const char* record : broken) {
-        const Outcome outcome = run(std::string("#75 ") + record);
-        EXPECT_TRUE(outcome == (Outcome{0, "glEnd\n", pastEnd}) ||
-                    outcome == (Outcome{0, "glEnd\nglSelectBuffer 0 null\n", pastEnd}))
-            << record << "\n"
-            << outcome;
+        EXPECT_EQ(run(std::string("#75 ") + record), (Outcome{0, "glEnd\n", pastEnd})) << record;
         EXPECT_EQ(run("#75"), performed("glEnd\n")) << "the next buffer";
     }
 }
@@ -57,8 +47,6 @@ TEST_F(Walk, AbandonsABufferAtABadOpcode)
 {
     EXPECT_EQ(run("#75 d604 #75"), (Outcome{0, "glEnd\n", "BAD OPCODE (1238)!!\n"}));
     EXPECT_EQ(run("ffff"), (Outcome{0, "", "BAD OPCODE (65535)!!\n"}));
-    xx = 1;
-    EXPECT_EQ(run("#1238").messages, "BAD OPCODE (1238)!!\nBAD OPCODE!!\n");
 }
 
 TEST_F(Walk, GoesOnBehindWhatItRefusesOrIgnores)
@@ -70,19 +58,13 @@ TEST_F(Walk, GoesOnBehindWhatItRefusesOrIgnores)
     EXPECT_EQ(
         run("#1191 #75"),
         (Outcome{1, "glEnd\n", "SHOULD NEVER GET HERE!!! coding/glXGetProcAddress_decode:27\n"}));
-    // 0x120A is no light parameter: the next record begins where its values would.
-    EXPECT_EQ(run("#230 i:0x4000 i:0x120a #75"),
-              (Outcome{1, "glLightfv 0x4000 0x120a ptr\nglEnd\n",
-                       "Attention MOSA: unknown enum in glLightfv\n"}));
 }
 
 TEST_F(Walk, TracesNamesWhileSwitchedOn)
 {
     xx = 1;
-    EXPECT_EQ(run(std::string("#74 i:4 ") + bigVertex + "#75").messages,
-              "glBegin\nglVertex3f\nglEnd\n");
-    xx = 0;
-    EXPECT_EQ(run("#75").messages, "");
+    EXPECT_EQ(run(std::string("#74 i:4 ") + bigVertex + "#75 #1238").messages,
+              "glBegin\nglVertex3f\nglEnd\nBAD OPCODE (1238)!!\nBAD OPCODE!!\n");
 }
 
 TEST_F(Walk, KeepsTheLatestHundredOpcodes)
@@ -110,23 +92,6 @@ TEST_F(Walk, AFatalEndTellsWhereInTheBufferItHappened)
     testing::internal::CaptureStderr();
     printRecentOperations();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "between buffers";
-}
-
-TEST(TypeSize, KnowsTheDataTypes)
-{
-    const std::pair<GLenum, int> sizes[] = {{0x1400, 1}, {0x1401, 1}, {0x1402, 2}, {0x1403, 2},
-                                            {0x1404, 4}, {0x1405, 4}, {0x1406, 4}, {0x140A, 8}};
-    testing::internal::CaptureStderr();
-    for (const auto& [type, size] : sizes)
-        EXPECT_EQ(typeSize(type), size);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    for (const GLenum type : {0x1407U, 0x1408U, 0x1409U, 0x140BU, 0U}) {
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(typeSize(type), 4);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  "Attention MOSA: typeSize using default statement: type = " +
-                      std::to_string(type) + "  We are returning 4 bytes \n");
-    }
 }
 
 } // namespace

@@ -1,9 +1,8 @@
 // Loading of the operation table: system library, overloads, overload libraries.
 #include "support/serverState.h"
 
+#include "client/process.h"
 #include "overload/loader.h"
-
-#include <fstream>
 
 namespace {
 
@@ -18,11 +17,8 @@ protected:
 
     static void list(const std::string& words)
     {
-        const std::string name = testing::TempDir() + "mosa_overloads_" + std::to_string(getpid());
-        std::ofstream(name) << words;
-        setenv("MOSA_OVERLOAD_FILE", name.c_str(), 1);
+        setenv("MOSA_OVERLOAD_FILE", temporaryFile(words).c_str(), 1);
     }
-    void TearDown() override { std::remove(std::getenv("MOSA_OVERLOAD_FILE")); }
 };
 
 std::string messagesOf(void (*action)())
@@ -68,9 +64,6 @@ TEST_F(Loader, OverloadLibrariesAreInstalledInOrderAndChain)
     EXPECT_EQ(run("#41").messages, "second: glFlush, 3 contexts, app 30 x 0\n"
                                    "first: glFlush, 3 contexts, app 30 x 0\n");
     FreeOps();
-    list("");
-    EXPECT_EQ(messagesOf(LoadOps), "Overloads loaded from <" + file + ">\n");
-    FreeOps();
 }
 
 TEST_F(Loader, WhatCannotBeLoadedEndsTheProcess)
@@ -81,16 +74,16 @@ TEST_F(Loader, WhatCannotBeLoadedEndsTheProcess)
     list(RECORDER_LIBRARY);
     EXPECT_EXIT(LoadOps(), failed, "unable to access Overlay function in file .*librecorder.so\n");
     list(std::string(256, 'x'));
-    EXPECT_EXIT(LoadOps(), failed, "list file \\(.*mosa_overloads_.* longer than 255 characters\n");
+    EXPECT_EXIT(LoadOps(), failed, "list file \\(.* longer than 255 characters\n");
     list(std::string(255, 'x'));
     EXPECT_EXIT(LoadOps(), failed, "unable to open overlay file xxx");
     std::string many;
     for (int i = 0; i < 257; ++i)
         many += OVERLOAD_DIR "/overload_first.so ";
     list(many);
-    EXPECT_EXIT(LoadOps(), failed, "list file \\(.*mosa_overloads_.* more than 256 libraries\n");
-    std::remove(std::getenv("MOSA_OVERLOAD_FILE"));
-    EXPECT_EXIT(LoadOps(), failed, "unable to open overlay list file \\(.*mosa_overloads_");
+    EXPECT_EXIT(LoadOps(), failed, "list file \\(.* more than 256 libraries\n");
+    setenv("MOSA_OVERLOAD_FILE", "/nowhere", 1);
+    EXPECT_EXIT(LoadOps(), failed, "unable to open overlay list file \\(/nowhere");
 
     setenv("SYSTEM_OPENGL_LIB", "/nowhere/libGL.so", 1);
     EXPECT_EXIT(LoadOps(), failed,

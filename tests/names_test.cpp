@@ -5,45 +5,39 @@
 
 namespace {
 
-class Tables : public testing::Test {
-protected:
-    void SetUp() override { startServer(); }
-};
+using Tables = StartedBy<startServer>;
 
-template <class T>
-T handle(std::uint32_t value)
+TEST_F(Tables, TheFirstLiveRecordOfAHandleCountsButTheLastOfMemory)
 {
-    return appHandle<T>(value);
-}
-
-TEST_F(Tables, LookupsInEmptyTablesFindNothing)
-{
-    LocalContextTable[0].appCtx = handle<GLXContext>(5); // reserved, not live
-    EXPECT_EQ(_getLocalContext(handle<GLXContext>(5)), nullptr);
-    EXPECT_EQ(_getLocalFBConfig(nullptr), nullptr);
-    EXPECT_EQ(_getLocalPbuffer(0), 0U);
-    EXPECT_EQ(_findLocalDrawableInfo(0), nullptr);
-    EXPECT_EQ(_checkLocalVertexArrayRangePointer(nullptr), nullptr);
-}
-
-TEST_F(Tables, TheFirstRecordOfAHandleCountsButTheLastOfMemory)
-{
-    nContexts = nFBConfigs = nPbuffers = nDrawables = nVertexArrayRanges = 3;
-    GLXFBConfig lists[] = {handle<GLXFBConfig>(71), handle<GLXFBConfig>(72)};
-    for (int i : {1, 2}) {
-        LocalContextTable[i].appCtx = handle<GLXContext>(5);
-        LocalFBConfigTable[i] = {handle<GLXFBConfig>(5), 1, &lists[i - 1]};
+    // Record 0 is another's, and 3 reserved, but not live.
+    auto* const context = appHandle<GLXContext>(5);
+    auto* const config = appHandle<GLXFBConfig>(5);
+    auto* const memory = appHandle<GLvoid*>(5);
+    GLXFBConfig lists[] = {appHandle<GLXFBConfig>(71), appHandle<GLXFBConfig>(72), nullptr};
+    for (int i : {1, 2, 3}) {
+        LocalContextTable[i].appCtx = context;
+        LocalFBConfigTable[i] = {config, 1, &lists[i - 1]};
         LocalPbufferTable[i] = {5, 70U + static_cast<unsigned>(i)};
         LocalDrawableTable[i].appDrawID = 5;
-        LocalVertexArrayRangeTable[i] = {handle<GLvoid*>(5), lists + i};
+        LocalVertexArrayRangeTable[i] = {memory, lists + i - 1};
     }
-    EXPECT_EQ(_getLocalContext(handle<GLXContext>(5)), &LocalContextTable[1]);
-    EXPECT_EQ(_getLocalFBConfig(handle<GLXFBConfig>(5)), lists[0]);
+    const auto count = [](int n) {
+        nContexts = nFBConfigs = nPbuffers = nDrawables = nVertexArrayRanges = n;
+    };
+    count(1);
+    EXPECT_EQ(_getLocalContext(context), nullptr);
+    EXPECT_EQ(_getLocalFBConfig(config), nullptr);
+    EXPECT_EQ(_getLocalPbuffer(5), 0U);
+    EXPECT_EQ(_findLocalDrawableInfo(5), nullptr);
+    EXPECT_EQ(_checkLocalVertexArrayRangePointer(memory), nullptr);
+    count(3);
+    EXPECT_EQ(_getLocalContext(context), &LocalContextTable[1]);
+    EXPECT_EQ(_getLocalFBConfig(config), lists[0]);
     EXPECT_EQ(_getLocalPbuffer(5), 71U);
     EXPECT_EQ(_findLocalDrawableInfo(5), &LocalDrawableTable[1]);
-    EXPECT_EQ(_checkLocalVertexArrayRangePointer(handle<GLvoid*>(5)), lists + 2);
+    EXPECT_EQ(_checkLocalVertexArrayRangePointer(memory), lists + 1);
     LocalFBConfigTable[1].localFBConfig = nullptr; // the server matched none
-    EXPECT_EQ(_getLocalFBConfig(handle<GLXFBConfig>(5)), nullptr);
+    EXPECT_EQ(_getLocalFBConfig(config), nullptr);
 }
 
 TEST_F(Tables, TheRootIsTheOutermostRecordedAncestor)
@@ -72,34 +66,30 @@ TEST_F(Tables, TheRootIsTheOutermostRecordedAncestor)
 
 TEST_F(Tables, NamesOfTheApplicationBecomeLocalOnes)
 {
-    struct Kind {
-        const char *generate, *bind, *remove; // opcodes
-        const char* name;
-    };
-    recorder.shownElements = 1;
-    for (const Kind& kind :
-         {Kind{"#290", "#292", "#291", "Textures"}, Kind{"#586", "#584", "#585", "ProgramsARB"}}) {
+    const struct {
+        std::string generate, bind, remove; // opcodes
+        std::string kind, bound;
+    } kinds[] = {{"#290", "#292", "#291", "Textures", "glBindTexture 7 "},
+                 {"#586", "#584", "#585", "ProgramsARB", "glBindProgramARB 7 "}};
+    for (const auto& [generate, bind, remove, kind, bound] : kinds) {
         startServer();
         recorder.shownElements = 1;
-        const bool texture = kind.bind == std::string("#292");
-        const std::string gen = std::string("glGen") + kind.name + " 1 [0]\n";
-        const std::string bind = texture ? "glBindTexture 7 " : "glBindProgramARB 7 ";
-        const std::string remove = std::string("glDelete") + kind.name + " 1 ";
-        const std::string generate = kind.generate;
+        const std::string generated = "glGen" + kind + " 1 [0]\n";
+        const std::string removed = "glDelete" + kind + " 1 ";
         // One call for each name; the recording library gives out 1001, 1002, ...
-        EXPECT_EQ(run(generate + " i:3 i:1 i:2 i:3"), performed(gen + gen + gen));
+        EXPECT_EQ(run(generate + " i:3 i:1 i:2 i:3"), performed(generated + generated + generated));
         EXPECT_EQ(run(generate + " i:0 #75"), performed("glEnd\n"));
-        EXPECT_EQ(run(std::string(kind.bind) + " i:7 i:2"), performed(bind + "0x3ea\n"));
-        EXPECT_EQ(run(std::string(kind.bind) + " i:7 i:9"), performed(bind + "9\n"));
-        EXPECT_EQ(run(std::string(kind.bind) + " i:7 i:0"), performed(bind + "0\n"));
-        EXPECT_EQ(run(std::string(kind.remove) + " i:2 i:2 i:9"),
-                  performed(remove + "[0x3ea]\n" + remove + "[9]\n"));
-        EXPECT_EQ(run(std::string(kind.bind) + " i:7 i:2"), performed(bind + "2\n"));
+        EXPECT_EQ(run(bind + " i:7 i:2"), performed(bound + "0x3ea\n"));
+        EXPECT_EQ(run(bind + " i:7 i:9"), performed(bound + "9\n"));
+        EXPECT_EQ(run(bind + " i:7 i:0"), performed(bound + "0\n"));
+        EXPECT_EQ(run(remove + " i:2 i:2 i:9"),
+                  performed(removed + "[0x3ea]\n" + removed + "[9]\n"));
+        EXPECT_EQ(run(bind + " i:7 i:2"), performed(bound + "2\n"));
         // Of a name that was generated twice, the last is bound and the first deleted.
         run(generate + " i:1 i:3");
-        EXPECT_EQ(run(std::string(kind.bind) + " i:7 i:3"), performed(bind + "0x3ec\n"));
-        EXPECT_EQ(run(std::string(kind.remove) + " i:1 i:3"), performed(remove + "[0x3eb]\n"));
-        EXPECT_EQ(run(std::string(kind.bind) + " i:7 i:3"), performed(bind + "0x3ec\n"));
+        EXPECT_EQ(run(bind + " i:7 i:3"), performed(bound + "0x3ec\n"));
+        EXPECT_EQ(run(remove + " i:1 i:3"), performed(removed + "[0x3eb]\n"));
+        EXPECT_EQ(run(bind + " i:7 i:3"), performed(bound + "0x3ec\n"));
     }
 }
 
@@ -117,17 +107,13 @@ TEST_F(Tables, FullTablesEndTheServer)
     nPrograms = nVertexArrayRanges = nDrawables = 62;
     EXPECT_EQ(run("#290 i:1 i:7 #586 i:1 i:7 #1229 z:16 i:7 #1163 i:16 i:34 i:51 z:28 ").result, 1);
     EXPECT_EQ(nTextureIDs + nPrograms + nVertexArrayRanges, 255 + 63 + 63);
-    EXPECT_DEATH(walk("#290 i:1 i:8"),
-                 "failed: nTextureIDs < 256, file coding/server_overload/names.cpp");
-    EXPECT_DEATH(walk("#586 i:1 i:8"),
-                 "failed: nPrograms < 64, file coding/server_overload/names.cpp");
-    EXPECT_DEATH(walk("#1229 z:16 i:8"),
-                 "failed: nVertexArrayRanges < 64, file coding/server_overload/tables.cpp");
+    const std::string file = ", file coding/";
+    EXPECT_DEATH(walk("#290 i:1 i:8"), "failed: nTextureIDs < 256" + file);
+    EXPECT_DEATH(walk("#586 i:1 i:8"), "failed: nPrograms < 64" + file);
+    EXPECT_DEATH(walk("#1229 z:16 i:8"), "failed: nVertexArrayRanges < 64" + file);
     EXPECT_EQ(_getLocalDrawable(51), &LocalDrawableTable[62]);
-    EXPECT_DEATH(_getLocalDrawable(52),
-                 "failed: nDrawables \\+ 1 < 64, file coding/server_overload/drawables.cpp");
-    EXPECT_DEATH(walk("#1163 i:16 i:34 i:52 z:28"),
-                 "failed: nDrawables \\+ 1 < 64, file coding/glXMakeCurrent_decode.cpp");
+    EXPECT_DEATH(_getLocalDrawable(52), "failed: nDrawables \\+ 1 < 64" + file);
+    EXPECT_DEATH(walk("#1163 i:16 i:34 i:52 z:28"), "failed: nDrawables \\+ 1 < 64" + file);
 }
 
 } // namespace

@@ -39,17 +39,6 @@ std::vector<Row> readRows()
 
 TEST(Records, NamesStandAtTheirOpcodes)
 {
-    const std::pair<int, const char*> landmarks[] = {
-        {0, "glClearIndex"},          {52, "glViewport"},
-        {81, "glVertex3f"},           {256, "glBitmap"},
-        {336, "glDrawRangeElements"}, {374, "glActiveTexture"},
-        {454, "glBlendFuncSeparate"}, {606, "glBlendColorEXT"},
-        {947, "glBindProgramNV"},     {1153, "glXChooseVisual"},
-        {1191, "glXGetProcAddress"},  {1236, "glXResetFrameCountNV"},
-        {1237, "MWRaiseWindow"}};
-    for (const auto& [opcode, name] : landmarks)
-        EXPECT_STREQ(opNames[opcode], name);
-
     // The checksum of all names in order, a line each, as client and server have agreed on them.
     std::string all = opNames[0];
     for (int op = 1; op < operationCount; ++op)
@@ -133,27 +122,21 @@ TEST(Records, ParameterArraysAreAsLongAsTheNameSays)
         return opcodeToken(opcode) + " z:" + std::to_string(scalars - 4) +
                " i:" + std::to_string(name) + " z:" + std::to_string(bytes) + " #75";
     };
-    int members = 0;
     for (const Family& family : families)
         for (const int opcode : family.opcodes) {
-            ++members;
             for (const auto& [bytes, names] : family.names)
                 for (const int name : names) {
                     const Outcome outcome = run(record(opcode, family.scalars, name, bytes));
-                    EXPECT_EQ(outcome.result, 1) << opNames[opcode] << " " << name;
                     EXPECT_EQ(outcome.messages, "") << opNames[opcode] << " " << name;
-                    EXPECT_TRUE(outcome.calls.ends_with("\nglEnd\n")) << outcome.calls;
+                    EXPECT_TRUE(outcome.calls.ends_with("\nglEnd\n")) << outcome;
                 }
             // Performed all the same, with what stands behind the name.
             const Outcome unknown = run(record(opcode, family.scalars, 0x120A, family.otherwise));
-            EXPECT_EQ(unknown.messages,
-                      std::string("Attention MOSA: unknown enum in ") + opNames[opcode] + "\n");
-            EXPECT_EQ(unknown.result, 1);
-            EXPECT_EQ(unknown.calls, std::string(opNames[opcode]) +
-                                         (family.scalars == 8 ? " 0" : "") +
-                                         " 0x120a ptr\nglEnd\n");
+            const std::string name = opNames[opcode];
+            EXPECT_EQ(unknown,
+                      (Outcome{1, name + (family.scalars == 8 ? " 0" : "") + " 0x120a ptr\nglEnd\n",
+                               "Attention MOSA: unknown enum in " + name + "\n"}));
         }
-    EXPECT_EQ(members, 24);
 }
 
 } // namespace

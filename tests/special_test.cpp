@@ -5,6 +5,8 @@
 #include "coding/glViewport_decode.h"
 #include "coding/state.h"
 
+#include <array>
+
 namespace {
 
 class Special : public testing::Test {
@@ -22,22 +24,20 @@ TEST_F(Special, AViewportBringsTheWindowSizeAlong)
     static int seen;
     glOpTable[indexOf(Op::glViewport)] = reinterpret_cast<glOp>(
         +[](GLint, GLint, GLsizei, GLsizei) { seen = 10000 * currAppWidth + glV_currAppWidth; });
-    struct Step {
+    const struct {
         const char* wire;
         int width, height, needed, seen;
-    };
-    const Step steps[] = {
+    } steps[] = {
         {"#52 i:0 i:0 i:800 i:600 i:800 i:600", 800, 600, 1, 800},
         {"#52 i:1 i:1 i:9 i:9 i:800 i:600", 800, 600, 0, 8000800},
         {"#52 i:0 i:0 i:1 i:1 i:1024 i:600", 1024, 600, 1, 8001024},
         {"#52 i:0 i:0 i:1 i:1 i:1024 i:601", 1024, 601, 1, 10241024},
     };
-    for (const Step& step : steps) {
-        EXPECT_EQ(run(step.wire).result, 1);
-        EXPECT_EQ(currAppWidth, step.width) << step.wire;
-        EXPECT_EQ(currAppHeight, step.height) << step.wire;
-        EXPECT_EQ(updateScalingNeeded, step.needed) << step.wire;
-        EXPECT_EQ(seen, step.seen) << step.wire;
+    for (const auto& step : steps) {
+        walk(step.wire);
+        EXPECT_EQ((std::array{currAppWidth, currAppHeight, updateScalingNeeded, seen}),
+                  (std::array{step.width, step.height, step.needed, step.seen}))
+            << step.wire;
     }
     int w = 0;
     int h = 0;
@@ -48,8 +48,7 @@ TEST_F(Special, AViewportBringsTheWindowSizeAlong)
     EXPECT_DEATH(getCurrentAppWindowSize(&w, nullptr),
                  "failed: h, file coding/glViewport_decode.cpp, line 31");
     startWithoutOverloads();
-    EXPECT_EQ(run("34 00 ffffffff 02000000 00000080 04000000 z:8 #75"),
-              performed("glViewport -1 2 -2147483648 4\nglEnd\n"));
+    EXPECT_EQ(run("#52 i:-1 i:2 i:-3 i:4 z:8 #75"), performed("glViewport -1 2 -3 4\nglEnd\n"));
 }
 
 TEST_F(Special, CreatorsReserveTheFirstFreeSlot)
@@ -79,43 +78,40 @@ TEST_F(Special, CreatorsReserveTheFirstFreeSlot)
 
 TEST_F(Special, MakeCurrentRecordsTheApplicationsWindow)
 {
-    recorder.shownElements = 0;
     // dpy visual drawable ctx w h d x y parent
     EXPECT_EQ(run("#1163 i:16 i:34 i:51 i:9 i:300 i:200 i:24 i:-7 i:8 i:50 #75"),
               performed("glXMakeCurrent 16 51 9\nglEnd\n"));
     ASSERT_EQ(nDrawables, 1);
     const LocalDrawableInfo& record = LocalDrawableTable[0];
-    EXPECT_EQ(record.appDrawID, 51U);
-    EXPECT_EQ(record.appVI, 34U);
-    EXPECT_EQ(record.depth, 24);
-    EXPECT_EQ(record.app_parentID, 50U);
+    const auto known = [&record] {
+        return std::tuple(record.appDrawID, record.appVI, record.app_parentID, record.depth);
+    };
+    const auto place = [&record] {
+        return std::tuple(record.arect.x, record.arect.y, record.arect.w, record.arect.h);
+    };
+    EXPECT_EQ(known(), std::tuple(51U, 34U, 50U, 24));
+    EXPECT_EQ(place(), std::tuple(-7.F, 8.F, 300.F, 200.F));
     EXPECT_EQ(record.dirtyCtx, 1);
-    EXPECT_EQ(record.arect.x * 1000 + record.arect.y, -6992);
-    EXPECT_EQ(record.arect.w * 1000 + record.arect.h, 300200);
-    EXPECT_EQ(currAppWidth * 1000 + currAppHeight, 300200);
+    EXPECT_EQ(std::pair(currAppWidth, currAppHeight), std::pair(300, 200));
 
     // Known: only its rectangle changes.
     run("#1163 i:16 i:35 i:51 i:9 i:310 i:210 i:16 i:1 i:2 i:49");
-    EXPECT_EQ(nDrawables, 1);
-    EXPECT_EQ(record.arect.w * 1000 + record.arect.h, 310210);
-    EXPECT_EQ(record.appVI * 1000 + record.app_parentID, 34050U);
+    EXPECT_EQ(known(), std::tuple(51U, 34U, 50U, 24));
+    EXPECT_EQ(place(), std::tuple(1.F, 2.F, 310.F, 210.F));
 
     // A release concerns no drawable, but brings a size.
     EXPECT_EQ(run("#1163 i:16 i:0 i:0 i:0 i:4 i:5 i:0 i:0 i:0 i:0"),
               performed("glXMakeCurrent 16 0 null\n"));
-    EXPECT_EQ(nDrawables, 1);
-    EXPECT_EQ(currAppWidth * 1000 + currAppHeight, 4005);
-
     EXPECT_EQ(run("#1185 i:16 i:1 i:2 i:51 i:52 i:9 i:7 i:7 i:7 i:7 i:7 i:7 #75"),
               performed("glXMakeContextCurrent 16 51 52 9\nglEnd\n"));
     EXPECT_EQ(nDrawables, 1);
-    EXPECT_EQ(currAppWidth * 1000 + currAppHeight, 4005);
+    EXPECT_EQ(std::pair(currAppWidth, currAppHeight), std::pair(4, 5));
 }
 
 TEST_F(Special, ACreatedWindowFillsASlotThatIsCommittedOrCleared)
 {
     // dpy window config glxWinID visID w h d cnt
-    constexpr char create[] = "#1177 i:16 i:51 i:36 i:60 i:34 i:300 i:200 i:24 ";
+    const std::string create = "#1177 i:16 i:51 i:36 i:60 i:34 i:300 i:200 i:24 ";
     static LocalDrawableInfo atCall;
     static int counted;
     glOpTable[indexOf(Op::glXCreateWindow)] =
@@ -124,38 +120,32 @@ TEST_F(Special, ACreatedWindowFillsASlotThatIsCommittedOrCleared)
             nDrawables += counted;
             return 0;
         });
-    EXPECT_EQ(run(std::string(create) + "i:0 #75"), performed("glEnd\n"));
-    EXPECT_EQ(atCall.appDrawID, 60U);
-    EXPECT_EQ(atCall.appVI, 34U);
-    EXPECT_EQ(atCall.arect.w * 1000 + atCall.arect.h, 300200);
-    EXPECT_EQ(atCall.depth, 24);
+    EXPECT_EQ(run(create + "i:0 #75"), performed("glEnd\n"));
+    EXPECT_EQ(std::tuple(atCall.appDrawID, atCall.appVI, atCall.depth), std::tuple(60U, 34U, 24));
+    EXPECT_EQ(std::pair(atCall.arect.w, atCall.arect.h), std::pair(300.F, 200.F));
     // The overload took another record: the next one must start from zero.
     EXPECT_EQ(LocalDrawableTable[0].appDrawID + LocalDrawableTable[0].appVI, 0U);
 
     counted = 1;
-    run(std::string(create) + "i:0");
+    run(create + "i:0");
     EXPECT_EQ(LocalDrawableTable[0].appDrawID, 60U);
     // Known by its GLX window: its record is left alone, the operation performed.
-    LocalDrawableTable[0].depth = 3;
     startWithoutOverloads();
     nDrawables = 1;
     LocalDrawableTable[0].depth = 3;
     LocalDrawableTable[0].appDrawID = 60;
     recorder.shownElements = 2;
-    EXPECT_EQ(run(std::string(create) + "i:2 i:5 i:0 #75"),
+    EXPECT_EQ(run(create + "i:2 i:5 i:0 #75"),
               performed("glXCreateWindow 16 36 51 [5 0]\nglEnd\n"));
-    EXPECT_EQ(run(std::string(create) + "i:0 #75"),
-              performed("glXCreateWindow 16 36 51 null\nglEnd\n"));
+    EXPECT_EQ(run(create + "i:0 #75"), performed("glXCreateWindow 16 36 51 null\nglEnd\n"));
     EXPECT_EQ(LocalDrawableTable[0].depth, 3);
     EXPECT_EQ(LocalDrawableTable[1].appDrawID, 0U);
 }
 
 TEST_F(Special, VertexArrayMemoryIsKnownByTheApplicationsPointer)
 {
-    constexpr char allocate[] = "#1229 i:64 f:0.5 f:1 f:0.25 i:0x40001000";
-    EXPECT_EQ(run(std::string(allocate) + " #75"),
-              performed("glXAllocateMemoryNV 64 0.5 1 0.25\nglEnd\n"));
-    ASSERT_EQ(nVertexArrayRanges, 1);
+    const std::string allocate = "#1229 i:64 f:0.5 f:1 f:0.25 i:0x40001000";
+    EXPECT_EQ(run(allocate + " #75"), performed("glXAllocateMemoryNV 64 0.5 1 0.25\nglEnd\n"));
     void* const local = LocalVertexArrayRangeTable[0].localVertexArrayRangeID;
     ASSERT_TRUE(local);
     EXPECT_EQ(run(allocate).messages, "GLXALLOCATEMEMORYNV DECODE: memory has already been "
@@ -163,19 +153,16 @@ TEST_F(Special, VertexArrayMemoryIsKnownByTheApplicationsPointer)
     EXPECT_EQ(nVertexArrayRanges, 1);
     EXPECT_EQ(LocalVertexArrayRangeTable[0].localVertexArrayRangeID, local);
     // Freed by the local address; null for one that is not known.
-    static void* freed[2];
-    static int count;
+    static std::vector<void*> freed;
     glOpTable[indexOf(Op::glXFreeMemoryNV)] =
-        reinterpret_cast<glOp>(+[](void* memory) { freed[count++ % 2] = memory; });
+        reinterpret_cast<glOp>(+[](void* memory) { freed.push_back(memory); });
     run("#1230 i:0x40001000 #1230 i:0x40002000");
-    EXPECT_EQ(freed[0], local);
-    EXPECT_EQ(freed[1], nullptr);
-    EXPECT_EQ(count, 2);
+    EXPECT_EQ(freed, (std::vector<void*>{local, nullptr}));
 }
 
 TEST(CurrentState, IsWhatWasSet)
 {
-    auto* dpy = appHandle<Display*>(3);
+    Display* dpy = nullptr;
     GLXDrawable drawable = 4;
     EXPECT_EQ(_mwglGetCurrentState(nullptr, nullptr), 0);
     _mwglSetCurrentState(appHandle<Display*>(16), 51);

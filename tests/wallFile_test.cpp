@@ -3,6 +3,7 @@
 
 #include "coding/wallFile.h"
 
+#include <array>
 #include <sstream>
 
 namespace {
@@ -21,10 +22,9 @@ TEST(WallFile, CommentsAndBlankLinesAreNotCounted)
 TEST(WallFile, AnEntryIsANameAndUpToSixNumbers)
 {
     const struct {
-        const char* line;
-        const char* name;
+        const char *line, *name;
         int screen, numbers;
-        float values[6];
+        std::array<float, 6> values;
     } cases[] = {
         {":0.0 800 300 400 0 400 300", ":0.0", 0, 6, {800, 300, 400, 0, 400, 300}},
         {"  host.domain:0.2\t8 3 0.5 -1.25 4.5e1 3",
@@ -32,9 +32,7 @@ TEST(WallFile, AnEntryIsANameAndUpToSixNumbers)
          2,
          6,
          {8, 3, 0.5F, -1.25F, 45, 3}},
-        {":7", ":7", 0, 0, {}},
         {":7 ", ":7", 0, 0, {}},
-        {":7 800 300 10", ":7", 0, 3, {800, 300, 10}},
         {":7 800 x 10", ":7", 0, 1, {800}},
         {":7 800 300 1 2 3 4 5 # more\r", ":7", 0, 6, {800, 300, 1, 2, 3, 4}},
         {":7\r", ":7", 0, 0, {}},
@@ -45,14 +43,11 @@ TEST(WallFile, AnEntryIsANameAndUpToSixNumbers)
         EXPECT_EQ(entry.dpyName, c.name);
         EXPECT_EQ(entry.scrn, c.screen) << c.line;
         EXPECT_EQ(entry.numbers, c.numbers) << c.line;
-        const float values[] = {static_cast<float>(entry.vWidth),
-                                static_cast<float>(entry.vHeight),
-                                entry.rect.x,
-                                entry.rect.y,
-                                entry.rect.w,
-                                entry.rect.h};
-        for (int i = 0; i < 6; ++i)
-            EXPECT_EQ(values[i], c.values[i]) << c.line << ", number " << i;
+        const auto& [x, y, w, h] = entry.rect;
+        EXPECT_EQ((std::array{static_cast<float>(entry.vWidth), static_cast<float>(entry.vHeight),
+                              x, y, w, h}),
+                  c.values)
+            << c.line;
     }
     WallEntry entry;
     EXPECT_FALSE(parseWallEntry("display 800 300", entry));

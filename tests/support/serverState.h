@@ -17,6 +17,13 @@ void startServer();
 /// Everything as at start-up, with the recording entries alone.
 void startWithoutOverloads();
 
+/// A test that begins so.
+template <void (*start)()>
+class StartedBy : public testing::Test {
+protected:
+    void SetUp() override { start(); }
+};
+
 /// What a run of the decoder did.
 struct Outcome {
     int result;
