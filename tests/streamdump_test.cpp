@@ -140,7 +140,7 @@ TEST(Streamdump, SaysWhatTheWireFormatSays)
         std::istringstream words(inBlock ? line : "");
         for (std::string word; words >> word;) {
             if (word.size() == 2) {
-                appendHexadecimal(all, word);
+                appendToken(all, word);
                 continue;
             }
             std::string rest;
