@@ -3,20 +3,24 @@
 //   send N SYNC TEXT        the same buffer N times, its bytes as in support/bytes.h
 //   header SIZE SYNC        a header alone
 //   slice TASK SIZE         a slice of zeros
-//   planned N               the first N buffers of randomBuffers.h, acknowledgements checked
+//   planned N               N buffers of all sizes and their checksum, acknowledgements checked
 //   acknowledged N          waits for N acknowledgements, and finds no further one
 //   die                     ends at once, without a word to MPI
 //   wait                    until a signal ends it
 //   end                     ends the stream
-#include "tests/randomBuffers.h"
+#include "coding/buffer.h"
+#include "coding/wire.h"
 #include "tests/support/bytes.h"
 
+#include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <random>
 #include <sched.h>
 #include <unistd.h>
 
 #include <mpi.h>
+#include <zlib.h>
 
 namespace {
 
@@ -94,21 +98,56 @@ void expectAcknowledgements(int count)
     std::fprintf(stderr, "jobClient: %d acknowledged\n", count);
 }
 
+// A buffer of records without effect. Sizes around every limit come first, then every order of
+// magnitude from 1 byte to 5 MB is equally frequent. From 14 bytes on it is one glProgramStringARB,
+// below that as many records of 2 and 3 bytes as fill it. A single byte is no record.
+Bytes plannedBuffer(int number)
+{
+    constexpr int firstSizes[] = {1,      2, 3,         4,         5,         6,         7,
+                                  8,      9, 13,        14,        15,        23,        100,
+                                  65'537, 1, 1'999'999, 2'000'000, 2'000'001, 5'000'000, 4'999'999};
+    constexpr Op withoutArguments[] = {Op::glEnd, Op::glEndList, Op::glPopName};
+    constexpr int programHead = 14; // opcode, target, format and length
+    std::mt19937 random(static_cast<unsigned>(number));
+    std::uniform_real_distribution<double> exponent(0, std::log(5'000'000));
+    auto size = static_cast<int>(std::exp(exponent(random)));
+    if (number < static_cast<int>(std::size(firstSizes)))
+        size = firstSizes[number];
+
+    Bytes buffer(static_cast<std::size_t>(size));
+    for (unsigned char& byte : buffer)
+        byte = static_cast<unsigned char>(random());
+    if (size >= programHead) {
+        store(buffer.data(), Op::glProgramStringARB);
+        store(buffer.data() + 10, size - programHead);
+        return buffer;
+    }
+    if (size > 1 && size % 2)
+        store(buffer.data(), Op::glEdgeFlag); // and one byte
+    for (int at = size % 2 ? 3 : 0; at < size; at += 2)
+        store(buffer.data() + at, withoutArguments[random() % std::size(withoutArguments)]);
+    return buffer;
+}
+
 void sendPlanned(int count)
 {
+    uLong checksum = 0;
     int owed = 0;
     for (int number = 0; number < count; ++number) {
         if (number % 10 == 5)
             sendHeader(0, 1); // queues nothing, so nothing is acknowledged
-        const int sync = randomBuffers::syncOf(number);
-        sendBuffer(randomBuffers::bytesOf(number), sync);
+        const Bytes buffer = plannedBuffer(number);
+        if (buffer.size() > 1)
+            checksum = crc32_z(checksum, buffer.data(), buffer.size());
+        const int sync = number % 3 ? 0 : number % 2 ? -1 : 7; // any number but 0 asks for one
+        sendBuffer(buffer, sync);
         owed += sync != 0;
         for (; owed > 0 && messageWaits(); --owed)
             receiveAcknowledgement();
     }
     // The check of each server's own, and one more than a server can hold undecoded: then all
     // have checked when the last is acknowledged.
-    sendBuffer(bytes("#112 i:" + std::to_string(count)), 0);
+    sendBuffer(bytes("#112 i:" + std::to_string(checksum)), 0);
     for (int i = 0; i < 64; ++i)
         sendBuffer(bytes("#39"), 0);
     sendBuffer(bytes("#39"), 1);

@@ -36,10 +36,10 @@ inline Ending run(const Job& job, Timeout time = jobTime)
     return ending;
 }
 
-/// An environment variable that loads these libraries of this build over the operations.
-inline std::string overloads(const std::string& library)
+/// An environment variable that loads jobOverload.cpp.
+inline std::string overloads()
 {
-    return "MOSA_OVERLOAD_FILE=" + temporaryFile(built("tests/" + library + ".so") + "\n");
+    return "MOSA_OVERLOAD_FILE=" + temporaryFile(built("tests/jobOverload.so") + "\n");
 }
 
 inline int occurrences(const std::string& text, const std::string& part)
