@@ -24,15 +24,10 @@ constexpr double numbers[] = {0,    1,      -1,   0.001,
                               1e9,  -1e9,   1e30, std::numeric_limits<double>::quiet_NaN(),
                               8192, 1e-300, 3,    -std::numeric_limits<double>::infinity()};
 
-struct Free {
-    void operator()(unsigned char* block) const { std::free(block); }
-};
-
 // Walks the bytes in a block of exactly their size, so that a step outside is seen.
 void walk(const unsigned char* bytes, std::size_t size)
 {
-    const std::unique_ptr<unsigned char, Free> block{
-        static_cast<unsigned char*>(std::malloc(size))};
+    const std::unique_ptr<unsigned char[]> block(new unsigned char[size]);
     std::copy_n(bytes, size, block.get());
     try {
         decoder(block.get(), static_cast<int>(size));

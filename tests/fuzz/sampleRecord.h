@@ -21,8 +21,7 @@ inline void appendSampleRecord(std::vector<unsigned char>& out, int opcode, std:
         rest = extent.rest(block.data());
     }
     block.resize(block.size() + static_cast<std::size_t>(rest));
-    const auto code = static_cast<std::uint16_t>(opcode);
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&code);
-    out.insert(out.end(), bytes, bytes + sizeof code);
+    out.push_back(static_cast<unsigned char>(opcode));
+    out.push_back(static_cast<unsigned char>(opcode >> 8));
     out.insert(out.end(), block.begin(), block.end());
 }

@@ -81,10 +81,15 @@ void touchArray(Layout layout, const Given& given)
             touch(array, promised<F, i>(layout, given));
 }
 
+// What handles lead to.
+XVisualInfo visual{};
+
 template <class R>
 R something()
 {
-    if constexpr (std::is_pointer_v<R>)
+    if constexpr (std::is_same_v<R, GLXContext>)
+        return reinterpret_cast<GLXContext>(&visual);
+    else if constexpr (std::is_pointer_v<R>)
         return nullptr;
     else if constexpr (!std::is_void_v<R>)
         return R{1};
@@ -118,15 +123,13 @@ void set(Prototype<op>* entry)
     glOpTable[indexOf(op)] = reinterpret_cast<glOp>(entry);
 }
 
-constexpr GLenum fourfold[] = {GL_VIEWPORT, GL_SCISSOR_BOX, GL_CURRENT_RASTER_POSITION};
-constexpr GLenum matrices[] = {GL_MODELVIEW_MATRIX, GL_PROJECTION_MATRIX};
-
 template <class T>
 void answer(GLenum name, T* values)
 {
-    int count = std::ranges::count(fourfold, name) ? 4 : 1;
-    if (std::ranges::count(matrices, name))
-        count = 16;
+    const bool isMatrix = name == GL_MODELVIEW_MATRIX || name == GL_PROJECTION_MATRIX;
+    const bool isFourfold =
+        name == GL_VIEWPORT || name == GL_SCISSOR_BOX || name == GL_CURRENT_RASTER_POSITION;
+    const int count = isMatrix ? 16 : isFourfold ? 4 : 1;
     if constexpr (std::is_integral_v<T>)
         std::fill_n(values, count, truncate(queriedNumber));
     else
@@ -138,7 +141,6 @@ std::remove_pointer_t<_XPrivDisplay> privateDisplay{};
 Screen screen{};
 Display* const fakeDisplay = reinterpret_cast<Display*>(&privateDisplay);
 LocalDisplay localDisplay{fakeDisplay, nullptr, nullptr, 0, 600, 400, {300, 0, 300, 400}, nullptr};
-XVisualInfo visual{};
 GLXFBConfig configurations[] = {reinterpret_cast<GLXFBConfig>(&visual)};
 
 } // namespace
@@ -167,12 +169,6 @@ void installStandIns(bool overloads)
         }
         *count = 1;
         return configurations;
-    });
-    set<Op::glXCreateContext>([](Display*, XVisualInfo*, GLXContext, Bool) {
-        return reinterpret_cast<GLXContext>(&visual);
-    });
-    set<Op::glXCreateNewContext>([](Display*, GLXFBConfig, int, GLXContext, Bool) {
-        return reinterpret_cast<GLXContext>(&visual);
     });
     Overload(glOpTable);
     if (!overloads)

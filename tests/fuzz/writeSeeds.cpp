@@ -16,14 +16,11 @@ using Bytes = std::vector<unsigned char>;
 constexpr std::size_t largestBuffer = 8192;
 constexpr int buffersPerStream = 12;
 
-void writeSeed(const std::filesystem::path& name, unsigned char choice, const Bytes& buffer)
+void writeSeed(const std::filesystem::path& name, char choice, const Bytes& buffer)
 {
     std::ofstream file(name, std::ios::binary);
-    file.put(static_cast<char>(choice));
-    file.write(reinterpret_cast<const char*>(buffer.data()),
-               static_cast<std::streamsize>(buffer.size()));
-    file.exceptions(std::ios::failbit);
-    file.flush();
+    file.exceptions(std::ios::failbit | std::ios::badbit);
+    file << choice << std::string(buffer.begin(), buffer.end()) << std::flush;
 }
 
 void writeOperations(const std::filesystem::path& directory, std::ofstream& dictionary)
@@ -40,11 +37,10 @@ void writeOperations(const std::filesystem::path& directory, std::ofstream& dict
 
 void writeBuffers(const std::filesystem::path& directory, const std::string& name)
 {
-    constexpr unsigned char nothingCurrent = 2;
+    constexpr char nothingCurrent = 2;
     const StreamFile stream = readStreamFile(name);
     const std::string stem = std::filesystem::path(name).stem();
-    int written = 0;
-    for (const StreamBuffer& buffer : stream.buffers) {
+    for (int written = 0; const StreamBuffer& buffer : stream.buffers) {
         const auto size = static_cast<std::size_t>(buffer.hdr.size);
         if (size == 0 || size > largestBuffer || written == buffersPerStream)
             continue;
