@@ -8,8 +8,8 @@ namespace {
 // Runs planned buffers, every byte of which every server checks.
 void runPlanned(int servers, int buffers, Timeout time)
 {
-    const std::string number = std::to_string(buffers);
-    const Ending ending = run(clientJob(servers, {"planned", number, "end"}, {overloads()}), time);
+    const Ending ending =
+        run(clientJob(servers, {"planned", std::to_string(buffers), "end"}, {overloads()}), time);
     EXPECT_EQ(ending.status, 0) << "of " << servers << " servers";
     for (int task = 1; task <= servers; ++task)
         expectSaid(ending, "task " + std::to_string(task) + ": all bytes are as sent");
