@@ -7,21 +7,21 @@ namespace {
 
 const std::vector<double> identity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
-class RasterImages : public testing::Test {
-protected:
-    void SetUp() override { startServer(); }
+using RasterImages = StartedBy<startServer>;
 
-    // A tile of an application's window of 800 x 600.
-    LocalContextInfo& tile(MWRect rect, float scale)
-    {
-        recorder.values[GL_MODELVIEW_MATRIX] = recorder.values[GL_PROJECTION_MATRIX] = identity;
-        recorder.values[GL_MATRIX_MODE] = {0x1702};
-        recorder.values[GL_VIEWPORT] = {1, 2, 3, 4};
-        recorder.values[GL_ZOOM_X] = recorder.values[GL_ZOOM_Y] = {1};
-        recorder.values[GL_UNPACK_ALIGNMENT] = {4};
-        return makeTileCurrent(rect, 800, 600, scale);
-    }
-};
+// A tile of an application's window of 800 x 600.
+LocalContextInfo& tile(MWRect rect, float scale)
+{
+    recorder.values[GL_MODELVIEW_MATRIX] = recorder.values[GL_PROJECTION_MATRIX] = identity;
+    recorder.values[GL_MATRIX_MODE] = {0x1702};
+    recorder.values[GL_VIEWPORT] = {1, 2, 3, 4};
+    recorder.values[GL_ZOOM_X] = recorder.values[GL_ZOOM_Y] = {1};
+    recorder.values[GL_UNPACK_ROW_LENGTH] = {64};
+    recorder.values[GL_UNPACK_SKIP_ROWS] = {6};
+    recorder.values[GL_UNPACK_SKIP_PIXELS] = {5};
+    recorder.values[GL_UNPACK_ALIGNMENT] = {4};
+    return makeTileCurrent(rect, 800, 600, scale);
+}
 
 // Selecting the local window's own pixels, and the way back.
 std::string localPixels(const std::string& w, const std::string& h)
@@ -105,6 +105,7 @@ TEST_F(RasterImages, RasterPositionsGoThroughTheApplicationsOwnMatrices)
 TEST_F(RasterImages, PixelsAreCutAtTheLeftEdgeOfADisplay)
 {
     LocalContextInfo& context = tile({150, 0, 1000, 1000}, 2);
+    recorder.values[GL_UNPACK_ROW_LENGTH] = recorder.values[GL_UNPACK_SKIP_PIXELS] = {0};
     // 100 x 50 pixels at (0, 0): 75 of the columns lie on the display to the left.
     EXPECT_EQ(run("#258 i:100 i:50 i:0x1907 i:0x1401 i:3 010203").calls,
               readZoom +
@@ -121,9 +122,6 @@ TEST_F(RasterImages, PixelsAreCutAtTheLeftEdgeOfADisplay)
 TEST_F(RasterImages, PixelsKeepTheApplicationsSkipsAndZoom)
 {
     LocalContextInfo& context = tile({100, 40, 300, 300}, 2);
-    recorder.values[GL_UNPACK_ROW_LENGTH] = {64};
-    recorder.values[GL_UNPACK_SKIP_PIXELS] = {5};
-    recorder.values[GL_UNPACK_SKIP_ROWS] = {6};
     recorder.values[GL_ZOOM_X] = {1.5};
     recorder.values[GL_ZOOM_Y] = {0.5};
     context.tileRP[0] = 20; // on the wall (40, 10), 3 by 1 wall pixels each
@@ -178,35 +176,23 @@ const std::string readUnpack = "glPixelStorei 0xcf1 0\nglGetIntegerv 0xcf2 ptr\n
 constexpr char restoredUnpack[] = "glPixelStorei 0xcf2 64\nglPixelStorei 0xcf3 6\n"
                                   "glPixelStorei 0xcf4 5\nglPixelStorei 0xcf5 4\n";
 
-class Bitmaps : public RasterImages {
-protected:
-    LocalContextInfo& tile(MWRect rect, float scale)
-    {
-        LocalContextInfo& context = RasterImages::tile(rect, scale);
-        recorder.values[GL_UNPACK_ROW_LENGTH] = {64};
-        recorder.values[GL_UNPACK_SKIP_ROWS] = {6};
-        recorder.values[GL_UNPACK_SKIP_PIXELS] = {5};
-        return context;
-    }
+// The bits of the bitmap that a record draws.
+std::vector<int> drawnBits(const std::string& wire, int bytes)
+{
+    static std::vector<int> kept;
+    static int wanted;
+    kept.clear();
+    wanted = bytes;
+    pTbl[indexOf(Op::glBitmap)] = reinterpret_cast<glOp>(
+        +[](GLsizei, GLsizei, GLfloat, GLfloat, GLfloat, GLfloat, const GLubyte* bits) {
+            if (bits)
+                kept.assign(bits, bits + wanted);
+        });
+    run(wire);
+    return kept;
+}
 
-    // Replaces the system's entry by one that keeps the bits of the bitmap drawn.
-    static std::vector<int> drawnBits(const std::string& wire, int bytes)
-    {
-        static std::vector<int> kept;
-        static int wanted;
-        kept.clear();
-        wanted = bytes;
-        pTbl[indexOf(Op::glBitmap)] = reinterpret_cast<glOp>(
-            +[](GLsizei, GLsizei, GLfloat, GLfloat, GLfloat, GLfloat, const GLubyte* bits) {
-                if (bits)
-                    kept.assign(bits, bits + wanted);
-            });
-        run(wire);
-        return kept;
-    }
-};
-
-TEST_F(Bitmaps, AnEmptyBitmapMovesTheRasterPositionOnly)
+TEST_F(RasterImages, AnEmptyBitmapMovesTheRasterPositionOnly)
 {
     LocalContextInfo& context = tile({0, 0, 800, 600}, 1);
     const auto moves = [&context](const char* wire, double x, double y) {
@@ -219,7 +205,7 @@ TEST_F(Bitmaps, AnEmptyBitmapMovesTheRasterPositionOnly)
     moves("#256 i:8 i:1 f:0 f:0 f:1 f:0 i:1 ff", 901, -2);
 }
 
-TEST_F(Bitmaps, AreDrawnAtTheScaledPositionAndAdvanceUnscaled)
+TEST_F(RasterImages, BitmapsAreDrawnAtTheScaledPositionAndAdvanceUnscaled)
 {
     LocalContextInfo& context = tile({100, 50, 600, 400}, 2);
     context.tileRP[0] = 200;
@@ -234,7 +220,7 @@ TEST_F(Bitmaps, AreDrawnAtTheScaledPositionAndAdvanceUnscaled)
     EXPECT_EQ(context.tileRP[0], 218);
 }
 
-TEST_F(Bitmaps, AreResampledToTheNearestSourcePixel)
+TEST_F(RasterImages, BitmapsAreResampledToTheNearestSourcePixel)
 {
     tile({0, 0, 2000, 2000}, 2);
     // Two rows of three pixels: x.x and .x. become rows of six, each twice.
@@ -252,7 +238,7 @@ TEST_F(Bitmaps, AreResampledToTheNearestSourcePixel)
 }
 
 // Scales at which the accumulated steps pass the last source pixel by rounding.
-TEST_F(Bitmaps, NeverReadBeyondTheSource)
+TEST_F(RasterImages, BitmapsNeverReadBeyondTheSource)
 {
     tile({0, 0, 4000, 4000}, 1);
     for (int i = 1; i < 400; ++i) {

@@ -88,34 +88,33 @@ TEST(Records, ParameterArraysAreAsLongAsTheNameSays)
         std::vector<int> opcodes;
         int scalars; // bytes before the array, the name last
         std::vector<std::pair<int, std::vector<int>>> names;
-        int otherwise; // bytes after a name that is not listed
+        int otherwise = 0; // bytes after a name that is not listed
     };
     const std::vector<int> texture{0x2800, 0x2801, 0x2802, 0x2803, 0x8066, 0x8072, 0x813A, 0x813B,
                                    0x813C, 0x813D, 0x8191, 0x8513, 0x884B, 0x884C, 0x884D};
     const Family families[] = {
-        {{230, 231}, // glLight
+        // glLight, glLightModel, glMaterial
+        {{230, 231},
          8,
-         {{16, {0x1200, 0x1201, 0x1202, 0x1203}},
+         {{4, {0x1205, 0x1206, 0x1207, 0x1208, 0x1209}},
           {12, {0x1204}},
-          {4, {0x1205, 0x1206, 0x1207, 0x1208, 0x1209}}},
-         0},
-        {{236, 237}, 4, {{4, {0xB51, 0xB52}}, {16, {0xB53}}}, 0}, // glLightModel
-        {{240, 241},                                              // glMaterial
+          {16, {0x1200, 0x1201, 0x1202, 0x1203}}}},
+        {{236, 237}, 4, {{4, {0xB51, 0xB52}}, {16, {0xB53}}}},
+        {{240, 241},
          8,
-         {{4, {0x1601}}, {12, {0x1603}}, {16, {0x1200, 0x1201, 0x1202, 0x1600, 0x1602}}},
-         0},
-        {{267}, 8, {{8, {0x2500}}, {32, {0x2501, 0x2502}}}, 0},      // glTexGendv
-        {{268, 269}, 8, {{4, {0x2500}}, {16, {0x2501, 0x2502}}}, 0}, // glTexGen
-        {{275, 276}, 8, {{4, {0x2200, 0x8501}}, {16, {0x2201}}}, 0}, // glTexEnv
-        {{281, 282}, 8, {{4, texture}, {16, {0x1004}}}, 0},          // glTexParameter
-        {{327, 328},                                                 // glFog
-         4,
-         {{4, {0xB61, 0xB62, 0xB63, 0xB64, 0xB65, 0x8450}}, {16, {0xB66}}},
-         0},
-        {{364, 366}, 8, {{4, {0x8013}}, {16, {0x8014, 0x8015, 0x8154}}}, 0}, // glConvolution...
-        {{463, 465, 685}, 4, {{4, {0x8126, 0x8127, 0x8128}}, {12, {0x8129}}}, 0}, // glPoint...
-        {{763, 764}, 8, {{4, {0x8331, 0x8332, 0x8333}}}, 4}, // glPixelTransformParameter
-        {{875, 877}, 4, {{4, {0x854E, 0x854F}}, {16, {0x852A, 0x852B}}}, 0}, // glCombiner...
+         {{4, {0x1601}}, {12, {0x1603}}, {16, {0x1200, 0x1201, 0x1202, 0x1600, 0x1602}}}},
+        // glTexGend, glTexGen, glTexEnv, glTexParameter
+        {{267}, 8, {{8, {0x2500}}, {32, {0x2501, 0x2502}}}},
+        {{268, 269}, 8, {{4, {0x2500}}, {16, {0x2501, 0x2502}}}},
+        {{275, 276}, 8, {{4, {0x2200, 0x8501}}, {16, {0x2201}}}},
+        {{281, 282}, 8, {{4, texture}, {16, {0x1004}}}},
+        // glFog, glConvolutionParameter, glPointParameter, glPixelTransformParameter,
+        // glCombinerParameter
+        {{327, 328}, 4, {{4, {0xB61, 0xB62, 0xB63, 0xB64, 0xB65, 0x8450}}, {16, {0xB66}}}},
+        {{364, 366}, 8, {{4, {0x8013}}, {16, {0x8014, 0x8015, 0x8154}}}},
+        {{463, 465, 685}, 4, {{4, {0x8126, 0x8127, 0x8128}}, {12, {0x8129}}}},
+        {{763, 764}, 8, {{4, {0x8331, 0x8332, 0x8333}}}, 4},
+        {{875, 877}, 4, {{4, {0x854E, 0x854F}}, {16, {0x852A, 0x852B}}}},
     };
     startWithoutOverloads();
     const auto record = [](int opcode, int scalars, int name, int bytes) {

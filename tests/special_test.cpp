@@ -9,14 +9,7 @@
 
 namespace {
 
-class Special : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        startWithoutOverloads();
-        recorder.results[Op::glXChooseVisual] = 0; // there is no display to ask
-    }
-};
+using Special = StartedBy<startWithoutOverloads>;
 
 TEST_F(Special, AViewportBringsTheWindowSizeAlong)
 {
@@ -39,8 +32,7 @@ TEST_F(Special, AViewportBringsTheWindowSizeAlong)
                   (std::array{step.width, step.height, step.needed, step.seen}))
             << step.wire;
     }
-    int w = 0;
-    int h = 0;
+    int w = 0, h = 0;
     getCurrentAppWindowSize(&w, &h);
     EXPECT_EQ(w * 10000 + h, 10240601);
     EXPECT_DEATH(getCurrentAppWindowSize(nullptr, &h),
@@ -54,6 +46,7 @@ TEST_F(Special, AViewportBringsTheWindowSizeAlong)
 TEST_F(Special, CreatorsReserveTheFirstFreeSlot)
 {
     nVisualInfos = nContexts = nFBConfigs = nPbuffers = 2;
+    recorder.results[Op::glXChooseVisual] = 0; // there is no display to ask
     recorder.shownElements = 3;
     EXPECT_EQ(run("#1153 i:16 i:34 i:1 i:5 i:4 i:8 i:8 i:5 i:0 #75"),
               performed("glXChooseVisual 16 1 [4 8 8]\nglEnd\n"));

@@ -84,7 +84,6 @@ TEST(WallTool, LayoutsPassTheCheckAndCountFromTheUpperLeft)
     }
     for (const std::vector<std::string>& wrong :
          {std::vector<std::string>{"layout", "0x1", "9x9"},
-          {"layout", "2by1", "9x9"},
           {"layout", "2x1", "9x9px"},
           {"layout", "9x1", "9x9", "--hosts", hosts}}) // places for 8
         EXPECT_NE(tool(wrong).status, 0);
