@@ -142,6 +142,7 @@ TEST_F(ClientMemory, ImagesAndMapsGetTheirDataOrNull)
     check(258, 4, "i:3 0a0b0c", "[10 11]");
     check(258, 4, "i:0", "null");
     check(225, 2, "i:0x1403 s:7 s:9", "0x1403 [7 0]");
+    check(225, 2, "i:0x1405 i:7 i:9", "0x1405 [7 0]");
     check(336, 3, "i:2 i:0x1401 07 09", "2 0x1401 [7 9]");
     EXPECT_EQ(run("#256 i:8 i:1 f:1 f:2 f:3 f:4 i:2 a0ff #75"),
               performed("glBitmap 8 1 1 2 3 4 [160 255]\nglEnd\n"));
