@@ -1,0 +1,143 @@
+#include "client/wallCommands.h"
+#include "client/process.h"
+#include "client/wallCheck.h"
+#include "client/wallDrawing.h"
+#include "client/wallPattern.h"
+#include "client/wallRun.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+
+#include <unistd.h>
+
+namespace {
+
+std::vector<Host> hostsOf(const WallOptions& options)
+{
+    return options.hosts.empty() ? std::vector<Host>{} : readHosts(options.hosts);
+}
+
+std::vector<Place> placesOf(const Wall& wall, const WallOptions& options)
+{
+    return placeServers(hostsOf(options), static_cast<int>(wall.tiles.size()));
+}
+
+// Prints or checks a job. True when it is to be run.
+bool readyToRun(const Wall& wall, const Job& job, const WallOptions& options)
+{
+    if (options.dryRun) {
+        std::printf("%s\n", shellLine(jobLine(job)).c_str());
+        return false;
+    }
+    const std::vector<std::string> faults = probeWall(wall, job, placesOf(wall, options));
+    for (const std::string& fault : faults)
+        std::fprintf(stderr, "mosa-wall: %s\n", fault.c_str());
+    if (!faults.empty())
+        throw std::runtime_error("the wall is not ready");
+    return true;
+}
+
+} // namespace
+
+int layoutCommand(const WallOptions& options)
+{
+    const Grid& grid = options.grid;
+    requireUsable(grid);
+    const std::vector<Place> places =
+        placeServers(hostsOf(options), grid.screens.w * grid.screens.h);
+    // Each server opens a display of its own node; several on one node have a screen each.
+    std::vector<std::string> displays;
+    for (const Place& place : places)
+        displays.push_back(":0." + std::to_string(place.onHost));
+    const std::string text = wallFileText(grid, displays, places);
+    if (options.output.empty()) {
+        std::fputs(text.c_str(), stdout);
+        return 0;
+    }
+    std::ofstream file(options.output);
+    file << text;
+    if (!file.flush())
+        throw std::runtime_error(options.output + ": " + std::strerror(errno));
+    return 0;
+}
+
+int checkCommand(const WallOptions& options)
+{
+    const Wall wall = readWall(options.wall);
+    for (std::size_t n = 0; n < wall.tiles.size(); ++n)
+        std::printf("%s\n", describeTile(wall, static_cast<int>(n)).c_str());
+    std::printf("\n%s\n", drawAsText(wall).c_str());
+    int faults = 0;
+    for (const Finding& finding : checkWall(wall)) {
+        faults += finding.fault;
+        const std::string line = finding.line ? ":" + std::to_string(finding.line) : "";
+        std::printf("%s%s: %s: %s\n", wall.file.c_str(), line.c_str(),
+                    finding.fault ? "fault" : "note", finding.text.c_str());
+    }
+    std::printf("%zu servers, %s\n", wall.tiles.size(),
+                faults == 0   ? "no fault"
+                : faults == 1 ? "1 fault"
+                              : (std::to_string(faults) + " faults").c_str());
+    if (!options.picture.empty())
+        drawToFile(wall, options.picture);
+    return faults ? 1 : 0;
+}
+
+int runCommand(const WallOptions& options)
+{
+    const Wall wall = readUsableWall(options.wall);
+    std::vector<std::string> arguments = options.streams;
+    if (options.loop != 1)
+        arguments.insert(arguments.end(), {"--loop", std::to_string(options.loop)});
+    const Job job = wallJob(wall, hostsOf(options), arguments);
+    if (!readyToRun(wall, job, options))
+        return 0;
+    std::vector<std::string> line = jobLine(job);
+    std::vector<char*> argv;
+    for (std::string& word : line)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    throw std::runtime_error(line[0] + ": " + std::strerror(errno));
+}
+
+int snapshotCommand(const WallOptions& options)
+{
+    const Wall wall = readUsableWall(options.wall);
+    writePng(options.output.empty() ? "wall.png" : options.output,
+             snapshotWall(wall, placesOf(wall, options)));
+    return 0;
+}
+
+int patternCommand(const WallOptions& options)
+{
+    const Wall wall = readUsableWall(options.wall);
+    const std::vector<OutgoingBuffer> stream = patternStream(wall, options.frames);
+    if (!options.output.empty()) {
+        writeStreamFile(options.output, stream);
+        return 0;
+    }
+    const std::string file = temporaryFile("");
+    writeStreamFile(file, stream);
+    Job job = wallJob(wall, hostsOf(options), {file, "--loop", std::to_string(options.loop)});
+    job.output = Output::inherit;
+    if (!readyToRun(wall, job, options))
+        return 0;
+    // The operator ends it when the wall has been judged, if not its last frame does.
+    constexpr Timeout days = std::chrono::hours(24 * 7);
+    return runJob(job, days).status;
+}
+
+int demoCommand(const WallOptions& options)
+{
+    if (options.list) {
+        listScenes();
+        return 0;
+    }
+    return runDemo(options.demo);
+}
+
+int probeCommand(const WallOptions& options) { return probeNode(options.wall); }
