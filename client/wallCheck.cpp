@@ -132,16 +132,27 @@ void checkAgainstWall(const WallTile& tile, Size wall, std::vector<Finding>& fin
                                 " on a wall of " + toText(wall)});
 }
 
-void checkAgainstEarlier(const Wall& wall, std::size_t n, std::vector<Finding>& findings)
+// What tells one screen from another: host, display and screen, however the entry writes them.
+std::string screenOf(const WallEntry& entry, const std::string& node)
+{
+    const std::size_t colon = entry.dpyName.find(':');
+    const std::string host = colon ? entry.dpyName.substr(0, colon) : node;
+    const std::string display = entry.dpyName.substr(colon, entry.dpyName.find('.', colon) - colon);
+    return host + display + "." + std::to_string(entry.scrn);
+}
+
+void checkAgainstEarlier(const Wall& wall, const std::vector<Place>& places, std::size_t n,
+                         std::vector<Finding>& findings)
 {
     const WallTile& tile = wall.tiles[n];
+    const auto screenAt = [&](std::size_t i) {
+        return screenOf(wall.tiles[i].entry, i < places.size() ? places[i].host : "");
+    };
     for (std::size_t i = 0; i < n; ++i) {
         const WallTile& other = wall.tiles[i];
         const std::string thatLine = "line " + std::to_string(other.line);
-        if (other.readable && tile.entry.dpyName == other.entry.dpyName &&
-            tile.entry.dpyName.front() != ':')
-            findings.push_back({tile.line, true,
-                                "display " + tile.entry.dpyName + " is also that of " + thatLine});
+        if (other.readable && screenAt(i) == screenAt(n))
+            findings.push_back({tile.line, true, "the same screen as " + thatLine});
         if (!hasArea(tile) || !hasArea(other))
             continue;
         const PixelArea common = commonArea(areaOf(tile.entry), areaOf(other.entry));
@@ -282,7 +293,7 @@ std::string describeTile(const Wall& wall, int server)
     return text.str();
 }
 
-std::vector<Finding> checkWall(const Wall& wall)
+std::vector<Finding> checkWall(const Wall& wall, const std::vector<Place>& places)
 {
     std::vector<Finding> findings;
     if (wall.tiles.empty())
@@ -300,7 +311,7 @@ std::vector<Finding> checkWall(const Wall& wall)
         checkNumbers(tile, findings);
         if (tile.entry.numbers >= 2)
             checkAgainstWall(tile, size, findings);
-        checkAgainstEarlier(wall, n, findings);
+        checkAgainstEarlier(wall, places, n, findings);
     }
     if (allKnown) {
         Cells cells = cutWall(wall, size);
@@ -310,4 +321,17 @@ std::vector<Finding> checkWall(const Wall& wall)
         findings.push_back(
             {0, false, "gaps were not looked for: not every tile's rectangle is known"});
     return findings;
+}
+
+int printFindings(std::FILE* to, const Wall& wall, const std::vector<Finding>& findings, bool notes)
+{
+    int faults = 0;
+    for (const Finding& finding : findings) {
+        faults += finding.fault;
+        const std::string line = finding.line ? ":" + std::to_string(finding.line) : "";
+        if (finding.fault || notes)
+            std::fprintf(to, "%s%s: %s: %s\n", wall.file.c_str(), line.c_str(),
+                         finding.fault ? "fault" : "note", finding.text.c_str());
+    }
+    return faults;
 }

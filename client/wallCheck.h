@@ -3,6 +3,8 @@
 
 #include "client/wallLayout.h"
 
+#include <cstdio>
+
 /// Something about a wall. Line 0 stands for the wall as a whole.
 struct Finding {
     int line;
@@ -13,5 +15,11 @@ struct Finding {
 /// What server n will show, in words.
 std::string describeTile(const Wall& wall, int server);
 
-/// Everything there is to say about a wall, in the order of the lines, the whole last.
-std::vector<Finding> checkWall(const Wall& wall);
+/// Everything there is to say about a wall, in the order of the lines, the whole last. A display
+/// without a host is one of its server's node; without places, of the same machine for all.
+std::vector<Finding> checkWall(const Wall& wall, const std::vector<Place>& places = {});
+
+/// Prints findings, `notes` or only faults, with the wall file's name and line. Returns how many
+/// are faults.
+int printFindings(std::FILE* to, const Wall& wall, const std::vector<Finding>& findings,
+                  bool notes);

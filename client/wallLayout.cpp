@@ -124,6 +124,8 @@ std::vector<Place> placeServers(const std::vector<Host>& hosts, int n)
         throw std::runtime_error("the wall has " + std::to_string(n) +
                                  " servers, the host file has places for " +
                                  std::to_string(places.size()));
+    for (int i = 0; hosts.empty() && i < n; ++i)
+        places.push_back({"", i});
     places.resize(static_cast<std::size_t>(n));
     return places;
 }

@@ -57,8 +57,8 @@ struct Host {
 /// begins a comment. Throws std::runtime_error with the line's number.
 std::vector<Host> readHosts(const std::string& file);
 
-/// The node of each of the first n servers; names are empty without hosts. Throws
-/// std::runtime_error when the hosts are for fewer.
+/// The node of each of the first n servers; without hosts all are on this machine, and names are
+/// empty. Throws std::runtime_error when the hosts are for fewer.
 struct Place {
     std::string host;
     int onHost = 0; // how many servers stand before it on that host
