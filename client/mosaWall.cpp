@@ -30,9 +30,10 @@ void addHosts(CLI::App* command, WallOptions& options)
         ->check(CLI::ExistingFile);
 }
 
-void addDryRun(CLI::App* command, WallOptions& options)
+void addJobFlags(CLI::App* command, WallOptions& options)
 {
     command->add_flag("--dry-run", options.dryRun, "print the mpiexec line and do nothing");
+    command->add_flag("--force", options.force, "go on whatever the checks find");
 }
 
 void addLayout(CLI::App& app, WallOptions& options)
@@ -49,7 +50,9 @@ void addLayout(CLI::App& app, WallOptions& options)
     command->add_option("-o,--output", options.output, "file to write, instead of standard output");
     command->footer(
         "Servers count from the upper left screen, row by row. Each opens display :0 of its node:\n"
-        "the first server of a node screen 0, the second screen 1, and so on.\n\n"
+        "the first server of a node screen 0, the second screen 1, and so on; without hosts they "
+        "are\n"
+        "all on one node.\n\n"
         "Example: four screens in a row on two nodes\n"
         "  printf 'node1:2\\nnode2:2\\n' >hosts\n"
         "  mosa-wall layout 4x1 1920x1080 --bezel 40x0 --hosts hosts -o wall");
@@ -61,11 +64,13 @@ void addCheck(CLI::App& app, WallOptions& options)
     CLI::App* command = app.add_subcommand("check", "Say what a wall file means and what is wrong");
     command->add_option("WALL", options.wall, "wall file")->required();
     command->add_option("--picture", options.picture, "draw the wall as a .png or .svg file too");
+    addHosts(command, options);
     command->footer(
         "Says what each server will show, draws the wall, and names every fault with its line:\n"
         "bad display names, numbers that are missing, tiles that overlap or reach beyond the "
         "wall,\n"
-        "parts of the wall that no server shows. Strips between tiles that run across the whole\n"
+        "two servers on one screen, parts of the wall that no server shows. Strips between tiles "
+        "that run across the whole\n"
         "wall are bezels and no fault. Exit status: 0 without a fault, 1 with one.");
     command->callback([&options] { options.command = checkCommand; });
 }
@@ -78,10 +83,12 @@ void addRun(CLI::App& app, WallOptions& options)
     addHosts(command, options);
     command->add_option("--loop", options.loop, "play the frames so many times")
         ->check(CLI::PositiveNumber);
-    addDryRun(command, options);
+    addJobFlags(command, options);
     command->footer(
         "First every server's node is asked, the way the job reaches it, whether the wall file,\n"
-        "the display, its GLX and the OpenGL library are there; then play and the servers run.\n"
+        "the display, its GLX and the OpenGL library are there and its screen is as large as the\n"
+        "tile; then play and the servers run. A wall file in which `check` finds a fault is "
+        "refused.\n"
         "Without hosts they all run on this machine. The wall file, the streams and the programs\n"
         "need the same paths on every node. SYSTEM_OPENGL_LIB names another OpenGL library than\n"
         "this machine's; the other variables of the servers are passed on as they are set.");
@@ -114,7 +121,7 @@ void addPattern(CLI::App& app, WallOptions& options)
     command->add_option("-o,--output", options.output,
                         "write the pattern as a stream file, instead of playing it");
     addHosts(command, options);
-    addDryRun(command, options);
+    addJobFlags(command, options);
     command->footer(
         "Geometry: the grid and the diagonals run straight on across the seams, the circle is\n"
         "round, and every tile's coloured outline is seen whole. Each tile names its server and "

@@ -28,15 +28,21 @@ std::vector<Place> placesOf(const Wall& wall, const WallOptions& options)
 // Prints or checks a job. True when it is to be run.
 bool readyToRun(const Wall& wall, const Job& job, const WallOptions& options)
 {
+    const std::vector<Place> places = placesOf(wall, options);
+    if (printFindings(stderr, wall, checkWall(wall, places), false) > 0 && !options.force)
+        throw std::runtime_error("the wall file is not right; --force goes on with it");
     if (options.dryRun) {
         std::printf("%s\n", shellLine(jobLine(job)).c_str());
         return false;
     }
-    const std::vector<std::string> faults = probeWall(wall, job, placesOf(wall, options));
-    for (const std::string& fault : faults)
-        std::fprintf(stderr, "mosa-wall: %s\n", fault.c_str());
-    if (!faults.empty())
-        throw std::runtime_error("the wall is not ready");
+    int faults = 0;
+    for (const Finding& finding : probeWall(wall, job, places)) {
+        faults += finding.fault;
+        std::fprintf(stderr, "mosa-wall: %s%s\n",
+                     finding.fault ? "" : "note: ", finding.text.c_str());
+    }
+    if (faults > 0 && !options.force)
+        throw std::runtime_error("the wall is not ready; --force goes on");
     return true;
 }
 
@@ -48,7 +54,7 @@ int layoutCommand(const WallOptions& options)
     requireUsable(grid);
     const std::vector<Place> places =
         placeServers(hostsOf(options), grid.screens.w * grid.screens.h);
-    // Each server opens a display of its own node; several on one node have a screen each.
+    // Each server opens a display of its own node, with a screen for each.
     std::vector<std::string> displays;
     for (const Place& place : places)
         displays.push_back(":0." + std::to_string(place.onHost));
@@ -70,13 +76,7 @@ int checkCommand(const WallOptions& options)
     for (std::size_t n = 0; n < wall.tiles.size(); ++n)
         std::printf("%s\n", describeTile(wall, static_cast<int>(n)).c_str());
     std::printf("\n%s\n", drawAsText(wall).c_str());
-    int faults = 0;
-    for (const Finding& finding : checkWall(wall)) {
-        faults += finding.fault;
-        const std::string line = finding.line ? ":" + std::to_string(finding.line) : "";
-        std::printf("%s%s: %s: %s\n", wall.file.c_str(), line.c_str(),
-                    finding.fault ? "fault" : "note", finding.text.c_str());
-    }
+    const int faults = printFindings(stdout, wall, checkWall(wall, placesOf(wall, options)), true);
     std::printf("%zu servers, %s\n", wall.tiles.size(),
                 faults == 0   ? "no fault"
                 : faults == 1 ? "1 fault"

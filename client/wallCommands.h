@@ -1,5 +1,5 @@
-// The commands of mosa-wall: each has the options that were given, returns an exit status and throws
-// std::runtime_error with what keeps it from its work.
+// The commands of mosa-wall: each has the options that were given, returns an exit status and
+// throws std::runtime_error with what keeps it from its work.
 #pragma once
 
 #include "client/wallDemo.h"
@@ -15,7 +15,7 @@ struct WallOptions {
     std::vector<std::string> streams;
     int loop = 1;
     int frames = 600;
-    bool dryRun = false, list = false;
+    bool dryRun = false, force = false, list = false;
     DemoOptions demo;
 };
 

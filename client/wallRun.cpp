@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <sstream>
 
@@ -15,8 +16,8 @@
 namespace {
 
 constexpr Timeout probeTime = std::chrono::seconds(60);
-constexpr char answerMark[] =
-    "mosa-wall-probe"; // begins an answer: mark, server, node, what is wrong
+constexpr char answerMark[] = "mosa-wall-probe"; // begins an answer: mark, server, whether it is a
+                                                 // fault, what there is to say
 
 std::string ownHost()
 {
@@ -30,29 +31,110 @@ std::string openGLOf(const char* fromEnvironment)
     return fromEnvironment ? fromEnvironment : findSystemOpenGL();
 }
 
-// What keeps a server from showing anything; empty when nothing does.
-std::string faultOfServer(const Wall& wall, std::size_t server)
+// What keeps a library from being the servers' OpenGL; empty when nothing does.
+std::string faultOfLibrary(const char* name)
 {
-    if (server >= wall.tiles.size())
-        return "the wall file has too few entries on this node";
-    const WallEntry& entry = wall.tiles[server].entry;
-    const char* library = std::getenv("SYSTEM_OPENGL_LIB");
-    if (!library || !dlopen(library, RTLD_LAZY))
-        return std::string("the OpenGL library ") + (library ? library : "") +
-               " cannot be loaded: " + (library ? dlerror() : "none is named");
-    Display* dpy = XOpenDisplay(entry.dpyName.c_str());
+    if (!name)
+        return "no OpenGL library is named";
+    void* library = dlopen(name, RTLD_LAZY);
+    if (!library)
+        return std::string("the OpenGL library ") + name + " cannot be loaded: " + dlerror();
+    for (const char* function : {"glXChooseVisual", "glXMakeCurrent"})
+        if (!dlsym(library, function))
+            return std::string(name) + " is no OpenGL library: it has no " + function;
+    return {};
+}
+
+// Why a display did not open: it is its screen alone that is missing, or all of it.
+std::string faultOfDisplay(const WallEntry& entry)
+{
+    const std::size_t point = entry.dpyName.find('.', entry.dpyName.find(':'));
+    const std::string display = entry.dpyName.substr(0, point);
+    Display* dpy = point == std::string::npos ? nullptr : XOpenDisplay(display.c_str());
     if (!dpy)
-        return "the display " + entry.dpyName + " cannot be opened";
-    std::string fault;
+        return "the display " + display + " cannot be opened";
+    XCloseDisplay(dpy);
+    return "the display " + display + " has no screen " + std::to_string(entry.scrn);
+}
+
+// What is wrong with an open display, or worth knowing; empty when nothing is.
+Finding judgeScreen(Display* dpy, const WallTile& tile)
+{
+    const WallEntry& entry = tile.entry;
+    const auto fault = [&tile](const std::string& text) { return Finding{tile.line, true, text}; };
     int opcode = 0;
     int event = 0;
     int error = 0;
-    if (entry.scrn >= ScreenCount(dpy))
-        fault = "the display " + entry.dpyName + " has no such screen";
-    else if (!XQueryExtension(dpy, "GLX", &opcode, &event, &error))
-        fault = "the display " + entry.dpyName + " has no GLX";
+    if (!XQueryExtension(dpy, "GLX", &opcode, &event, &error))
+        return fault("the display " + entry.dpyName + " has no GLX");
+    const PixelArea area = areaOf(entry);
+    const Size screen{DisplayWidth(dpy, entry.scrn), DisplayHeight(dpy, entry.scrn)};
+    if (entry.rect.w == 0 || (area.w == screen.w && area.h == screen.h))
+        return {tile.line, false, ""};
+    const std::string text =
+        "the tile is " + toText({area.w, area.h}) + ", its screen " + toText(screen);
+    // A larger screen shows all of its tile, in its upper left corner.
+    return {tile.line, area.w > screen.w || area.h > screen.h, text};
+}
+
+// What keeps a server from showing its tile, or is worth knowing; empty when nothing is.
+Finding judgeServer(const Wall& wall, std::size_t server)
+{
+    if (server >= wall.tiles.size())
+        return {0, true, "the wall file has too few entries on this node"};
+    const WallTile& tile = wall.tiles[server];
+    const std::string library = faultOfLibrary(std::getenv("SYSTEM_OPENGL_LIB"));
+    if (!library.empty())
+        return {tile.line, true, library};
+    Display* dpy = XOpenDisplay(tile.entry.dpyName.c_str());
+    if (!dpy)
+        return {tile.line, true, faultOfDisplay(tile.entry)};
+    const Finding finding = judgeScreen(dpy, tile);
     XCloseDisplay(dpy);
-    return fault;
+    return finding;
+}
+
+// True when one of the programs that mpiexec started to reach the nodes has ended with a fault.
+// mpiexec would go on waiting for that node.
+bool launcherFailed(pid_t mpiexec)
+{
+    const std::string process = "/proc/" + std::to_string(mpiexec);
+    std::ifstream children(process + "/task/" + std::to_string(mpiexec) + "/children");
+    for (pid_t child = 0; children >> child;) {
+        // Its line ends with the exit status, as wait gives it, once it is a zombie.
+        std::ifstream file("/proc/" + std::to_string(child) + "/stat");
+        std::string line;
+        std::getline(file, line);
+        const std::size_t state = line.rfind(')') + 2;
+        const std::size_t status = line.rfind(' ') + 1;
+        if (state < line.size() && line[state] == 'Z' && line.compare(status, 1, "0") != 0)
+            return true;
+    }
+    return false;
+}
+
+// Runs the job that asks the nodes, until it ends or one of them cannot be reached.
+Ending askNodes(const Job& job)
+{
+    constexpr Timeout step = std::chrono::milliseconds(100);
+    constexpr Timeout others = std::chrono::seconds(2); // those that can be reached answer by then
+    Process process = startJob(job);
+    for (Timeout spent{}; spent < probeTime && !waitForEnd(process, step); spent += step)
+        if (launcherFailed(process.pid)) {
+            waitForEnd(process, others);
+            break;
+        }
+    return waitForEnd(process, Timeout{}) ? finishProcess(process, step) : stopProcess(process);
+}
+
+std::string withoutLaunchersLines(const std::string& text)
+{
+    std::istringstream lines(text);
+    std::string kept;
+    for (std::string line; std::getline(lines, line);)
+        if (!line.starts_with("[mpiexec@") && !line.starts_with("[proxy:"))
+            kept += (kept.empty() ? "" : "\n") + line;
+    return kept;
 }
 
 } // namespace
@@ -77,53 +159,59 @@ Job wallJob(const Wall& wall, const std::vector<Host>& hosts,
     return job;
 }
 
-std::vector<std::string> probeWall(const Wall& wall, const Job& job,
-                                   const std::vector<Place>& places)
+std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places)
 {
     Job probe = job;
     probe.client = {"true"}; // keeps the client's place
     probe.server = {ownProgram(), "probe", std::filesystem::absolute(wall.file)};
     probe.output = Output::capture;
-    const Ending ending = runJob(probe, probeTime);
+    if (!job.options.empty())
+        std::fputs("mosa-wall: asking the nodes ...\n", stderr);
+    const Ending ending = askNodes(probe);
 
-    std::map<int, std::string> answers;
+    std::map<std::size_t, Finding> answers;
     std::istringstream out(ending.out);
     for (std::string line; std::getline(out, line);) {
         std::istringstream words(line);
         std::string mark;
-        std::string node;
-        int server = 0;
-        if (!(words >> mark >> server >> node) || mark != answerMark)
-            continue;
-        std::string fault;
-        std::getline(words >> std::ws, fault);
-        answers[server] = fault.empty() ? "" : " on " + node + ": " + fault;
+        std::size_t server = 0;
+        Finding answer{};
+        if (words >> mark >> server >> answer.fault && mark == answerMark) {
+            std::getline(words >> std::ws, answer.text);
+            answers[server] = answer;
+        }
     }
-    std::vector<std::string> faults;
-    for (int server = 0; server < job.servers; ++server) {
+    std::vector<Finding> findings;
+    for (std::size_t server = 0; server < wall.tiles.size(); ++server) {
         const auto answer = answers.find(server);
-        const std::string& host = places.at(static_cast<std::size_t>(server)).host;
-        if (answer == answers.end())
-            faults.push_back("server " + std::to_string(server) + ": its node" +
-                             (host.empty() ? "" : ", " + host + ",") + " does not answer");
-        else if (!answer->second.empty())
-            faults.push_back("server " + std::to_string(server) + answer->second);
+        const bool silent = answer == answers.end();
+        if (!silent && answer->second.text.empty())
+            continue;
+        const int line = wall.tiles[server].line;
+        const std::string& host = places.at(server).host;
+        findings.push_back({line, silent || answer->second.fault,
+                            "server " + std::to_string(server) + " (line " + std::to_string(line) +
+                                ")" + (host.empty() ? "" : " on " + host) + ": " +
+                                (silent ? "its node does not answer" : answer->second.text)});
     }
-    if (ending.status != 0 || ending.timedOut) // the launcher's own words say why
-        faults.push_back(ending.err.empty() ? "mpiexec failed" : ending.err);
-    return faults;
+    if (ending.status != 0) { // the launcher's own words say why
+        const std::string words = withoutLaunchersLines(ending.err);
+        if (!words.empty() || findings.empty())
+            findings.push_back({0, true, words.empty() ? "mpiexec failed: " + ending.err : words});
+    }
+    return findings;
 }
 
 int probeNode(const std::string& wallFile)
 {
     const char* rank = std::getenv("PMI_RANK");
     const int server = (rank ? std::atoi(rank) : 0) - 1;
-    std::string fault;
+    Finding finding{};
     try {
-        fault = faultOfServer(readWall(wallFile), static_cast<std::size_t>(server));
+        finding = judgeServer(readWall(wallFile), static_cast<std::size_t>(server));
     } catch (const std::exception& trouble) {
-        fault = std::string("the wall file cannot be read: ") + trouble.what();
+        finding = {0, true, std::string("the wall file cannot be read: ") + trouble.what()};
     }
-    std::printf("%s %d %s %s\n", answerMark, server, ownHost().c_str(), fault.c_str());
+    std::printf("%s %d %d %s\n", answerMark, server, finding.fault, finding.text.c_str());
     return 0;
 }

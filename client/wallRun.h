@@ -2,6 +2,7 @@
 #pragma once
 
 #include "client/mpiJob.h"
+#include "client/wallCheck.h"
 #include "client/wallLayout.h"
 
 /// The job that plays stream files on a wall, each server on its own node when there are hosts. The
@@ -10,8 +11,8 @@ Job wallJob(const Wall& wall, const std::vector<Host>& hosts,
             const std::vector<std::string>& clientArguments);
 
 /// Asks every node, the way the job will reach it, whether its wall file, display, GLX and OpenGL
-/// library are there. Returns what is wrong, one line each.
-std::vector<std::string> probeWall(const Wall& wall, const Job& job,
+/// library are there, and whether its screen is as large as its tile. Returns what is wrong.
+std::vector<Finding> probeWall(const Wall& wall, const Job& job,
                                    const std::vector<Place>& places);
 
 /// The node's side of it: looks as the server of this MPI task would, and answers in one line.
