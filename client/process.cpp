@@ -173,6 +173,17 @@ int outputFile()
     return fd;
 }
 
+// A pipe: returns its reading end.
+int openPipe(int& writing)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        fail("pipe", errno);
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    writing = ends[1];
+    return ends[0];
+}
+
 std::string contentOf(int fd)
 {
     std::string content;
@@ -198,7 +209,7 @@ std::string takeContent(int& fd)
 
 // The child's side of startProcess, between fork and exec: async-signal-safe calls only. Returns
 // with errno set when the program cannot be run.
-void becomeProgram(const Process& process, Output output, int inheritedFd, pid_t parent,
+void becomeProgram(const int (&outputs)[2], Output output, int inheritedFd, pid_t parent,
                    const char* path, char** argv, char** environment)
 {
     setpgid(0, 0);
@@ -213,8 +224,8 @@ void becomeProgram(const Process& process, Output output, int inheritedFd, pid_t
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     dup2(null, STDIN_FILENO);
     if (output != Output::inherit) {
-        dup2(output == Output::capture ? process.out : null, STDOUT_FILENO);
-        dup2(output == Output::capture ? process.err : null, STDERR_FILENO);
+        dup2(output == Output::discard ? null : outputs[0], STDOUT_FILENO);
+        dup2(output == Output::discard ? null : outputs[1], STDERR_FILENO);
     }
     if (inheritedFd >= 0)
         fcntl(inheritedFd, F_SETFD, 0);
@@ -258,9 +269,13 @@ Process startProcess(const Command& command)
         fail(command.argv[0], ENOENT);
     installCleanUp();
     Process process;
+    int outputs[2] = {-1, -1}; // where the program writes
     if (command.output == Output::capture) {
-        process.out = outputFile();
-        process.err = outputFile();
+        outputs[0] = process.out = outputFile();
+        outputs[1] = process.err = outputFile();
+    } else if (command.output == Output::pipe) {
+        process.out = openPipe(outputs[0]);
+        process.err = openPipe(outputs[1]);
     }
     std::vector<std::string> arguments = command.argv;
     std::vector<std::string> environment = mergedEnvironment(command.environment);
@@ -278,7 +293,7 @@ Process startProcess(const Command& command)
     const pid_t parent = getpid();
     process.pid = fork();
     if (process.pid == 0) {
-        becomeProgram(process, command.output, command.inheritedFd, parent, path.c_str(),
+        becomeProgram(outputs, command.output, command.inheritedFd, parent, path.c_str(),
                       argv.data(), envp.data());
         const int error = errno;
         [[maybe_unused]] const ssize_t written = write(failure[1], &error, sizeof error);
@@ -294,6 +309,9 @@ Process startProcess(const Command& command)
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     close(failure[1]);
+    if (command.output == Output::pipe)
+        for (const int fd : outputs)
+            close(fd);
     if (process.pid > 0 && (error || read(failure[0], &error, sizeof error) > 0))
         reap(process);
     close(failure[0]);

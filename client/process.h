@@ -11,8 +11,9 @@
 
 using Timeout = std::chrono::milliseconds;
 
-/// What becomes of a program's standard output and error.
-enum class Output { inherit, capture, discard };
+/// What becomes of a program's standard output and error. With `pipe`, whoever started it reads
+/// them.
+enum class Output { inherit, capture, pipe, discard };
 
 /// A program to start. Its standard input is empty.
 struct Command {
@@ -26,7 +27,8 @@ struct Command {
 struct Process {
     pid_t pid = -1; // and its group's; -1 once it has been waited for
     int pidFd = -1;
-    int out = -1, err = -1; // what it wrote so far, when captured
+    // What it wrote so far, when captured; the reading ends, which do not block, of its pipes.
+    int out = -1, err = -1;
 };
 
 /// How a program ended.

@@ -6,7 +6,7 @@ target_link_libraries(mosa_process PUBLIC mosa_settings ${CMAKE_DL_LIBS})
 
 # mosa-wall, and what it is made of but its main function: the tests use that too.
 add_library(mosa_wall_tool OBJECT
-    client/lettering.cpp client/locations.cpp client/wallCheck.cpp client/wallCommands.cpp
+    client/jobOutput.cpp client/lettering.cpp client/locations.cpp client/wallCheck.cpp client/wallCommands.cpp
     client/wallDemo.cpp client/wallDrawing.cpp client/wallLayout.cpp client/wallPattern.cpp
     client/wallRun.cpp)
 target_link_libraries(mosa_wall_tool PUBLIC

@@ -1,5 +1,5 @@
 #include "client/wallCommands.h"
-#include "client/process.h"
+#include "client/jobOutput.h"
 #include "client/wallCheck.h"
 #include "client/wallDrawing.h"
 #include "client/wallPattern.h"
@@ -11,9 +11,9 @@
 #include <fstream>
 #include <stdexcept>
 
-#include <unistd.h>
-
 namespace {
+
+constexpr Timeout noLimit = std::chrono::hours(24 * 365); // the operator ends a job, or its stream
 
 std::vector<Host> hostsOf(const WallOptions& options)
 {
@@ -95,13 +95,7 @@ int runCommand(const WallOptions& options)
     const Job job = wallJob(wall, hostsOf(options), arguments);
     if (!readyToRun(wall, job, options))
         return 0;
-    std::vector<std::string> line = jobLine(job);
-    std::vector<char*> argv;
-    for (std::string& word : line)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
-    execvp(argv[0], argv.data());
-    throw std::runtime_error(line[0] + ": " + std::strerror(errno));
+    return reportEnding(watchJob(job, noLimit, true));
 }
 
 int snapshotCommand(const WallOptions& options)
@@ -122,13 +116,10 @@ int patternCommand(const WallOptions& options)
     }
     const std::string file = temporaryFile("");
     writeStreamFile(file, stream);
-    Job job = wallJob(wall, hostsOf(options), {file, "--loop", std::to_string(options.loop)});
-    job.output = Output::inherit;
+    const Job job = wallJob(wall, hostsOf(options), {file, "--loop", std::to_string(options.loop)});
     if (!readyToRun(wall, job, options))
         return 0;
-    // The operator ends it when the wall has been judged, if not its last frame does.
-    constexpr Timeout days = std::chrono::hours(24 * 7);
-    return runJob(job, days).status;
+    return reportEnding(watchJob(job, noLimit, true));
 }
 
 int demoCommand(const WallOptions& options)

@@ -1,6 +1,6 @@
 #include "client/wallDemo.h"
+#include "client/jobOutput.h"
 #include "client/locations.h"
-#include "client/mpiJob.h"
 #include "client/virtualDisplays.h"
 
 #include <X11/Xlib.h>
@@ -117,15 +117,14 @@ int runDemo(const DemoOptions& options)
     job.environment = virtualWallEnvironment(wallFile);
     std::fprintf(stderr, "%s on a wall of %s tiles of %s pixels\n", scene.name.c_str(),
                  toText(grid.screens).c_str(), toText(grid.screen).c_str());
-    const Ending ending = runJob(job, demoTime);
+    const JobEnding ending = watchJob(job, demoTime, false);
     stopDisplays(displays);
 
-    if (ending.timedOut || ending.status != 0 || !std::filesystem::exists(picture)) {
-        std::fprintf(stderr, "%s%smosa-wall: the demo failed%s\n", ending.out.c_str(),
-                     ending.err.c_str(), ending.timedOut ? ": it took too long" : "");
-        return 1;
-    }
     std::fputs(ending.out.c_str(), stderr); // play's summary
+    if (ending.status != 0 || ending.timedOut)
+        std::fputs(ending.err.c_str(), stderr);
+    if (const int status = reportEnding(ending))
+        return status;
     std::printf("%s\n", picture.c_str());
     return 0;
 }
