@@ -148,6 +148,9 @@ JobEnding watchJob(const Job& job, Timeout timeout, bool passOn)
         finish(err);
         ending.status = finishProcess(process, timeout).status;
     }
+    // A signal may have come twice: from a terminal and from who ends its programs.
+    for (signalfd_siginfo again{}; read(signals, &again, sizeof again) > 0;) {
+    }
     close(signals);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     ending.complained = err.any;
