@@ -71,3 +71,20 @@ std::vector<Scene> readScenes()
     }
     return scenes;
 }
+
+Scene findScene(const std::string& wanted)
+{
+    const Scene file{.name = wanted, .file = wanted, .width = 0, .height = 0, .about = {}};
+    const bool exists = fs::exists(wanted);
+    std::vector<Scene> scenes;
+    try {
+        scenes = readScenes();
+    } catch (const std::exception&) {
+        return file; // the examples are not installed
+    }
+    std::error_code none;
+    for (const Scene& scene : scenes)
+        if (exists ? fs::equivalent(scene.file, wanted, none) : scene.name == wanted)
+            return scene;
+    return file;
+}

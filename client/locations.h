@@ -19,3 +19,6 @@ struct Scene {
 
 /// The scenes, by the table in the examples' README. Throws std::runtime_error when there is none.
 std::vector<Scene> readScenes();
+
+/// The scene of that name or file. What is neither is a file of the user's, of no known size.
+Scene findScene(const std::string& wanted);

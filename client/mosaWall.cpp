@@ -78,11 +78,18 @@ void addCheck(CLI::App& app, WallOptions& options)
 void addRun(CLI::App& app, WallOptions& options)
 {
     CLI::App* command = app.add_subcommand("run", "Play stream files on a wall");
-    command->add_option("STREAM", options.streams, "stream files")->required();
+    command->add_option("STREAM", options.streams, "stream files or names of scenes")->required();
     command->add_option("--wall", options.wall, "wall file")->required();
     addHosts(command, options);
     command->add_option("--loop", options.loop, "play the frames so many times")
         ->check(CLI::PositiveNumber);
+    command->add_option("--ahead", options.ahead, "frames that may be on their way at once")
+        ->check(CLI::PositiveNumber);
+    command->add_option("--hold", options.hold, "seconds for which the last frame stays")
+        ->check(CLI::NonNegativeNumber);
+    command->add_option("--then", options.then, "shell command to run with the last frame shown");
+    command->add_option("--snapshot", options.picture,
+                        "PNG file for a picture of the wall with the last frame");
     addJobFlags(command, options);
     command->footer(
         "First every server's node is asked, the way the job reaches it, whether the wall file,\n"

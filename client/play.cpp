@@ -1,5 +1,6 @@
 // Plays stream files to the servers of the job, as its task 0.
 #include "client/connection.h"
+#include "client/locations.h"
 #include "client/streamFile.h"
 
 #include <CLI/CLI.hpp>
@@ -27,7 +28,8 @@ void parse(CLI::App& app, Options& options)
 {
     app.description("Plays recorded OpenGL command streams to the servers of an MPI job:\n"
                     "  mpiexec -n 1 play FILE... : -n SERVERS server");
-    app.add_option("FILE", options.files, "stream files, also gzip-compressed")->required();
+    app.add_option("FILE", options.files, "stream files, also gzip-compressed, or names of scenes")
+        ->required();
     app.add_option("--loop", options.loop,
                    "play the frames N times; the first frame of a file, which creates the "
                    "contexts, plays once")
@@ -138,7 +140,7 @@ int main(int argc, char** argv)
     int status = 0;
     try {
         for (const std::string& name : options.files)
-            files.push_back(readStreamFile(name));
+            files.push_back(readStreamFile(findScene(name).file));
     } catch (const std::exception& fault) {
         std::fprintf(stderr, "play: %s\n", fault.what());
         files.clear();

@@ -1,5 +1,6 @@
 #include "client/wallCommands.h"
 #include "client/jobOutput.h"
+#include "client/locations.h"
 #include "client/wallCheck.h"
 #include "client/wallDrawing.h"
 #include "client/wallPattern.h"
@@ -46,6 +47,18 @@ bool readyToRun(const Wall& wall, const Job& job, const WallOptions& options)
     return true;
 }
 
+// What play runs when the last frame is on every tile: the picture, and the user's own command.
+std::string commandAtEnd(const WallOptions& options)
+{
+    if (options.picture.empty())
+        return options.then;
+    std::vector<std::string> snapshot{ownProgram(), "snapshot", options.wall, "-o",
+                                      options.picture};
+    if (!options.hosts.empty())
+        snapshot.insert(snapshot.end(), {"--hosts", options.hosts});
+    return shellLine(snapshot) + (options.then.empty() ? "" : " && " + options.then);
+}
+
 } // namespace
 
 int layoutCommand(const WallOptions& options)
@@ -89,9 +102,23 @@ int checkCommand(const WallOptions& options)
 int runCommand(const WallOptions& options)
 {
     const Wall wall = readUsableWall(options.wall);
-    std::vector<std::string> arguments = options.streams;
-    if (options.loop != 1)
-        arguments.insert(arguments.end(), {"--loop", std::to_string(options.loop)});
+    std::vector<std::string> arguments;
+    for (const std::string& stream : options.streams)
+        arguments.push_back(findScene(stream).file);
+    if (!options.dryRun) {
+        for (const std::string& file : arguments)
+            requireStream(file);
+        if (!options.picture.empty())
+            requireWritable(options.picture);
+    }
+    const auto pass = [&arguments](const char* option, const std::string& value) {
+        if (!value.empty())
+            arguments.insert(arguments.end(), {option, value});
+    };
+    pass("--loop", options.loop == 1 ? "" : std::to_string(options.loop));
+    pass("--ahead", options.ahead);
+    pass("--hold", options.hold);
+    pass("--then", commandAtEnd(options));
     const Job job = wallJob(wall, hostsOf(options), arguments);
     if (!readyToRun(wall, job, options))
         return 0;
@@ -101,8 +128,9 @@ int runCommand(const WallOptions& options)
 int snapshotCommand(const WallOptions& options)
 {
     const Wall wall = readUsableWall(options.wall);
-    writePng(options.output.empty() ? "wall.png" : options.output,
-             snapshotWall(wall, placesOf(wall, options)));
+    const std::string picture = options.output.empty() ? "wall.png" : options.output;
+    requireWritable(picture);
+    writePng(picture, snapshotWall(wall, placesOf(wall, options)));
     return 0;
 }
 

@@ -12,7 +12,8 @@ struct WallOptions {
     int (*command)(const WallOptions&) = nullptr; // the one given
     Grid grid;
     std::string wall, hosts, output, picture;
-    std::vector<std::string> streams;
+    std::vector<std::string> streams; // names of scenes or files
+    std::string hold, ahead, then;    // for play
     int loop = 1;
     int frames = 600;
     bool dryRun = false, force = false, list = false;

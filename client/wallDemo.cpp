@@ -2,6 +2,7 @@
 #include "client/jobOutput.h"
 #include "client/locations.h"
 #include "client/virtualDisplays.h"
+#include "client/wallRun.h"
 
 #include <X11/Xlib.h>
 
@@ -21,26 +22,6 @@ struct CloseDisplay {
     void operator()(Display* dpy) const { XCloseDisplay(dpy); }
 };
 using DisplayHandle = std::unique_ptr<Display, CloseDisplay>;
-
-// The scene of that name or file; a file that is none of the system's has no size.
-Scene findScene(const std::string& wanted)
-{
-    std::vector<Scene> scenes;
-    try {
-        scenes = readScenes();
-    } catch (const std::exception&) {
-        if (!std::filesystem::exists(wanted))
-            throw;
-    }
-    std::error_code none;
-    for (const Scene& scene : scenes)
-        if (scene.name == wanted || std::filesystem::equivalent(scene.file, wanted, none))
-            return scene;
-    if (!std::filesystem::exists(wanted))
-        throw std::runtime_error(wanted + ": no such file, and no scene of that name; --list names "
-                                          "the scenes");
-    return {.name = wanted, .file = wanted, .width = 0, .height = 0, .about = {}};
-}
 
 // A window on the user's display that is the wall, with one for each tile in its place.
 std::vector<Window> openWallWindow(Display* dpy, const Grid& grid)
@@ -93,7 +74,9 @@ int runDemo(const DemoOptions& options)
     if (!grid.screen.w)
         grid.screen = scene.width ? Size{scene.width, scene.height} : usualScreen;
     requireUsable(grid);
+    requireStream(scene.file);
     const std::string picture = std::filesystem::absolute(options.picture);
+    requireWritable(picture);
     std::filesystem::remove(picture); // only this run's picture counts
 
     DisplayHandle user;
@@ -121,7 +104,7 @@ int runDemo(const DemoOptions& options)
     stopDisplays(displays);
 
     std::fputs(ending.out.c_str(), stderr); // play's summary
-    if (ending.status != 0 || ending.timedOut)
+    if (!ending.interruptedBy && (ending.status != 0 || ending.timedOut))
         std::fputs(ending.err.c_str(), stderr);
     if (const int status = reportEnding(ending))
         return status;

@@ -1,14 +1,18 @@
 #include "client/wallRun.h"
 #include "client/locations.h"
+#include "client/streamFile.h"
 
 #include <X11/Xlib.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -157,6 +161,23 @@ Job wallJob(const Wall& wall, const std::vector<Host>& hosts,
         job.options = {"-hosts", list};
     }
     return job;
+}
+
+void requireStream(const std::string& file)
+{
+    if (!std::filesystem::exists(file))
+        throw std::runtime_error(file + ": no such file, and no scene of that name; mosa-wall demo "
+                                        "--list names the scenes");
+    readStreamFile(file);
+}
+
+void requireWritable(const std::string& file)
+{
+    const std::string folder = std::filesystem::absolute(file).parent_path();
+    if (access(folder.c_str(), W_OK) != 0)
+        throw std::runtime_error(file + ": its folder: " + std::strerror(errno));
+    if (std::filesystem::is_directory(file))
+        throw std::runtime_error(file + " is a folder");
 }
 
 std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places)
