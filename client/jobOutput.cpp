@@ -4,7 +4,6 @@
 #include <array>
 #include <climits>
 #include <csignal>
-#include <cstdio>
 #include <string_view>
 
 #include <fcntl.h>
@@ -109,7 +108,7 @@ int openSignals(sigset_t& before)
 
 } // namespace
 
-JobEnding watchJob(const Job& job, Timeout timeout, bool passOn)
+JobEnding watchJob(const Job& job, Timeout timeout, std::FILE* to)
 {
     using Clock = std::chrono::steady_clock;
     const auto until = Clock::now() + timeout;
@@ -118,8 +117,8 @@ JobEnding watchJob(const Job& job, Timeout timeout, bool passOn)
     Job piped = job;
     piped.output = Output::pipe;
     Process process = startJob(piped);
-    Stream out{.fd = process.out, .to = passOn ? stdout : nullptr, .line{}, .kept{}, .remarks{}};
-    Stream err{.fd = process.err, .to = passOn ? stderr : nullptr, .line{}, .kept{}, .remarks{}};
+    Stream out{.fd = process.out, .to = to, .line{}, .kept{}, .remarks{}};
+    Stream err{.fd = process.err, .to = to ? stderr : nullptr, .line{}, .kept{}, .remarks{}};
 
     JobEnding ending;
     for (bool running = true; running;) {

@@ -3,6 +3,8 @@
 
 #include "client/mpiJob.h"
 
+#include <cstdio>
+
 /// How a job ended. mpiexec's remarks stand apart from its tasks' output: the exit code that they
 /// name is made of all tasks' codes, and so is the signal that they take it for.
 struct JobEnding {
@@ -15,8 +17,9 @@ struct JobEnding {
 };
 
 /// Runs a job to its end, or until SIGHUP, SIGINT or SIGTERM stops it. Passes on what the tasks
-/// write, line by line, or keeps it.
-JobEnding watchJob(const Job& job, Timeout timeout, bool passOn);
+/// write, line by line: their standard output to `to` and their errors to standard error; without
+/// `to` it keeps both.
+JobEnding watchJob(const Job& job, Timeout timeout, std::FILE* to);
 
 /// Says in one line how a job failed, if it did. Returns the exit status.
 int reportEnding(const JobEnding& ending);

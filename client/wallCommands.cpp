@@ -122,7 +122,7 @@ int runCommand(const WallOptions& options)
     const Job job = wallJob(wall, hostsOf(options), arguments);
     if (!readyToRun(wall, job, options))
         return 0;
-    return reportEnding(watchJob(job, noLimit, true));
+    return reportEnding(watchJob(job, noLimit, stdout));
 }
 
 int snapshotCommand(const WallOptions& options)
@@ -147,7 +147,7 @@ int patternCommand(const WallOptions& options)
     const Job job = wallJob(wall, hostsOf(options), {file, "--loop", std::to_string(options.loop)});
     if (!readyToRun(wall, job, options))
         return 0;
-    return reportEnding(watchJob(job, noLimit, true));
+    return reportEnding(watchJob(job, noLimit, stdout));
 }
 
 int demoCommand(const WallOptions& options)

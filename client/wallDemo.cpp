@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <sstream>
@@ -65,6 +66,28 @@ std::string demoWallFile(const Grid& grid, const std::vector<VirtualDisplay>& di
         wallFileText(grid, names, placeServers({}, static_cast<int>(names.size()))));
 }
 
+void requireShowable(const Grid& grid)
+{
+    requireUsable(grid);
+    constexpr int mostOfTile = 16384; // of the software renderer's windows
+    constexpr int mostOfWall = 32767; // of the X protocol's
+    const Size wall = wallSize(grid);
+    if (std::max(grid.screen.w, grid.screen.h) > mostOfTile)
+        throw std::runtime_error("tiles of " + toText(grid.screen) +
+                                 " pixels are too large to be drawn: at most " +
+                                 toText({mostOfTile, mostOfTile}));
+    if (std::max(wall.w, wall.h) > mostOfWall)
+        throw std::runtime_error("the wall would be " + toText(wall) + " pixels: at most " +
+                                 toText({mostOfWall, mostOfWall}));
+}
+
+// True when the user has asked the servers or their overload libraries to say something.
+bool wantsServersLines()
+{
+    return std::getenv("MOSA_TRACE") || std::getenv("MOSA_STATS") ||
+           std::getenv("MOSA_OVERLOAD_FILE");
+}
+
 } // namespace
 
 int runDemo(const DemoOptions& options)
@@ -73,7 +96,7 @@ int runDemo(const DemoOptions& options)
     Grid grid{options.screens, options.screen, {options.gap, options.gap}};
     if (!grid.screen.w)
         grid.screen = scene.width ? Size{scene.width, scene.height} : usualScreen;
-    requireUsable(grid);
+    requireShowable(grid);
     requireStream(scene.file);
     const std::string picture = std::filesystem::absolute(options.picture);
     requireWritable(picture);
@@ -100,7 +123,7 @@ int runDemo(const DemoOptions& options)
     job.environment = virtualWallEnvironment(wallFile);
     std::fprintf(stderr, "%s on a wall of %s tiles of %s pixels\n", scene.name.c_str(),
                  toText(grid.screens).c_str(), toText(grid.screen).c_str());
-    const JobEnding ending = watchJob(job, demoTime, false);
+    const JobEnding ending = watchJob(job, demoTime, wantsServersLines() ? stderr : nullptr);
     stopDisplays(displays);
 
     std::fputs(ending.out.c_str(), stderr); // play's summary
