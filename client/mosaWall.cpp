@@ -22,6 +22,11 @@ CLI::Option* addSize(CLI::App* command, const std::string& name, Size& size,
         ->type_name("WxH");
 }
 
+void addWall(CLI::App* command, WallOptions& options)
+{
+    command->add_option("WALL,--wall", options.wall, "wall file")->required();
+}
+
 void addHosts(CLI::App* command, WallOptions& options)
 {
     command
@@ -62,7 +67,7 @@ void addLayout(CLI::App& app, WallOptions& options)
 void addCheck(CLI::App& app, WallOptions& options)
 {
     CLI::App* command = app.add_subcommand("check", "Say what a wall file means and what is wrong");
-    command->add_option("WALL", options.wall, "wall file")->required();
+    addWall(command, options);
     command->add_option("--picture", options.picture, "draw the wall as a .png or .svg file too");
     addHosts(command, options);
     command->footer(
@@ -90,6 +95,9 @@ void addRun(CLI::App& app, WallOptions& options)
     command->add_option("--then", options.then, "shell command to run with the last frame shown");
     command->add_option("--snapshot", options.picture,
                         "PNG file for a picture of the wall with the last frame");
+    command->add_flag(
+        "--label", options.label,
+        "begin each line of output with its task's number: 0 is play, n server n - 1");
     addJobFlags(command, options);
     command->footer(
         "First every server's node is asked, the way the job reaches it, whether the wall file,\n"
@@ -105,7 +113,7 @@ void addRun(CLI::App& app, WallOptions& options)
 void addSnapshot(CLI::App& app, WallOptions& options)
 {
     CLI::App* command = app.add_subcommand("snapshot", "Take a picture of the wall");
-    command->add_option("WALL", options.wall, "wall file")->required();
+    addWall(command, options);
     command->add_option("-o,--output", options.output, "PNG file to write, instead of wall.png");
     addHosts(command, options);
     command->footer(
@@ -119,7 +127,7 @@ void addSnapshot(CLI::App& app, WallOptions& options)
 void addPattern(CLI::App& app, WallOptions& options)
 {
     CLI::App* command = app.add_subcommand("pattern", "Show a test pattern on a wall");
-    command->add_option("--wall", options.wall, "wall file")->required();
+    addWall(command, options);
     command->add_option("--frames", options.frames, "length of the pattern")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
@@ -177,6 +185,22 @@ void addProbe(CLI::App& app, WallOptions& options)
     command->callback([&options] { options.command = probeCommand; });
 }
 
+// Says which commands there are when the first argument should be one and is none.
+bool refuseUnknownCommand(const CLI::App& app, const std::string& given)
+{
+    bool known = given.starts_with('-');
+    std::string names;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+        known |= command->get_name() == given;
+        if (!command->get_group().empty())
+            names += (names.empty() ? "" : ", ") + command->get_name();
+    }
+    if (!known)
+        std::fprintf(stderr, "mosa-wall: there is no command \"%s\"; the commands are %s\n",
+                     given.c_str(), names.c_str());
+    return !known;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -188,6 +212,8 @@ int main(int argc, char** argv)
     for (const auto add : {addLayout, addCheck, addRun, addSnapshot, addPattern, addDemo, addProbe})
         add(app, options);
     app.footer("mosa-wall COMMAND --help says more about a command.");
+    if (argc > 1 && refuseUnknownCommand(app, argv[1]))
+        return static_cast<int>(CLI::ExitCodes::ExtrasError);
     CLI11_PARSE(app, argc, argv);
     try {
         return options.command(options);

@@ -17,6 +17,8 @@ std::vector<std::string> jobLine(const Job& job)
         line.insert(line.end(), more.begin(), more.end());
     };
     append(job.options);
+    if (job.label)
+        line.emplace_back("-prepend-rank");
     std::vector<std::string> environment = job.environment;
     // MPICH's look at the machine's topology would open X displays to find GPUs, and wait for those
     // that do not answer.

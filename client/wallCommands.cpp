@@ -119,7 +119,8 @@ int runCommand(const WallOptions& options)
     pass("--ahead", options.ahead);
     pass("--hold", options.hold);
     pass("--then", commandAtEnd(options));
-    const Job job = wallJob(wall, hostsOf(options), arguments);
+    Job job = wallJob(wall, hostsOf(options), arguments);
+    job.label = options.label;
     if (!readyToRun(wall, job, options))
         return 0;
     return reportEnding(watchJob(job, noLimit, stdout));

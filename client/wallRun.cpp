@@ -184,6 +184,7 @@ std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vect
 {
     Job probe = job;
     probe.client = {"true"}; // keeps the client's place
+    probe.label = false;
     probe.server = {ownProgram(), "probe", std::filesystem::absolute(wall.file)};
     probe.output = Output::capture;
     if (!job.options.empty())
