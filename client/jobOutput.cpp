@@ -83,7 +83,7 @@ bool drain(Stream& stream)
 
 void finish(Stream& stream)
 {
-    while (drain(stream)) {
+    for (int i = 0; i < 16 && drain(stream); ++i) { // mpiexec has ended: what the pipe still holds
     }
     if (!stream.line.empty())
         passLine(stream, stream.line + "\n");

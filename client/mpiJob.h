@@ -12,7 +12,7 @@ struct Job {
     int servers = 1;
     std::vector<std::string> environment; // NAME=value, of every task
     std::vector<std::string> options;     // more of mpiexec's, such as -f HOSTFILE
-    bool label = false;               // each line of output begins with its task's number
+    bool label = false;                   // each line of output begins with its task's number
     Output output = Output::capture;
 };
 

@@ -97,10 +97,10 @@ int runDemo(const DemoOptions& options)
     if (!grid.screen.w)
         grid.screen = scene.width ? Size{scene.width, scene.height} : usualScreen;
     requireShowable(grid);
-    requireStream(scene.file);
     const std::string picture = std::filesystem::absolute(options.picture);
     requireWritable(picture);
     std::filesystem::remove(picture); // only this run's picture counts
+    requireStream(scene.file);
 
     DisplayHandle user;
     std::vector<Window> windows;

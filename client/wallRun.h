@@ -16,8 +16,7 @@ void requireWritable(const std::string& file);
 
 /// Asks every node, the way the job will reach it, whether its wall file, display, GLX and OpenGL
 /// library are there, and whether its screen is as large as its tile. Returns what is wrong.
-std::vector<Finding> probeWall(const Wall& wall, const Job& job,
-                                   const std::vector<Place>& places);
+std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places);
 
 /// The node's side of it: looks as the server of this MPI task would, and answers in one line.
 int probeNode(const std::string& wallFile);
