@@ -66,7 +66,7 @@ TEST(WallTool, LayoutsPassTheCheckAndCountFromTheUpperLeft)
     } cases[] = {
         {{"layout", "4x2", "1920x1080", "--bezel", "40x30"},
          4,
-         {":0.0 7800 2190 0 1110 1920 1080", ":0.0 7800 2190 5880 0 1920 1080"}},
+         {":0.0 7800 2190 0 1110 1920 1080", ":0.7 7800 2190 5880 0 1920 1080"}},
         {{"layout", "2x3", "100x90", "--bezel", "0x10", "--hosts", hosts},
          2,
          {"on left\n:0.1 200 290 100 200 100 90", "on right\n:0.0 200 290 0 100 100 90",
@@ -76,7 +76,10 @@ TEST(WallTool, LayoutsPassTheCheckAndCountFromTheUpperLeft)
         const Ending ending = tool(c.arguments);
         for (const std::string& entry : c.entries)
             EXPECT_PRED_FORMAT2(testing::IsSubstring, entry + "\n", ending.out);
-        const auto findings = checkWall(readWall(temporaryFile(ending.out)));
+        const auto nodes = c.arguments.back() == hosts ? readHosts(hosts) : std::vector<Host>{};
+        const Wall wall = readWall(temporaryFile(ending.out));
+        const auto findings =
+            checkWall(wall, placeServers(nodes, static_cast<int>(wall.tiles.size())));
         EXPECT_TRUE(std::ranges::none_of(findings, &Finding::fault)) << ending.out;
         EXPECT_EQ(std::ranges::count_if(
                       findings, [](const auto& f) { return f.text.starts_with("a bezel"); }),
@@ -109,7 +112,8 @@ TEST(WallTool, CheckFindsEachMistakeOnItsLine)
         {5, ":7. 600 400 0 0 300 200", "5: .* is no X display name.*"},
         {5, "a:b:7 600 400 0 0 300 200", "5: .* is no X display name.*"},
         {5, "a b:7 600 400 0 0 300 200", "5: .* is no X display name.*"},
-        {4, "node:0.0 600 400 300 200 300 200", "4: .*also that of line 2.*"},
+        {4, "node:0.0 600 400 300 200 300 200", "4: the same screen as line 2"},
+        {6, ":7.0 600 400 300 0 300 200", "6: the same screen as line 5"},
         {6, ":8 600 400 300 0", "6: .*only 4 of the 6 numbers.*"},
         {6, ":8 600.5 400 300 0 300 200", "6: .*only 1 of the 6 numbers.*"},
         {6, ":8 600 400 300 0 300 200x", "6: .*does not read what follows the numbers:x.*"},
@@ -167,7 +171,9 @@ TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
 {
     std::vector<VirtualDisplay> displays = startDisplays(1, 100, 100);
     const std::string good = displays[0].name + " 200 100 0 0 100 100\n";
-    const std::string one = temporaryFile(good);
+    const std::string one = temporaryFile(displays[0].name + " 100 100 0 0 100 100\n");
+    const std::string large = temporaryFile(displays[0].name + " 110 90 0 0 110 90\n");
+    const std::string screen7 = temporaryFile(displays[0].name + ".7 9 9 0 0 9 9\n");
     const std::string two = temporaryFile(good + ":5999 200 100 100 0 100 100\n");
     const std::string hosts = temporaryFile("upper\nlower:3\n");
     const std::string stream = EXAMPLES "/gears.mws";
@@ -184,10 +190,39 @@ TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
 
     const Ending noDisplay =
         tool({"run", "--wall", two, stream}, {"SYSTEM_OPENGL_LIB=" + findSystemOpenGL()});
-    expectEnd(noDisplay, 1, "server 1 on " + own + ": the display :5999 cannot be opened");
+    expectEnd(noDisplay, 1, "server 1 (line 2): the display :5999 cannot be opened");
     EXPECT_PRED_FORMAT2(testing::IsNotSubstring, "server 0", noDisplay.err);
-    expectEnd(tool({"run", "--wall", one, stream}, {"SYSTEM_OPENGL_LIB=/nonexistent.so"}), 1,
-              "/nonexistent.so cannot be loaded");
+    const struct {
+        std::vector<std::string> arguments, environment;
+        std::string fault;
+    } refused[] = {
+        {{one, stream}, {"SYSTEM_OPENGL_LIB=/nonexistent.so"}, "/nonexistent.so cannot be loaded"},
+        {{one, stream}, {"SYSTEM_OPENGL_LIB=libX11.so.6"}, "libX11.so.6 is no OpenGL library"},
+        {{large, stream}, {}, "server 0 (line 1): the tile is 110x90, its screen 100x100"},
+        {{screen7, stream}, {}, "the display " + displays[0].name + " has no screen 7"},
+        {{temporaryFile(good), stream}, {}, "fault: no server shows 100x100 pixels at (100, 0)"},
+        {{one, hosts}, {}, hosts + ": at byte 0"},
+        {{one, stream, "--snapshot", "/nonexistent/wall.png"}, {}, "/nonexistent/wall.png"},
+        {{one, stream, "--hosts", hosts}, {"HYDRA_LAUNCHER_EXEC=false"}, "on upper: its node"},
+    };
+    for (const auto& c : refused) {
+        std::vector<std::string> arguments{"run", "--wall"};
+        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+        const auto start = std::chrono::steady_clock::now();
+        expectEnd(tool(arguments, c.environment), 1, c.fault);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50)) << c.fault;
+    }
+    const Ending killed = tool({"run", "--wall", one, stream, "--then", "kill -9 $PPID"},
+                               virtualWallEnvironment("replaced"));
+    expectEnd(killed, 1, "mosa-wall: the job failed; the first message above is the cause\n");
+    EXPECT_PRED_FORMAT2(testing::IsNotSubstring, "EXIT STRING", killed.out + killed.err);
+    Process run = startProcess(
+        {.argv = {built("mosa-wall"), "run", "--wall", one, "--loop", "1000000", stream},
+         .environment = virtualWallEnvironment("replaced"),
+         .output = Output::capture});
+    waitForText(run, "using display");
+    kill(run.pid, SIGINT);
+    expectEnd(finishProcess(run, jobTime), 130, "mosa-wall: interrupted\n");
     expectEnd(tool({"run", "--wall", one, stream}, virtualWallEnvironment("replaced")), 0,
               "20 frames");
     stopDisplays(displays);
