@@ -4,7 +4,6 @@
 #include <array>
 #include <climits>
 #include <csignal>
-#include <string_view>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -22,21 +21,6 @@ struct Stream {
     int blanks = 0;   // empty lines not yet passed on: one begins mpiexec's remarks
     bool any = false; // it had lines of the tasks
 };
-
-bool isRemark(std::string_view line)
-{
-    constexpr std::string_view beginnings[] = {
-        "=====",
-        "=   ",
-        "YOUR APPLICATION TERMINATED WITH THE EXIT",
-        "This typically refers to a problem with your application",
-        "Please see the FAQ page for debugging",
-        "[mpiexec@",
-        "[proxy:",
-    };
-    return std::ranges::any_of(
-        beginnings, [line](std::string_view beginning) { return line.starts_with(beginning); });
-}
 
 void passLine(Stream& stream, const std::string& line)
 {
@@ -107,6 +91,21 @@ int openSignals(sigset_t& before)
 }
 
 } // namespace
+
+bool isRemark(std::string_view line)
+{
+    constexpr std::string_view beginnings[] = {
+        "=====",
+        "=   ",
+        "YOUR APPLICATION TERMINATED WITH THE EXIT",
+        "This typically refers to a problem with your application",
+        "Please see the FAQ page for debugging",
+        "[mpiexec@",
+        "[proxy:",
+    };
+    return std::ranges::any_of(
+        beginnings, [line](std::string_view beginning) { return line.starts_with(beginning); });
+}
 
 JobEnding watchJob(const Job& job, Timeout timeout, std::FILE* to)
 {

@@ -4,6 +4,7 @@
 #include "client/mpiJob.h"
 
 #include <cstdio>
+#include <string_view>
 
 /// How a job ended. mpiexec's remarks stand apart from its tasks' output: the exit code that they
 /// name is made of all tasks' codes, and so is the signal that they take it for.
@@ -15,6 +16,9 @@ struct JobEnding {
     std::string out, err;    // of the tasks, when it was not passed on
     std::string remarks;
 };
+
+/// True for a line that mpiexec says itself.
+bool isRemark(std::string_view line);
 
 /// Runs a job to its end, or until SIGHUP, SIGINT or SIGTERM stops it. Passes on what the tasks
 /// write, line by line: their standard output to `to` and their errors to standard error; without

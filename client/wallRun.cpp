@@ -1,4 +1,5 @@
 #include "client/wallRun.h"
+#include "client/jobOutput.h"
 #include "client/locations.h"
 #include "client/streamFile.h"
 
@@ -131,12 +132,12 @@ Ending askNodes(const Job& job)
     return waitForEnd(process, Timeout{}) ? finishProcess(process, step) : stopProcess(process);
 }
 
-std::string withoutLaunchersLines(const std::string& text)
+std::string withoutRemarks(const std::string& text)
 {
     std::istringstream lines(text);
     std::string kept;
     for (std::string line; std::getline(lines, line);)
-        if (!line.starts_with("[mpiexec@") && !line.starts_with("[proxy:"))
+        if (!isRemark(line))
             kept += (kept.empty() ? "" : "\n") + line;
     return kept;
 }
@@ -217,7 +218,7 @@ std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vect
                                 (silent ? "its node does not answer" : answer->second.text)});
     }
     if (ending.status != 0) { // the launcher's own words say why
-        const std::string words = withoutLaunchersLines(ending.err);
+        const std::string words = withoutRemarks(ending.err);
         if (!words.empty() || findings.empty())
             findings.push_back({0, true, words.empty() ? "mpiexec failed: " + ending.err : words});
     }
