@@ -5,7 +5,8 @@
 add_library(recorder_entries OBJECT support/recorder.cpp)
 target_include_directories(recorder_entries PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_link_libraries(recorder_entries PRIVATE mosa_settings)
-target_compile_options(recorder_entries PRIVATE -O0 -fno-sanitize=all)
+set_source_files_properties(support/recorder.cpp PROPERTIES
+    COMPILE_OPTIONS "-O0;-fno-sanitize=all") # behind those of the build type
 set_target_properties(recorder_entries PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden)
 
@@ -53,4 +54,6 @@ target_link_options(in_process_test PRIVATE
     -Wl,--dynamic-list=${PROJECT_SOURCE_DIR}/overload/exports.list)
 target_link_libraries(in_process_test PRIVATE
     mosa_coding mosa_image mosa_process ZLIB::ZLIB GTest::gtest_main)
-gtest_discover_tests(in_process_test PROPERTIES TIMEOUT 120)
+# Much lives as long as the server does and is never given back.
+gtest_discover_tests(in_process_test PROPERTIES
+    TIMEOUT 120 ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
