@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <unistd.h>
@@ -109,12 +110,13 @@ void playAll(Connection& connection, const std::vector<StreamFile>& files, const
 
     if (isatty(STDERR_FILENO))
         std::fputc('\r', stderr);
-    std::printf("play: %ld buffers, %ld bytes, %ld frames, %.3f seconds", totals.buffers,
-                totals.bytes, totals.frames, opened + seconds);
-    if (totals.frames > before)
-        std::printf(", %.1f frames per second after the first",
-                    static_cast<double>(totals.frames - before) / seconds);
-    std::puts("");
+    const std::string rate =
+        totals.frames > before
+            ? std::to_string(std::lround(static_cast<double>(totals.frames - before) / seconds)) +
+                  " frames per second after the first"
+            : "a single frame";
+    std::printf("play: %ld buffers, %ld bytes, %ld frames, %.3f seconds, %s\n", totals.buffers,
+                totals.bytes, totals.frames, opened + seconds, rate.c_str());
     std::fflush(stdout);
 }
 
