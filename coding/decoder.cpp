@@ -9,9 +9,9 @@
 unsigned char* bs; // first byte of the buffer
 unsigned char* be; // one past its last byte
 int knt;
-int lastOps[100];         // opcode of operation knt at knt modulo 100; never cleared
-int xx;                   // trace switch
-static unsigned char* br; // first byte of the current record, null between buffers
+int lastOps[100]; // opcode of operation knt at knt modulo 100; never cleared
+int xx;           // trace switch
+static char* br;  // first byte of the current record, null between buffers
 
 // The line that operators' scripts know this message by.
 static int ranPastEnd()
@@ -45,62 +45,83 @@ static int badOpcode(unsigned opcode)
     return abandoned(); // its length, and so the next record, is unknown
 }
 
-// Performs a record in place; null when that is left to its decoder.
-static char* performInPlace(unsigned opcode, char* args, std::int64_t room)
-{
-    switch (opcode) {
-#define OPERATION(number, name, ...)                                                               \
-    case number:                                                                                   \
-        return decodeInPlace<Op::name, decltype(::name)>(__VA_ARGS__{}, _##name, args, room);
-#define BY_HAND(number, name, ...)                                                                 \
-    case number:                                                                                   \
-        return callInPlace<Op::name>(__VA_ARGS__{}, _##name, args, room);
-#define UNPERFORMED(number, name, ...)
-#include "coding/operations.def"
-    }
-    return nullptr;
-}
-
-// Flattened: all that is decoded in place becomes part of the loop.
+// Flattened: what is decoded in place becomes part of the walk.
 [[gnu::flatten]] int decoder(unsigned char* bufStart, int length)
 {
     static int bucketID; // buffers whose walk ended exactly at their end
     constexpr int opcodeBytes = 2;
 
-    unsigned char* const bufEnd = bufStart + length;
+    // Where each operation is performed, and behind them where the walk goes when it can't go on.
+    // Every operation ends with a jump of its own to the next one's place: the processor learns for
+    // each of them what follows it, which one jump at a single place would not let it.
+    enum { leftToDecoder = operationCount, unknownOpcode, noOpcode };
+    static const void* const places[] = {
+#define OPERATION(number, name, ...) &&perform##number,
+#define BY_HAND(number, name, ...) &&perform##number,
+#define UNPERFORMED(number, name, ...) &&leftToDecoder,
+#include "coding/operations.def"
+        &&leftToDecoder,
+        &&unknownOpcode,
+        &&noOpcode,
+    };
+    static_assert(std::size(places) == noOpcode + 1);
+
+    char* const bufEnd = reinterpret_cast<char*>(bufStart + length);
     bs = bufStart;
-    be = bufEnd;
+    be = bufStart + length;
     int index = -1; // knt, in a register
     knt = index;
     int* last = lastOps; // where the next opcode goes
-    unsigned char* b = bufStart;
-    for (;;) {
-        br = b;
-        if (bufEnd - b < opcodeBytes)
-            break;
+    unsigned opcode = 0;
+    char* args = nullptr;                           // the record's argument block
+    char* next = reinterpret_cast<char*>(bufStart); // the next record; null: not performed in place
+
+    const auto onward = [&]() -> const void* {
+        if (!next) [[unlikely]]
+            return places[leftToDecoder];
+        br = next;
+        if (bufEnd - next < opcodeBytes) [[unlikely]]
+            return places[noOpcode];
         knt = ++index;
-        const unsigned opcode = load<std::uint16_t>(b);
-        b += opcodeBytes;
+        opcode = load<std::uint16_t>(next);
         *last = static_cast<int>(opcode);
         if (++last == std::end(lastOps)) [[unlikely]]
             last = lastOps;
         if (xx) [[unlikely]]
             trace(opcode);
+        args = next + opcodeBytes;
+        if (opcode >= operationCount) [[unlikely]]
+            return places[unknownOpcode];
+        return places[opcode];
+    };
+    // clang-format off
+    goto *onward();
 
-        char* args = reinterpret_cast<char*>(b);
-        char* next = performInPlace(opcode, args, bufEnd - b);
-        if (!next) [[unlikely]] {
-            if (opcode >= operationCount)
-                return badOpcode(opcode);
-            if (!blockFits(recordExtents[opcode], args, bufEnd - b))
-                return ranPastEnd();
-            next = glWrappers[opcode](args);
-            if (!next)
-                return abandoned();
-        }
-        b = reinterpret_cast<unsigned char*>(next);
-    }
-    if (b != bufEnd)
+#define OPERATION(number, name, ...)                                                               \
+perform##number:                                                                                   \
+    next = decodeInPlace<Op::name, decltype(::name)>(__VA_ARGS__{}, _##name, args, bufEnd - args); \
+    goto *onward();
+#define BY_HAND(number, name, ...)                                                                 \
+perform##number:                                                                                   \
+    next = callInPlace<Op::name>(__VA_ARGS__{}, _##name, args, bufEnd - args);                     \
+    goto *onward();
+#define UNPERFORMED(number, name, ...)
+#include "coding/operations.def"
+
+leftToDecoder:
+    if (!blockFits(recordExtents[opcode], args, bufEnd - args))
+        return ranPastEnd();
+    next = glWrappers[opcode](args);
+    if (!next)
+        return abandoned();
+    goto *onward();
+    // clang-format on
+
+unknownOpcode:
+    return badOpcode(opcode);
+
+noOpcode:
+    if (next != bufEnd)
         return ranPastEnd();
     ++bucketID;
     br = nullptr;
@@ -124,7 +145,7 @@ void printRecentOperations()
         return;
     std::fprintf(stderr,
                  "MOSA: in operation %d of the buffer, at byte %td of %td; the latest:", knt,
-                 br - bs, be - bs);
+                 br - reinterpret_cast<char*>(bs), be - bs);
     constexpr int shown = std::ssize(lastOps);
     for (int i = std::max(0, knt - shown + 1); i <= knt; ++i) {
         const int opcode = lastOps[i % shown];
