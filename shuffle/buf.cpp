@@ -4,6 +4,8 @@
 #include "shuffle/mw.h"
 
 #include <cstdlib>
+#include <limits>
+#include <malloc.h>
 #include <new>
 
 namespace {
@@ -33,6 +35,12 @@ _buf* makeBuf(mosa_type type, int bytes)
 }
 
 } // namespace
+
+void keepFreedMemory()
+{
+    mallopt(M_MMAP_THRESHOLD, std::numeric_limits<int>::max());
+    mallopt(M_TRIM_THRESHOLD, mostStandard * standardBytes);
+}
 
 _buf* getFreeBuf(int size)
 {
