@@ -2,12 +2,26 @@
 #include "coding/wire.h"
 
 #include <sched.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
+
+// Between two polls; `polls` counts those of one wait. A short wait keeps MPI going; a long one is
+// for the wall to draw, and on one machine its rasteriser needs the core.
+void pause(int& polls)
+{
+    constexpr int shortWait = 30;             // polls
+    constexpr useconds_t step = 10, longest = 500; // microseconds
+    if (++polls < shortWait)
+        sched_yield();
+    else
+        usleep(std::min(longest, step * static_cast<useconds_t>(polls - shortWait)));
+}
 
 void receiveAcknowledgements(Connection& connection)
 {
@@ -32,12 +46,13 @@ void pollAcknowledgements(Connection& connection)
 
 void completeSends(Connection& connection)
 {
+    int polls = 0;
     for (int flag = 0; !flag;) {
         pollAcknowledgements(connection);
         MPI_Testall(static_cast<int>(connection.sends.size()), connection.sends.data(), &flag,
                     MPI_STATUSES_IGNORE);
         if (!flag)
-            sched_yield(); // with fewer cores than tasks a server needs this one
+            pause(polls);
     }
     connection.sends.clear();
 }
@@ -86,9 +101,10 @@ void connectServers(Connection& connection, const _handshake& handshake)
 
 void waitForAcknowledgements(Connection& connection, int most)
 {
+    int polls = 0;
     while (connection.outstanding > most) {
         pollAcknowledgements(connection);
-        sched_yield();
+        pause(polls);
     }
 }
 
