@@ -4,9 +4,13 @@
 //                       sending all of a buffer to each task
 //     latency           time from sending a synchronised buffer to its acknowledgement
 //     passing           10,000 buffers, for whoever watches the servers' memory
+//     frames N FILE     a recording ten times over, at most N frames on their way; the times at
+//     which
+//                       they were sent. With one more argument only the first server counts
 // Prints one line of JSON for each measurement.
 #include "client/connection.h"
 #include "client/encoder.h"
+#include "client/streamFile.h"
 
 #include <algorithm>
 #include <chrono>
@@ -161,6 +165,28 @@ void passBuffers(Connection& connection)
     std::printf("{\"seconds\": %.3f}\n", seconds);
 }
 
+// The library bench_swaps notes the servers' side, by the same clock.
+void sendFrames(Connection& connection, int ahead, const StreamFile& file)
+{
+    std::printf("{\"sent\": [");
+    const char* comma = "";
+    for (int loop = 0; loop < 10; ++loop) {
+        bool first = true; // the frame that makes the context
+        for (const StreamBuffer& buffer : file.buffers) {
+            if (!first || loop == 0) {
+                if (buffer.hdr.sync) {
+                    waitForAcknowledgements(connection, ahead - 1);
+                    std::printf("%s%.6f", comma, since({}));
+                    comma = ", ";
+                }
+                sendBuffer(connection, file.bytes.data() + buffer.offset, buffer.hdr, ahead);
+            }
+            first = first && !buffer.hdr.sync;
+        }
+    }
+    std::printf("]}\n");
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -174,6 +200,7 @@ int main(int argc, char** argv)
     } else {
         Connection connection;
         connectServers(connection, ownHandshake);
+        connection.loose = mode != "frames" || argc > 4;
         if (mode == "slices")
             for (const int bytes : sizes)
                 measureSlices(connection, bytes);
@@ -181,6 +208,8 @@ int main(int argc, char** argv)
             measureLatency(connection);
         else if (mode == "passing")
             passBuffers(connection);
+        else if (mode == "frames" && argc >= 4)
+            sendFrames(connection, std::atoi(argv[2]), readStreamFile(argv[3]));
         finishServers(connection);
         disconnectServers(connection);
     }

@@ -15,7 +15,7 @@ namespace {
 // for the wall to draw, and on one machine its rasteriser needs the core.
 void pause(int& polls)
 {
-    constexpr int shortWait = 30;             // polls
+    constexpr int shortWait = 30;                  // polls
     constexpr useconds_t step = 10, longest = 500; // microseconds
     if (++polls < shortWait)
         sched_yield();
@@ -70,6 +70,31 @@ void startHeader(Connection& connection, const _hdr& hdr)
         startSend(connection, &hdr, sizeof hdr, task, headerTag);
 }
 
+void transmit(Connection& connection, const unsigned char* bytes, const _hdr& hdr)
+{
+    startHeader(connection, hdr);
+    for (int task = 1; hdr.size > 0 && task < connection.nNodes; ++task) {
+        const Slice slice = sliceOf(task, connection.nNodes, hdr.size);
+        startSend(connection, bytes + slice.offset, slice.count, task, clientSliceTag);
+    }
+    completeSends(connection);
+}
+
+// Asks for an acknowledgement that stands for all servers. It comes from the first one only; but a
+// buffer can reach that one only through all the others, and none of those can take more standard
+// buffers than its pool has without having decoded what came before: so one more than that, the
+// last acknowledged.
+void sendFillers(Connection& connection)
+{
+    const auto nothing = static_cast<std::uint16_t>(Op::glGetString); // ignored by the servers
+    unsigned char record[sizeof nothing];
+    std::memcpy(record, &nothing, sizeof nothing);
+    for (int i = 0; i < mostStandard; ++i)
+        transmit(connection, record, {sizeof record, 0});
+    ++connection.outstanding;
+    transmit(connection, record, {sizeof record, 1});
+}
+
 } // namespace
 
 void connectServers(Connection& connection, const _handshake& handshake)
@@ -112,26 +137,19 @@ void sendBuffer(Connection& connection, const unsigned char* bytes, _hdr hdr, in
 {
     if (hdr.size > 0 && hdr.sync) {
         waitForAcknowledgements(connection, ahead - 1);
+        if (!connection.loose && connection.nNodes > 2) {
+            transmit(connection, bytes, {hdr.size, 0});
+            sendFillers(connection);
+            return;
+        }
         ++connection.outstanding;
     }
-    startHeader(connection, hdr);
-    for (int task = 1; hdr.size > 0 && task < connection.nNodes; ++task) {
-        const Slice slice = sliceOf(task, connection.nNodes, hdr.size);
-        startSend(connection, bytes + slice.offset, slice.count, task, clientSliceTag);
-    }
-    completeSends(connection);
+    transmit(connection, bytes, hdr);
 }
 
 void finishServers(Connection& connection)
 {
-    // Acknowledgements come from the first server only. But a buffer can reach it only through all
-    // the others, and none of those can take more standard buffers than its pool has without having
-    // decoded what came before: so one more than that, the last acknowledged, and all are done.
-    const auto nothing = static_cast<std::uint16_t>(Op::glGetString); // ignored by the servers
-    unsigned char record[sizeof nothing];
-    std::memcpy(record, &nothing, sizeof nothing);
-    for (int i = 0; i <= mostStandard; ++i)
-        sendBuffer(connection, record, {sizeof record, i == mostStandard}, mostStandard);
+    sendFillers(connection);
     waitForAcknowledgements(connection, 0);
 }
 

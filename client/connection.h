@@ -10,6 +10,7 @@
 /// The connection to all servers of the job. One per process; every call on the main thread.
 struct Connection {
     int nNodes = 0;
+    bool loose = false;    // an acknowledgement stands for the first server only
     int outstanding = 0;   // synchronised buffers without an acknowledgement yet
     long acknowledged = 0; // in all
     MPI_Request acknowledgement = MPI_REQUEST_NULL;
@@ -21,8 +22,10 @@ struct Connection {
 /// process with a message when this is not task 0 of a job with at least one server.
 void connectServers(Connection& connection, const _handshake& handshake);
 
-/// Sends one buffer. A synchronised one first waits until fewer than `ahead` are outstanding.
-/// Returns when the bytes may be reused.
+/// Sends one buffer. A synchronised one first waits until fewer than `ahead` are outstanding. Its
+/// acknowledgement says that every server has decoded it, which takes 65 small buffers more where
+/// there are several servers, unless the connection is `loose`. Returns when the bytes may be
+/// reused.
 void sendBuffer(Connection& connection, const unsigned char* bytes, _hdr hdr, int ahead);
 
 /// Waits until at most `most` synchronised buffers are without an acknowledgement.

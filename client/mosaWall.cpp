@@ -90,6 +90,9 @@ void addRun(CLI::App& app, WallOptions& options)
         ->check(CLI::PositiveNumber);
     command->add_option("--ahead", options.ahead, "frames that may be on their way at once")
         ->check(CLI::PositiveNumber);
+    command->add_flag("--loose", options.loose,
+                      "let the first server alone hold the frames back: the tiles may show "
+                      "different frames");
     command->add_option("--hold", options.hold, "seconds for which the last frame stays")
         ->check(CLI::NonNegativeNumber);
     command->add_option("--then", options.then, "shell command to run with the last frame shown");

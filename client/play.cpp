@@ -17,6 +17,7 @@ struct Options {
     std::vector<std::string> files;
     int loop = 1;
     int ahead = 2;
+    bool loose = false;
     double hold = 0;
     std::string then;
 };
@@ -39,6 +40,9 @@ void parse(CLI::App& app, Options& options)
                    "how many synchronised frames may be on their way at once")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
+    app.add_flag("--loose", options.loose,
+                 "let the first server alone hold the frames back: faster, but the tiles may show "
+                 "different frames");
     app.add_option("--hold", options.hold, "keep the last frame on the wall for so many seconds")
         ->check(CLI::NonNegativeNumber);
     app.add_option("--then", options.then,
@@ -151,6 +155,7 @@ int main(int argc, char** argv)
 
     MPI_Init(&argc, &argv);
     Connection connection;
+    connection.loose = options.loose;
     connectServers(connection, files.empty() ? ownHandshake : files.front().handshake);
     if (status == 0) {
         playAll(connection, files, options);

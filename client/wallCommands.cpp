@@ -117,6 +117,8 @@ int runCommand(const WallOptions& options)
     };
     pass("--loop", options.loop == 1 ? "" : std::to_string(options.loop));
     pass("--ahead", options.ahead);
+    if (options.loose)
+        arguments.push_back("--loose");
     pass("--hold", options.hold);
     pass("--then", commandAtEnd(options));
     Job job = wallJob(wall, hostsOf(options), arguments);

@@ -16,7 +16,7 @@ struct WallOptions {
     std::string hold, ahead, then;    // for play
     int loop = 1;
     int frames = 600;
-    bool dryRun = false, force = false, label = false, list = false;
+    bool dryRun = false, force = false, label = false, list = false, loose = false;
     DemoOptions demo;
 };
 

@@ -45,8 +45,12 @@ static int badOpcode(unsigned opcode)
     return abandoned(); // its length, and so the next record, is unknown
 }
 
-// Flattened: what is decoded in place becomes part of the walk.
-[[gnu::flatten]] int decoder(unsigned char* bufStart, int length)
+// Flattened: what is decoded in place becomes part of the walk. A build with checks needs no speed,
+// and the compiler would take minutes.
+#ifdef NDEBUG
+[[gnu::flatten]]
+#endif
+int decoder(unsigned char* bufStart, int length)
 {
     static int bucketID; // buffers whose walk ended exactly at their end
     constexpr int opcodeBytes = 2;

@@ -1,7 +1,10 @@
 // The way of the bytes from the client to every server, and of the acknowledgements back.
+#include "client/streamFile.h"
 #include "tests/jobSupport.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <fstream>
 
 namespace {
 
@@ -48,6 +51,41 @@ TEST(Wire, AcknowledgementsWaitForTheClient)
     const Ending ending =
         run(clientJob(2, {"send", "5000", "1", "#41", "acknowledged", "5000", "end"}));
     EXPECT_EQ(ending.status, 0) << ending.err;
+}
+
+// Plays 40 frames to three servers, the second of which is slow: how many frames apart their tiles
+// were at most.
+long mostApart(const Strings& options)
+{
+    const std::vector<unsigned char> swap{0x8E, 0x04, 0, 0, 0, 0, 0, 0, 0, 0};
+    const std::string stream = temporaryFile("");
+    writeStreamFile(stream, std::vector<OutgoingBuffer>(40, {swap, 1}));
+    const std::string shown = temporaryFile("");
+    Job job = clientJob(3, {}, {overloads(), "MOSA_TEST_SHOWN=" + shown});
+    job.client = {built("play"), stream};
+    job.client.insert(job.client.end(), options.begin(), options.end());
+    const Ending ending = run(job);
+    EXPECT_EQ(ending.status, 0) << ending.err;
+
+    long frames[3] = {};
+    long apart = 0;
+    std::ifstream file(shown);
+    for (char server = 0; file >> server;) {
+        ++frames[server - '0'];
+        const auto [least, most] = std::minmax_element(std::begin(frames), std::end(frames));
+        apart = std::max(apart, *most - *least);
+    }
+    for (const long count : frames)
+        EXPECT_EQ(count, 40);
+    return apart;
+}
+
+// Acknowledgements come from the first server alone.
+TEST(Wire, FramesOfASlowTile)
+{
+    EXPECT_EQ(mostApart({"--ahead", "1"}), 1);
+    EXPECT_EQ(mostApart({"--ahead", "3"}), 1);
+    EXPECT_GT(mostApart({"--ahead", "1", "--loose"}), 1);
 }
 
 } // namespace
