@@ -4,9 +4,8 @@
 //                       sending all of a buffer to each task
 //     latency           time from sending a synchronised buffer to its acknowledgement
 //     passing           10,000 buffers, for whoever watches the servers' memory
-//     frames N FILE     a recording ten times over, at most N frames on their way; the times at
-//     which
-//                       they were sent. With one more argument only the first server counts
+//     frames N FILE     the times at which a recording's frames were sent, at most N on their way,
+//                       ten times over; with one more argument only the first server counts
 // Prints one line of JSON for each measurement.
 #include "client/connection.h"
 #include "client/encoder.h"

@@ -18,7 +18,10 @@ struct Swaps {
 
     ~Swaps()
     {
-        const std::string name = std::getenv("MOSA_BENCH_SWAPS") + ('.' + std::to_string(serverID));
+        const char* base = std::getenv("MOSA_BENCH_SWAPS");
+        if (!base)
+            return;
+        const std::string name = std::string(base) + '.' + std::to_string(serverID);
         std::FILE* file = std::fopen(name.c_str(), "w");
         if (!file)
             return;

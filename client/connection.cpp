@@ -13,7 +13,7 @@ namespace {
 
 // Between two polls; `polls` counts those of one wait. A short wait keeps MPI going; a long one is
 // for the wall to draw, and on one machine its rasteriser needs the core.
-void pause(int& polls)
+void betweenPolls(int& polls)
 {
     constexpr int shortWait = 30;                  // polls
     constexpr useconds_t step = 10, longest = 500; // microseconds
@@ -23,25 +23,20 @@ void pause(int& polls)
         usleep(std::min(longest, step * static_cast<useconds_t>(polls - shortWait)));
 }
 
-void receiveAcknowledgements(Connection& connection)
+// Keeps one receive posted while acknowledgements are due, and takes in one if it has arrived.
+bool pollAcknowledgements(Connection& connection)
 {
+    if (connection.outstanding == 0)
+        return false;
+    if (connection.acknowledgement == MPI_REQUEST_NULL)
+        MPI_Irecv(&connection.acknowledgementValue, sizeof connection.acknowledgementValue,
+                  MPI_BYTE, 1, acknowledgementTag, MPI_COMM_WORLD, &connection.acknowledgement);
     int flag = 0;
     MPI_Test(&connection.acknowledgement, &flag, MPI_STATUS_IGNORE);
     if (!flag)
-        return;
+        return false;
     --connection.outstanding;
-    ++connection.acknowledged;
-    connection.acknowledgement = MPI_REQUEST_NULL;
-}
-
-// Keeps one receive posted while acknowledgements are due, and takes in what has arrived.
-void pollAcknowledgements(Connection& connection)
-{
-    if (connection.outstanding > 0 && connection.acknowledgement == MPI_REQUEST_NULL)
-        MPI_Irecv(&connection.acknowledgementValue, sizeof connection.acknowledgementValue,
-                  MPI_BYTE, 1, acknowledgementTag, MPI_COMM_WORLD, &connection.acknowledgement);
-    if (connection.acknowledgement != MPI_REQUEST_NULL)
-        receiveAcknowledgements(connection);
+    return true;
 }
 
 void completeSends(Connection& connection)
@@ -52,7 +47,7 @@ void completeSends(Connection& connection)
         MPI_Testall(static_cast<int>(connection.sends.size()), connection.sends.data(), &flag,
                     MPI_STATUSES_IGNORE);
         if (!flag)
-            pause(polls);
+            betweenPolls(polls);
     }
     connection.sends.clear();
 }
@@ -82,14 +77,15 @@ void transmit(Connection& connection, const unsigned char* bytes, const _hdr& hd
 
 // Asks for an acknowledgement that stands for all servers. It comes from the first one only; but a
 // buffer can reach that one only through all the others, and none of those can take more standard
-// buffers than its pool has without having decoded what came before: so one more than that, the
-// last acknowledged.
+// buffers than its pool has without having decoded what came before, be it one of the pool or a
+// large one: so one more than the pool has, the last acknowledged.
 void sendFillers(Connection& connection)
 {
+    const int unacknowledged = connection.nNodes > 2 ? mostStandard : 0;
     const auto nothing = static_cast<std::uint16_t>(Op::glGetString); // ignored by the servers
     unsigned char record[sizeof nothing];
     std::memcpy(record, &nothing, sizeof nothing);
-    for (int i = 0; i < mostStandard; ++i)
+    for (int i = 0; i < unacknowledged; ++i)
         transmit(connection, record, {sizeof record, 0});
     ++connection.outstanding;
     transmit(connection, record, {sizeof record, 1});
@@ -126,11 +122,9 @@ void connectServers(Connection& connection, const _handshake& handshake)
 
 void waitForAcknowledgements(Connection& connection, int most)
 {
-    int polls = 0;
-    while (connection.outstanding > most) {
-        pollAcknowledgements(connection);
-        pause(polls);
-    }
+    for (int polls = 0; connection.outstanding > most;)
+        if (!pollAcknowledgements(connection))
+            betweenPolls(polls);
 }
 
 void sendBuffer(Connection& connection, const unsigned char* bytes, _hdr hdr, int ahead)

@@ -10,9 +10,8 @@
 /// The connection to all servers of the job. One per process; every call on the main thread.
 struct Connection {
     int nNodes = 0;
-    bool loose = false;    // an acknowledgement stands for the first server only
-    int outstanding = 0;   // synchronised buffers without an acknowledgement yet
-    long acknowledged = 0; // in all
+    bool loose = false;  // an acknowledgement stands for the first server only
+    int outstanding = 0; // synchronised buffers without an acknowledgement yet
     MPI_Request acknowledgement = MPI_REQUEST_NULL;
     std::int32_t acknowledgementValue = 0;
     std::vector<MPI_Request> sends; // of the buffer on its way

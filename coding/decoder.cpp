@@ -55,7 +55,8 @@ int decoder(unsigned char* bufStart, int length)
     static int bucketID; // buffers whose walk ended exactly at their end
     constexpr int opcodeBytes = 2;
 
-    // Where each operation is performed, and behind them where the walk goes when it can't go on.
+    // Where each operation is performed; behind them, where the walk goes with one that is left to
+    // its decoder, with an opcode that there is not, and without one.
     // The operations of OpenGL 1.1 end with a jump of their own to the next one's place: the
     // processor learns for each of them what follows it. The others, and those decoded by hand,
     // share one; with a jump for each of them, too, this would take three times as long to compile.

@@ -3,10 +3,12 @@
 #include "coding/invariant.h"
 #include "shuffle/mw.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <limits>
+#include <iterator>
 #include <malloc.h>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -21,11 +23,52 @@ _buf* head;
 _buf* tail;
 int nqueued;
 
+// Memory of released large buffers, kept for the next ones, at most as much as the pool's: the page
+// faults of new memory would take longer than the bytes' way over MPI.
+constexpr std::size_t spares = 4;
+constexpr std::size_t largestSpare = std::size_t{mostStandard} * standardBytes / spares;
+
+pthread_mutex_t spare_lock = PTHREAD_MUTEX_INITIALIZER; // guards the two below
+unsigned char* spare[spares];                           // null: none
+std::size_t nextReplaced;                               // when all are there
+
+// A spare block for `bytes`, not more than twice as large; null when there is none.
+unsigned char* takeSpare(std::size_t bytes)
+{
+    unsigned char* found = nullptr;
+    pthread_mutex_lock(&spare_lock);
+    for (unsigned char*& block : spare) {
+        const std::size_t there = block ? malloc_usable_size(block) : 0;
+        if (!found && there >= bytes && there / 2 <= bytes)
+            std::swap(found, block);
+    }
+    pthread_mutex_unlock(&spare_lock);
+    return found;
+}
+
+void keepSpare(unsigned char* block)
+{
+    if (malloc_usable_size(block) <= largestSpare) {
+        pthread_mutex_lock(&spare_lock);
+        unsigned char** place = std::find(std::begin(spare), std::end(spare), nullptr);
+        if (place == std::end(spare)) {
+            place = &spare[nextReplaced];
+            nextReplaced = (nextReplaced + 1) % spares;
+        }
+        std::swap(block, *place);
+        pthread_mutex_unlock(&spare_lock);
+    }
+    std::free(block);
+}
+
 _buf* makeBuf(mosa_type type, int bytes)
 {
+    const auto size = static_cast<std::size_t>(bytes);
     auto* b = new (std::nothrow) _buf{};
     require(b, "b");
-    b->data = static_cast<unsigned char*>(std::malloc(static_cast<std::size_t>(bytes)));
+    b->data = type == big ? takeSpare(size) : nullptr;
+    if (!b->data)
+        b->data = static_cast<unsigned char*>(std::malloc(size));
     require(b->data, "b->data");
     b->type = type;
     b->allocsize = bytes;
@@ -35,12 +78,6 @@ _buf* makeBuf(mosa_type type, int bytes)
 }
 
 } // namespace
-
-void keepFreedMemory()
-{
-    mallopt(M_MMAP_THRESHOLD, std::numeric_limits<int>::max());
-    mallopt(M_TRIM_THRESHOLD, mostStandard * standardBytes);
-}
 
 _buf* getFreeBuf(int size)
 {
@@ -66,7 +103,7 @@ _buf* getFreeBuf(int size)
 void freeBuf(_buf* b)
 {
     if (b->type == big) {
-        std::free(b->data);
+        keepSpare(b->data);
         pthread_mutex_destroy(&b->lock);
         pthread_cond_destroy(&b->wait);
         delete b;

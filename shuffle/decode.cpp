@@ -5,8 +5,9 @@
 void* decodeThread(void* /*s*/)
 {
     while (_buf* b = getBufFromQueue()) {
+        const StatsClock::time_point began = StatsClock::now();
         decoder(b->data, b->size);
-        countBuffer(*b, knt + 1);
+        countBuffer(*b, knt + 1, StatsClock::now() - began);
         if (b->sync) {
             pthread_mutex_lock(&ackLock);
             ++ackKnt;

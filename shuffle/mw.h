@@ -65,10 +65,6 @@ struct _buf {
     pthread_cond_t wait;
 };
 
-/// Has the C library keep what large buffers leave behind, at most as much as the pool may hold, for
-/// the next ones: new pages would take longer than the bytes' way over MPI. Before any thread.
-void keepFreedMemory();
-
 /// A buffer for at least `size` bytes, or null once `done` is set (large requests are still
 /// served). Blocks while all standard buffers are in use. Main thread.
 _buf* getFreeBuf(int size);

@@ -238,7 +238,6 @@ int main(int argc, char** argv)
             "  mpiexec -n 1 CLIENT : -n SERVERS server");
         return 0;
     }
-    keepFreedMemory();
     syncOnSwap = numberFromEnvironment("MOSA_SYNC_ON_SWAP");
     swapOnRetrace = numberFromEnvironment("MOSA_SWAP_ON_RETRACE");
     xx = numberFromEnvironment("MOSA_TRACE") != 0;

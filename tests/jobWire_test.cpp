@@ -53,13 +53,19 @@ TEST(Wire, AcknowledgementsWaitForTheClient)
     EXPECT_EQ(ending.status, 0) << ending.err;
 }
 
-// Plays 40 frames to three servers, the second of which is slow: how many frames apart their tiles
-// were at most.
+// Plays 40 frames, half of them in large buffers, to three servers, the second of which is slow:
+// how many frames apart their tiles were at most.
 long mostApart(const Strings& options)
 {
     const std::vector<unsigned char> swap{0x8E, 0x04, 0, 0, 0, 0, 0, 0, 0, 0};
+    std::vector<unsigned char> large(2'000'000, 0);
+    for (std::size_t i = 0; i < large.size(); i += 2)
+        large[i] = 39; // ignored by the servers
+    large.insert(large.begin(), swap.begin(), swap.end());
+    std::vector<OutgoingBuffer> frames(20, {swap, 1});
+    frames.resize(40, {large, 1});
     const std::string stream = temporaryFile("");
-    writeStreamFile(stream, std::vector<OutgoingBuffer>(40, {swap, 1}));
+    writeStreamFile(stream, frames);
     const std::string shown = temporaryFile("");
     Job job = clientJob(3, {}, {overloads(), "MOSA_TEST_SHOWN=" + shown});
     job.client = {built("play"), stream};
@@ -67,15 +73,15 @@ long mostApart(const Strings& options)
     const Ending ending = run(job);
     EXPECT_EQ(ending.status, 0) << ending.err;
 
-    long frames[3] = {};
+    long shownBy[3] = {};
     long apart = 0;
     std::ifstream file(shown);
     for (char server = 0; file >> server;) {
-        ++frames[server - '0'];
-        const auto [least, most] = std::minmax_element(std::begin(frames), std::end(frames));
+        ++shownBy[server - '0'];
+        const auto [least, most] = std::minmax_element(std::begin(shownBy), std::end(shownBy));
         apart = std::max(apart, *most - *least);
     }
-    for (const long count : frames)
+    for (const long count : shownBy)
         EXPECT_EQ(count, 40);
     return apart;
 }
