@@ -29,7 +29,7 @@ if(NOT FUZZ_COMPILER OR MOSA_SANITIZE)
     message(STATUS "No fuzz target: no clang 17 or later, or a build with sanitizers")
     return()
 endif()
-set(FUZZ_SECONDS 45 CACHE STRING "How long the test fuzz.run fuzzes")
+set(FUZZ_SECONDS 30 CACHE STRING "How long the test fuzz.run fuzzes")
 set(FUZZ_FLAGS -std=c++20 -O1 -g -DMOSA_LIBFUZZER -DMOSA_VERSION="${PROJECT_VERSION}"
     -I${PROJECT_SOURCE_DIR} -fno-omit-frame-pointer
     # Operations are called through one table of functions without a prototype.
