@@ -16,7 +16,11 @@ add_dependencies(job_test server play jobClient jobOverload recorder)
 gtest_discover_tests(job_test PROPERTIES TIMEOUT 300 PROCESSORS 2 RESOURCE_LOCK jobs LABELS jobs
     ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
 
-# The threads alone, with MPI and the decoder replaced, always under the thread sanitizer.
+# The threads alone, with MPI and the decoder replaced, always under the thread sanitizer: a build with
+# sanitizers need not have it again.
+if(MOSA_SANITIZE)
+    return()
+endif()
 file(GLOB SHUFFLE CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/shuffle/*.cpp)
 add_executable(threads_test threads/threads_test.cpp ${SHUFFLE})
 # In this directory's targets only.
