@@ -37,7 +37,8 @@ TEST(Stats, LinesWhileTheStreamRunsAndTheTotals)
     const std::string with = playGears(displays[0].name, "1", "2.5");
     EXPECT_GE(countOf(with, R"(last 1\.\d s: \d+ frames .*, \d+)"), 2) << with;
     EXPECT_EQ(countOf(with, R"(in all \d+\.\d s: 21 frames \(\d+\.\d per second\), )"
-                            "1784 operations, 22424 bytes, 0 messages suppressed, decoding [1-9]\\d?% of the time, 0"),
+                            "1784 operations, 22424 bytes, 0 messages suppressed, decoding "
+                            "[1-9]\\d?% of the time, 0"),
               1)
         << with;
     for (const char* off : {"", "often"})
