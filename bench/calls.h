@@ -67,7 +67,7 @@ inline void installNothing(glOp* table)
     table[number] = reinterpret_cast<glOp>(Entry<Op::name, decltype(::name)>::nothing);
 #define BY_HAND OPERATION
 #define UNPERFORMED(number, name, ...)
-#include "coding/operations.def"
+#include "wire/operations.def"
 }
 
 /// Makes every entry one that records a call to the entry that does nothing, or (`throughTable`) to
@@ -83,7 +83,7 @@ void installRecording(glOp* table)
     }
 #define BY_HAND OPERATION
 #define UNPERFORMED(number, name, ...)
-#include "coding/operations.def"
+#include "wire/operations.def"
 }
 
 /// Makes the calls from word `first` up to word `last`.

@@ -2,6 +2,8 @@
 #include "bench/calls.h"
 #include "bench/streams.h"
 #include "client/streamFile.h"
+#include "coding/decoder.h"
+#include "coding/fromWire.h"
 
 #include <benchmark/benchmark.h>
 

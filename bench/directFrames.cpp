@@ -3,6 +3,7 @@
 // edges of squares: the wall's, and the application's window's.
 #include "bench/calls.h"
 #include "client/streamFile.h"
+#include "coding/decoder.h"
 #include "overload/loader.h"
 
 #include <algorithm>

@@ -4,6 +4,8 @@
 // the context.
 #include "bench/streams.h"
 #include "client/streamFile.h"
+#include "coding/decoder.h"
+#include "coding/fromWire.h"
 #include "overload/loader.h"
 
 #include <benchmark/benchmark.h>

@@ -1,7 +1,7 @@
 // An overload library that notes when each frame is shown: a line of seconds for every swap,
 // written to the file MOSA_BENCH_SWAPS.N of server N as the server ends.
 #include "bench/calls.h"
-#include "shuffle/mw.h"
+#include "coding/serverProcess.h"
 
 #include <chrono>
 #include <cstdio>

@@ -1,5 +1,5 @@
 #include "client/connection.h"
-#include "coding/wire.h"
+#include "wire/opcodes.h"
 
 #include <sched.h>
 #include <unistd.h>
@@ -23,22 +23,6 @@ void betweenPolls(int& polls)
         usleep(std::min(longest, step * static_cast<useconds_t>(polls - shortWait)));
 }
 
-// Keeps one receive posted while acknowledgements are due, and takes in one if it has arrived.
-bool pollAcknowledgements(Connection& connection)
-{
-    if (connection.outstanding == 0)
-        return false;
-    if (connection.acknowledgement == MPI_REQUEST_NULL)
-        MPI_Irecv(&connection.acknowledgementValue, sizeof connection.acknowledgementValue,
-                  MPI_BYTE, 1, acknowledgementTag, MPI_COMM_WORLD, &connection.acknowledgement);
-    int flag = 0;
-    MPI_Test(&connection.acknowledgement, &flag, MPI_STATUS_IGNORE);
-    if (!flag)
-        return false;
-    --connection.outstanding;
-    return true;
-}
-
 void completeSends(Connection& connection)
 {
     int polls = 0;
@@ -58,11 +42,11 @@ void startSend(Connection& connection, const void* bytes, int count, int task, i
     MPI_Isend(bytes, count, MPI_BYTE, task, tag, MPI_COMM_WORLD, &connection.sends.back());
 }
 
-// The header starts down its tree at tasks 1 and 2.
 void startHeader(Connection& connection, const _hdr& hdr)
 {
-    for (int task = 1; task <= 2 && task < connection.nNodes; ++task)
-        startSend(connection, &hdr, sizeof hdr, task, headerTag);
+    for (const int kid : headerTree(0, connection.nNodes).kids)
+        if (kid > 0)
+            startSend(connection, &hdr, sizeof hdr, kid, headerTag);
 }
 
 void transmit(Connection& connection, const unsigned char* bytes, const _hdr& hdr)
@@ -120,6 +104,23 @@ void connectServers(Connection& connection, const _handshake& handshake)
     MPI_Bcast(&sent, sizeof sent, MPI_BYTE, 0, MPI_COMM_WORLD);
 }
 
+bool pollAcknowledgements(Connection& connection)
+{
+    // One receive is posted for as long as acknowledgements are due.
+    if (connection.outstanding == 0)
+        return false;
+    if (connection.acknowledgement == MPI_REQUEST_NULL)
+        MPI_Irecv(&connection.acknowledgementValue, sizeof connection.acknowledgementValue,
+                  MPI_BYTE, 1, acknowledgementTag, MPI_COMM_WORLD, &connection.acknowledgement);
+    int flag = 0;
+    MPI_Test(&connection.acknowledgement, &flag, MPI_STATUS_IGNORE);
+    if (!flag)
+        return false;
+    --connection.outstanding;
+    ++connection.acknowledged;
+    return true;
+}
+
 void waitForAcknowledgements(Connection& connection, int most)
 {
     for (int polls = 0; connection.outstanding > most;)
@@ -149,7 +150,6 @@ void finishServers(Connection& connection)
 
 void disconnectServers(Connection& connection)
 {
-    constexpr _hdr end{-1, 0};
-    startHeader(connection, end);
+    startHeader(connection, endOfStream);
     completeSends(connection);
 }

@@ -1,7 +1,7 @@
 // Task 0's side of the job: the handshake, command buffers out, acknowledgements in.
 #pragma once
 
-#include "shuffle/mw.h"
+#include "wire/framing.h"
 
 #include <vector>
 
@@ -10,8 +10,9 @@
 /// The connection to all servers of the job. One per process; every call on the main thread.
 struct Connection {
     int nNodes = 0;
-    bool loose = false;  // an acknowledgement stands for the first server only
-    int outstanding = 0; // synchronised buffers without an acknowledgement yet
+    bool loose = false;    // an acknowledgement stands for the first server only
+    int outstanding = 0;   // synchronised buffers without an acknowledgement yet
+    long acknowledged = 0; // and those with
     MPI_Request acknowledgement = MPI_REQUEST_NULL;
     std::int32_t acknowledgementValue = 0;
     std::vector<MPI_Request> sends; // of the buffer on its way
@@ -26,6 +27,9 @@ void connectServers(Connection& connection, const _handshake& handshake);
 /// there are several servers, unless the connection is `loose`. Returns when the bytes may be
 /// reused.
 void sendBuffer(Connection& connection, const unsigned char* bytes, _hdr hdr, int ahead);
+
+/// Takes in an acknowledgement that has arrived; false when there is none.
+bool pollAcknowledgements(Connection& connection);
 
 /// Waits until at most `most` synchronised buffers are without an acknowledgement.
 void waitForAcknowledgements(Connection& connection, int most);

@@ -9,16 +9,11 @@ std::string ownProgram();
 std::string serverProgram();
 std::string playProgram();
 
-/// A scene that comes with the system.
-struct Scene {
-    std::string name;
-    std::string file;          // its stream
-    int width = 0, height = 0; // of the program's window
-    std::string about;         // what it draws with
-};
+/// The streams of the scenes that come with the system, sorted; none when they are not installed.
+std::vector<std::string> exampleStreams();
 
-/// The scenes, by the table in the examples' README. Throws std::runtime_error when there is none.
-std::vector<Scene> readScenes();
+/// A stream's name, without folder and ending.
+std::string sceneName(const std::string& file);
 
-/// The scene of that name or file. What is neither is a file of the user's, of no known size.
-Scene findScene(const std::string& wanted);
+/// The file of that name, else the scene's. What is neither is returned as it is.
+std::string findStream(const std::string& wanted);

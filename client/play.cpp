@@ -1,6 +1,8 @@
 // Plays stream files to the servers of the job, as its task 0.
 #include "client/connection.h"
+#include "client/live.h"
 #include "client/locations.h"
+#include "client/playOptions.h"
 #include "client/streamFile.h"
 
 #include <CLI/CLI.hpp>
@@ -9,17 +11,17 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 #include <unistd.h>
 
 namespace {
 
 struct Options {
     std::vector<std::string> files;
-    int loop = 1;
-    int ahead = 2;
-    bool loose = false;
-    double hold = 0;
-    std::string then;
+    PlayOptions play;
+    bool wait = false; // with the last frame, until the standard input ends
+    std::string live;  // the socket of a running program, instead of files
+    bool progress = false;
 };
 
 struct Totals {
@@ -30,23 +32,17 @@ void parse(CLI::App& app, Options& options)
 {
     app.description("Plays recorded OpenGL command streams to the servers of an MPI job:\n"
                     "  mpiexec -n 1 play FILE... : -n SERVERS server");
-    app.add_option("FILE", options.files, "stream files, also gzip-compressed, or names of scenes")
-        ->required();
-    app.add_option("--loop", options.loop,
-                   "play the frames N times; the first frame of a file, which creates the "
-                   "contexts, plays once")
-        ->check(CLI::PositiveNumber);
-    app.add_option("--ahead", options.ahead,
-                   "how many synchronised frames may be on their way at once")
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
-    app.add_flag("--loose", options.loose,
-                 "let the first server alone hold the frames back: faster, but the tiles may show "
-                 "different frames");
-    app.add_option("--hold", options.hold, "keep the last frame on the wall for so many seconds")
-        ->check(CLI::NonNegativeNumber);
-    app.add_option("--then", options.then,
-                   "run this shell command once the last frame is on the wall");
+    auto* files = app.add_option("FILE", options.files,
+                                 "stream files, also gzip-compressed, or names of scenes");
+    auto* live = app.add_option("--live", options.live,
+                                "instead of files, a program that is captured: the socket on which "
+                                "it connects; mosa-wall run starts both");
+    live->excludes(files);
+    app.add_flag("--progress", options.progress, "say how a live program gets on, each second");
+    addPlayOptions(app, options.play);
+    app.add_flag("--wait", options.wait,
+                 "once the last frame is on the wall, say so and keep it there until the standard "
+                 "input ends");
     app.set_version_flag("--version", MOSA_VERSION);
 }
 
@@ -66,7 +62,7 @@ void playBuffers(Connection& connection, const StreamFile& file, std::size_t fir
 {
     for (std::size_t i = first; i < last; ++i) {
         const StreamBuffer& buffer = file.buffers[i];
-        sendBuffer(connection, file.bytes.data() + buffer.offset, buffer.hdr, options.ahead);
+        sendBuffer(connection, file.bytes.data() + buffer.offset, buffer.hdr, options.play.ahead);
         ++totals.buffers;
         totals.bytes += buffer.hdr.size;
         totals.frames += buffer.hdr.sync != 0;
@@ -106,7 +102,7 @@ void playAll(Connection& connection, const std::vector<StreamFile>& files, const
         const std::size_t second = secondFrame(file);
         const std::size_t end = file.buffers.size();
         playBuffers(connection, file, &file == &opening ? second : 0, end, options, totals);
-        for (int i = 1; i < options.loop; ++i)
+        for (int i = 1; i < options.play.loop; ++i)
             playBuffers(connection, file, second, end, options, totals);
     }
     finishServers(connection);
@@ -124,12 +120,38 @@ void playAll(Connection& connection, const std::vector<StreamFile>& files, const
     std::fflush(stdout);
 }
 
-int runCommand(const std::string& command)
+// What is done while the last frame is on the wall. Returns an exit status.
+int useLastFrame(const Options& options)
 {
-    if (command.empty() || std::system(command.c_str()) == 0)
+    int status = 0;
+    const std::string& command = options.play.then;
+    if (!command.empty() && std::system(command.c_str()) != 0) {
+        std::fprintf(stderr, "play: the command failed: %s\n", command.c_str());
+        status = 1;
+    }
+    std::this_thread::sleep_for(std::chrono::duration<double>(options.play.hold));
+    if (options.wait) {
+        std::puts(lastFrameLine);
+        std::fflush(stdout);
+        while (std::getchar() != EOF) {
+        }
+    }
+    return status;
+}
+
+int playIt(Connection& connection, const std::vector<StreamFile>& files, const Options& options)
+{
+    if (options.live.empty()) {
+        playAll(connection, files, options);
         return 0;
-    std::fprintf(stderr, "play: the command failed: %s\n", command.c_str());
-    return 1;
+    }
+    try {
+        playLive(connection, options.live, options.progress);
+    } catch (const std::exception& fault) {
+        std::fprintf(stderr, "play: %s\n", fault.what());
+        return 1;
+    }
+    return 0;
 }
 
 } // namespace
@@ -140,13 +162,17 @@ int main(int argc, char** argv)
     CLI::App app;
     parse(app, options);
     CLI11_PARSE(app, argc, argv);
+    if (options.files.empty() && options.live.empty()) {
+        std::fputs("FILE is required\nRun with --help for more information.\n", stderr);
+        return static_cast<int>(CLI::ExitCodes::RequiredError);
+    }
 
     // A damaged file is found before anything of it is sent; the job still ends in order.
     std::vector<StreamFile> files;
     int status = 0;
     try {
         for (const std::string& name : options.files)
-            files.push_back(readStreamFile(findScene(name).file));
+            files.push_back(readStreamFile(findStream(name)));
     } catch (const std::exception& fault) {
         std::fprintf(stderr, "play: %s\n", fault.what());
         files.clear();
@@ -155,12 +181,12 @@ int main(int argc, char** argv)
 
     MPI_Init(&argc, &argv);
     Connection connection;
-    connection.loose = options.loose;
+    connection.loose = options.play.loose;
     connectServers(connection, files.empty() ? ownHandshake : files.front().handshake);
     if (status == 0) {
-        playAll(connection, files, options);
-        status = runCommand(options.then);
-        usleep(static_cast<useconds_t>(options.hold * 1e6));
+        status = playIt(connection, files, options);
+        if (status == 0)
+            status = useLastFrame(options);
     }
     disconnectServers(connection);
     MPI_Finalize();

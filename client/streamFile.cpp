@@ -1,5 +1,5 @@
 #include "client/streamFile.h"
-#include "coding/buffer.h"
+#include "wire/values.h"
 
 #include <zlib.h>
 
@@ -97,8 +97,7 @@ void writeStreamFile(const std::string& name, const std::vector<OutgoingBuffer>&
         write(&hdr, sizeof hdr);
         write(buffer.bytes.data(), buffer.bytes.size());
     }
-    constexpr _hdr end{-1, 0};
-    write(&end, sizeof end);
+    write(&endOfStream, sizeof endOfStream);
     if (!file.flush())
         fail(name, std::strerror(errno));
 }

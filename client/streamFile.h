@@ -2,7 +2,7 @@
 // header and its bytes, then a header with a negative size. Files may be gzip-compressed.
 #pragma once
 
-#include "shuffle/mw.h"
+#include "wire/framing.h"
 
 #include <cstddef>
 #include <string>

@@ -8,6 +8,12 @@ foreach(program server play)
 endforeach()
 install(TARGETS streamdump mosa-wall DESTINATION ${CMAKE_INSTALL_BINDIR})
 
+# The capture library stands under the system libraries' names, in a folder where only mosa-wall looks.
+install(TARGETS capture LIBRARY DESTINATION lib/mosa/capture)
+foreach(library libGL.so.1 libOpenGL.so.0 libGLX.so.0 libEGL.so.1)
+    install(FILES ${CMAKE_BINARY_DIR}/capture/${library} DESTINATION lib/mosa/capture)
+endforeach()
+
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/mosa)
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} PATTERN man EXCLUDE)
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
@@ -30,7 +36,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION x11)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS mpich) # for its mpiexec
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "libgl1, libglx-mesa0, libgl1-mesa-dri, xvfb")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "libgl1, libopengl0, libegl1, libglx-mesa0, libgl1-mesa-dri, xvfb")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS xserver-xephyr)
 set(CPACK_STRIP_FILES ON)
 include(CPack)

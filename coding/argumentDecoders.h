@@ -3,7 +3,10 @@
 // to save. docs/performance.md has the figures.
 #pragma once
 
+#include "coding/buffer.h"
+#include "coding/decoder.h"
 #include "coding/fromWire.h"
+#include "coding/keptData.h"
 
 #include <cstdio>
 
@@ -25,13 +28,6 @@ auto arrayAt(char* at)
     using Pointer = typename Signature<F>::template Parameter<i>;
     return reinterpret_cast<Pointer>(at);
 }
-
-/// Whether a DataBlock's data are kept. g++ 12 takes no address comparison for a constant while it
-/// sanitizes, so specialisation tells.
-template <ScratchBuffer*>
-inline constexpr bool isKept = true;
-template <>
-inline constexpr bool isKept<nullptr> = false;
 
 // One decoder for each layout.
 
@@ -84,24 +80,8 @@ char* decode(ParameterArray<sizes>, char* args)
     return values + (size ? size->bytes : sizes.otherwise);
 }
 
-/// True when the names that a glCallLists calls lie within the `there` bytes that it has. They have
-/// three types of their own. Otherwise says so.
-inline bool namesArrived(const char* args, std::int64_t there)
-{
-    const auto n = load<GLsizei>(args);
-    const auto type = load<GLenum>(args + 4);
-    const bool own = type == GL_2_BYTES || type == GL_3_BYTES || type == GL_4_BYTES;
-    const std::int64_t needed =
-        byteCount(n, own ? 2 + static_cast<int>(type - GL_2_BYTES) : elementBytes(type));
-    if (needed <= there)
-        return true;
-    std::fprintf(stderr, "Attention MOSA: glCallLists: %d names need %lld bytes, %lld arrived\n", n,
-                 static_cast<long long>(needed), static_cast<long long>(there));
-    return false;
-}
-
-template <Op op, class F, Count count, Null null, ScratchBuffer* scratch>
-char* decode(DataBlock<count, null, scratch>, char* args)
+template <Op op, class F, Count count, Null null, Memory memory>
+char* decode(DataBlock<count, null, memory>, char* args)
 {
     using S = Signature<F>;
     using Places = DataBlockPlaces<F, count, null>;
@@ -114,32 +94,29 @@ char* decode(DataBlock<count, null, scratch>, char* args)
         isNull = bytes == 0;
 
     char* passed = isNull ? nullptr : data;
-    if constexpr (isKept<scratch>) {
-        if (!isNull) {
-            passed = reserve(*scratch, static_cast<int>(bytes), opNames[indexOf(op)]);
-            if (bytes > 0)
-                std::memcpy(passed, data, static_cast<std::size_t>(bytes));
-        } else if constexpr (null == Null::lastArrived)
-            passed = scratch->data;
+    if constexpr (memory != Memory::none) {
+        if (!isNull)
+            passed = keepData(memory, data, static_cast<int>(bytes), opNames[indexOf(op)]);
+        else if constexpr (null == Null::lastArrived)
+            passed = scratchOf(memory).data;
     }
-    if constexpr (op == Op::glCallLists) {
-        const std::int64_t there = isNull ? scratch->size : bytes;
-        if (passed && !namesArrived(args, there))
+    if constexpr (null == Null::lastArrived) {
+        if ((op == Op::glCallLists || isNull) &&
+            !enoughArrived(opNames[indexOf(op)], elementsNeeded<op>(args),
+                           scratchOf(memory).arrived))
             return data + bytes;
     }
     call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(passed));
     return data + bytes;
 }
 
-template <Op op, class F, ScratchBuffer& scratch, Components components, int typeAt>
-char* decode(ClientArray<scratch, components, typeAt>, char* args)
+template <Op op, class F, Memory memory, Components components, int typeAt>
+char* decode(ClientArray<memory, components, typeAt>, char* args)
 {
     using Places = ClientArrayPlaces<F, components, typeAt>;
     const std::int64_t bytes = arrayBytes<F, components, typeAt>(args, typeSize);
     char* data = args + Places::data;
-    char* array = reserve(scratch, static_cast<int>(bytes), opNames[indexOf(op)]);
-    if (bytes > 0)
-        std::memcpy(array, data, static_cast<std::size_t>(bytes));
+    char* array = keepData(memory, data, static_cast<int>(bytes), opNames[indexOf(op)]);
     constexpr GLsizei packed = 0; // the stride: elements are tightly packed on the wire
     call<op, F, Places::stride>(args, packed, arrayAt<F, Places::stride + 1>(array));
     return data + bytes;

@@ -53,7 +53,6 @@ static int badOpcode(unsigned opcode)
 int decoder(unsigned char* bufStart, int length)
 {
     static int bucketID; // buffers whose walk ended exactly at their end
-    constexpr int opcodeBytes = 2;
 
     // Where each operation is performed; behind them, where the walk goes with one that is left to
     // its decoder, with an opcode that there is not, and without one.
@@ -66,7 +65,7 @@ int decoder(unsigned char* bufStart, int length)
 #define OPERATION(number, name, ...) &&perform##number,
 #define BY_HAND(number, name, ...) &&perform##number,
 #define UNPERFORMED(number, name, ...) &&leftToDecoder,
-#include "coding/operations.def"
+#include "wire/operations.def"
         &&leftToDecoder,
         &&unknownOpcode,
         &&noOpcode,
@@ -115,7 +114,7 @@ perform##number:                                                                
     next = callInPlace<Op::name>(__VA_ARGS__{}, _##name, args, bufEnd - args);                     \
     goto share;
 #define UNPERFORMED(number, name, ...)
-#include "coding/operations.def"
+#include "wire/operations.def"
 
 share:
     goto *onward();

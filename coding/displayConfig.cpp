@@ -1,16 +1,15 @@
 #include "coding/displayConfig.h"
+#include "coding/display/banner.h"
+#include "coding/display/wallFile.h"
+#include "coding/display/xErrors.h"
 #include "coding/invariant.h"
-#include "coding/wallFile.h"
-#include "coding/xErrors.h"
-#include "shuffle/mw.h"
+#include "coding/serverProcess.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <new>
-
-int truncate(double value);
 
 namespace {
 
@@ -77,10 +76,10 @@ bool openDisplay(LocalDisplay& ldpy)
 
 } // namespace
 
-LocalDisplay* GetLocalDisplay(Display* appDisplay)
+LocalDisplay* GetLocalDisplay(AppDisplay appDisplay)
 {
     for (LocalDisplay* ldpy = ldpyList; ldpy; ldpy = ldpy->next)
-        if (ldpy->appDpy == appDisplay)
+        if (AppDisplay(ldpy->appDpy) == appDisplay)
             return ldpy;
 
     const char* fileName = std::getenv("MOSA_DISPLAY");
@@ -92,7 +91,7 @@ LocalDisplay* GetLocalDisplay(Display* appDisplay)
         _freeLocalDisplay(ldpy);
         return nullptr;
     }
-    ldpy->appDpy = appDisplay;
+    ldpy->appDpy = asParameter<Display*>(appDisplay);
     ldpy->next = ldpyList;
     ldpyList = ldpy;
     const MWRect& rect = ldpy->rect;

@@ -1,12 +1,7 @@
 #include "coding/argumentDecoders.h"
-#include "coding/invariant.h"
 
-#include <bit>
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <string>
-
-static_assert(std::endian::native == std::endian::little, "the stream is read as it stands");
 
 namespace {
 
@@ -14,9 +9,17 @@ template <Op op, class F, int length>
 char* decode(LengthlessVector<length>, char* args)
 {
     std::fprintf(stderr, "Attention MOSA: %s: unknown param value\n", opNames[indexOf(op)]);
-    if constexpr (length == unknowable)
+    if constexpr (length == unknowable) {
+        // The library reads as many elements as the vector's declared type has, four at most.
+        constexpr int most = 4;
+        alignas(double) char elements[most * elementSize<F, 1>()] = {};
+        const char* vector = args + 4;
+        const auto left = reinterpret_cast<char*>(be) - vector;
+        std::memcpy(elements, vector,
+                    static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(left, 0, sizeof elements)));
+        call<op, F, 1>(args, arrayAt<F, 1>(elements));
         return nullptr;
-    else {
+    } else {
         call<op, F, 1>(args, arrayAt<F, 1>(args + 4));
         return args + 4 + vectorBytes<F, length>(args);
     }
@@ -38,22 +41,9 @@ char* decode(Ignored, char* args)
 
 } // namespace
 
-char* reserve(ScratchBuffer& scratch, int bytes, const char* operation)
-{
-    if (bytes > scratch.size) {
-        std::free(scratch.data);
-        scratch.data = static_cast<char*>(std::malloc(static_cast<std::size_t>(bytes)));
-        if (!scratch.data)
-            invariantFailed(scratch.name, ("coding/" + std::string(operation) + "_decode").c_str(),
-                            __LINE__, ("_" + std::string(operation)).c_str());
-        scratch.size = bytes;
-    }
-    return scratch.data;
-}
-
 #define OPERATION(number, name, ...)                                                               \
     char* _##name(char* args) { return decode<Op::name, decltype(::name)>(__VA_ARGS__{}, args); }
 #define BY_HAND(number, name, ...)
 #define UNPERFORMED(number, name, ...)                                                             \
     char* _##name(char* args) { return decode<Op::name>(__VA_ARGS__{}, args); }
-#include "coding/operations.def"
+#include "wire/operations.def"

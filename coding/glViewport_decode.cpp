@@ -1,6 +1,5 @@
-// glViewport carries the application's window size behind its own parameters: x, y, width, height,
-// then the window's width and height, 4 bytes each. The size travels with the viewport because an
-// application sets its viewport when its window has changed.
+// glViewport carries the application's window size behind its own parameters: the tile transform
+// needs it, and the overload must still see the one before.
 #include "coding/glViewport_decode.h"
 #include "coding/fromWire.h"
 #include "coding/invariant.h"
@@ -12,19 +11,20 @@ int updateScalingNeeded;
 
 char* _glViewport(char* args)
 {
-    const auto word = [args](int i) { return load<std::int32_t>(args + 4 * i); };
-    glV_currAppWidth = word(4);
-    glV_currAppHeight = word(5);
-    perform<Op::glViewport>(word(0), word(1), word(2), word(3));
+    ViewportBlock block;
+    char* const end = loadBlock(args, block);
+    glV_currAppWidth = block.appWidth;
+    glV_currAppHeight = block.appHeight;
+    perform<Op::glViewport>(block.x, block.y, block.width, block.height);
     // Only now: the overload still worked with the size before.
     updateScalingNeeded =
         glV_currAppWidth != currAppWidth || glV_currAppHeight != currAppHeight ? 1 : 0;
     currAppWidth = glV_currAppWidth;
     currAppHeight = glV_currAppHeight;
-    constexpr int blockBytes = 24;
-    return args + blockBytes;
+    return end;
 }
 
+// These two checks are known by their lines, 30 and 31.
 void getCurrentAppWindowSize(int* w, int* h)
 {
     require(w, "w");

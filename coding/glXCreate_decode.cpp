@@ -4,56 +4,57 @@
 #include "coding/fromWire.h"
 #include "coding/serverWindows.h"
 
-namespace {
-
-template <class T>
-T word(const char* args, int offset)
-{
-    return fromWire<T>(args + offset);
-}
-
-} // namespace
-
 char* _glXChooseVisual(char* args)
 {
-    LocalVisualTable[nVisualInfos].appVI = word<VisualID>(args, 4);
-    std::vector<int> attributes = attributeList(args, 12);
-    perform<Op::glXChooseVisual>(word<Display*>(args, 0), word<int>(args, 8), attributes.data());
-    return behindAttributes(args, 12);
+    ChooseVisualBlock block;
+    char* const end = loadBlock(args, block);
+    LocalVisualTable[nVisualInfos].appVI = asParameter<VisualID>(block.visual);
+    std::vector<int> attributes = attributeList(block.attributes);
+    perform<Op::glXChooseVisual>(asParameter<Display*>(block.dpy), block.screen, attributes.data());
+    return end;
 }
 
 char* _glXCreateContext(char* args)
 {
-    LocalContextTable[nContexts].appCtx = word<GLXContext>(args, 12);
-    perform<Op::glXCreateContext>(word<Display*>(args, 0), word<XVisualInfo*>(args, 4),
-                                  word<GLXContext>(args, 8), word<int>(args, 16));
-    return args + 20;
+    CreateContextBlock block;
+    char* const end = loadBlock(args, block);
+    LocalContextTable[nContexts].appCtx = asParameter<GLXContext>(block.ctx);
+    perform<Op::glXCreateContext>(asParameter<Display*>(block.dpy),
+                                  asParameter<XVisualInfo*>(block.visual),
+                                  asParameter<GLXContext>(block.shareList), block.direct);
+    return end;
 }
 
 char* _glXCreateNewContext(char* args)
 {
-    LocalContextTable[nContexts].appCtx = word<GLXContext>(args, 16);
-    perform<Op::glXCreateNewContext>(word<Display*>(args, 0), word<GLXFBConfig>(args, 4),
-                                     word<int>(args, 8), word<GLXContext>(args, 12),
-                                     word<int>(args, 20));
-    return args + 24;
+    CreateNewContextBlock block;
+    char* const end = loadBlock(args, block);
+    LocalContextTable[nContexts].appCtx = asParameter<GLXContext>(block.ctx);
+    perform<Op::glXCreateNewContext>(asParameter<Display*>(block.dpy),
+                                     asParameter<GLXFBConfig>(block.config), block.renderType,
+                                     asParameter<GLXContext>(block.shareList), block.direct);
+    return end;
 }
 
 char* _glXChooseFBConfig(char* args)
 {
-    LocalFBConfigTable[nFBConfigs].appFBConfigID = word<GLXFBConfig>(args, 4);
-    const std::vector<int> attributes = attributeList(args, 12);
+    ChooseFBConfigBlock block;
+    char* const end = loadBlock(args, block);
+    LocalFBConfigTable[nFBConfigs].appFBConfigID = asParameter<GLXFBConfig>(block.config);
+    const std::vector<int> attributes = attributeList(block.attributes);
     int configurations = 0;
-    perform<Op::glXChooseFBConfig>(word<Display*>(args, 0), word<int>(args, 8), attributes.data(),
-                                   &configurations);
-    return behindAttributes(args, 12);
+    perform<Op::glXChooseFBConfig>(asParameter<Display*>(block.dpy), block.screen,
+                                   attributes.data(), &configurations);
+    return end;
 }
 
 char* _glXCreatePbuffer(char* args)
 {
-    LocalPbufferTable[nPbuffers].appPbufferID = word<GLXPbuffer>(args, 8);
-    const std::vector<int> attributes = attributeList(args, 12);
-    perform<Op::glXCreatePbuffer>(word<Display*>(args, 0), word<GLXFBConfig>(args, 4),
-                                  attributes.data());
-    return behindAttributes(args, 12);
+    CreatePbufferBlock block;
+    char* const end = loadBlock(args, block);
+    LocalPbufferTable[nPbuffers].appPbufferID = asParameter<GLXPbuffer>(block.pbuffer);
+    const std::vector<int> attributes = attributeList(block.attributes);
+    perform<Op::glXCreatePbuffer>(asParameter<Display*>(block.dpy),
+                                  asParameter<GLXFBConfig>(block.config), attributes.data());
+    return end;
 }

@@ -1,11 +1,16 @@
 // glXUseXFont names a font; the server loads it, always from display ":0".
+#include "coding/display/xErrors.h"
 #include "coding/fromWire.h"
-#include "coding/xErrors.h"
 
 #include <cstdio>
-#include <string>
+#include <cstdlib>
+#include <memory>
 
 namespace {
+
+struct Freed {
+    void operator()(char* memory) const { std::free(memory); }
+};
 
 constexpr char fontDisplay[] = ":0";
 
@@ -27,25 +32,29 @@ Display* openFontDisplay()
 
 char* _glXUseXFont(char* args)
 {
-    const int length = load<std::int32_t>(args);
-    const char* behindName = args + 4 + length;
-    char* end = args + 16 + length;
-    // The name brings its terminating zero along; one that is missing or early does no harm.
-    const std::string font{args + 4, strnlen(args + 4, static_cast<std::size_t>(length))};
+    UseXFontBlock block;
+    char* const end = loadBlock(args, block);
+    // The name brings its terminating zero along; one that is missing does no harm.
+    const auto length = static_cast<std::size_t>(block.name.length);
+    const std::unique_ptr<char, Freed> font{static_cast<char*>(std::malloc(length + 1))};
+    if (!font) {
+        std::fputs("malloc failed .... glXUseXFont_decode\n", stderr);
+        return end;
+    }
+    std::memcpy(font.get(), block.name.at, length);
+    font.get()[length] = '\0';
 
     Display* dpy = openFontDisplay();
     if (!dpy)
         return end;
-    const Font local = XLoadFont(dpy, font.c_str());
+    const Font local = XLoadFont(dpy, font.get());
     XFontStruct* metrics = XQueryFont(dpy, local);
     if (!metrics) {
         std::fprintf(stderr, "Attention MOSA: glXUseXFont: display %s has no font %s\n",
-                     fontDisplay, font.c_str());
+                     fontDisplay, font.get());
         return end;
     }
     XFreeFontInfo(nullptr, metrics, 1); // the library asks for the metrics itself
-    perform<Op::glXUseXFont>(local, load<std::int32_t>(behindName),
-                             load<std::int32_t>(behindName + 4),
-                             load<std::int32_t>(behindName + 8));
+    perform<Op::glXUseXFont>(local, block.first, block.count, block.listBase);
     return end;
 }

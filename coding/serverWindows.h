@@ -6,12 +6,8 @@
 // Fields named app... hold them, fields named local... what this node's libraries returned.
 #pragma once
 
-#include "coding/prototypes.h"
-
-/// A rectangle in pixels, origin at the lower left, y upward.
-struct MWRect {
-    float x, y, w, h;
-};
+#include "coding/display/rect.h"
+#include "wire/prototypes.h"
 
 /// A local X display and the part of the wall that it shows.
 struct LocalDisplay {

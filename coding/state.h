@@ -2,7 +2,7 @@
 // serverWindows.h.
 #pragma once
 
-#include "coding/prototypes.h"
+#include "wire/prototypes.h"
 
 void _mwglSetCurrentState(Display* dpy, GLXDrawable win);
 

@@ -1,5 +1,5 @@
 #include "overload/loader.h"
-#include "coding/serverOverload.h"
+#include "coding/server_overload/system.h"
 
 #include <dlfcn.h>
 

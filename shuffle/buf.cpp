@@ -1,7 +1,8 @@
 // The pool of command buffers and the decode queue. The pool's bound is the stream's flow control:
 // when all of its buffers are filled, the receive loop waits here and MPI holds the client back.
+#include "shuffle/buf.h"
 #include "coding/invariant.h"
-#include "shuffle/mw.h"
+#include "shuffle/threads.h"
 
 #include <algorithm>
 #include <cstdlib>

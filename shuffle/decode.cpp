@@ -1,6 +1,7 @@
 #include "coding/decoder.h"
-#include "shuffle/mw.h"
+#include "shuffle/buf.h"
 #include "shuffle/stats.h"
+#include "shuffle/threads.h"
 
 void* decodeThread(void* /*s*/)
 {

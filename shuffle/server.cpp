@@ -1,12 +1,14 @@
 // The render server: one task of an MPI job whose task 0 is the client. The main thread makes every
 // MPI call; the decode thread makes every OpenGL, GLX and X call; the tick thread wakes waiters.
 #include "coding/decoder.h"
-#include "coding/displayConfig.h"
+#include "coding/display/banner.h"
 #include "coding/invariant.h"
+#include "coding/serverProcess.h"
 #include "overload/loader.h"
-#include "shuffle/mw.h"
+#include "shuffle/buf.h"
 #include "shuffle/srvrcomm.h"
 #include "shuffle/stats.h"
+#include "shuffle/threads.h"
 
 #include <csignal>
 #include <cstdio>
@@ -17,12 +19,6 @@
 
 int _wait(int nrq, MPI_Request* rq);
 
-int nClients;
-int nServers;
-int serverID;
-int vtl_mpi_task_number;
-int syncOnSwap;
-int swapOnRetrace;
 std::atomic<int> done;
 pthread_mutex_t ackLock = PTHREAD_MUTEX_INITIALIZER;
 int ackKnt;
@@ -99,19 +95,6 @@ void startThread(pthread_t* id, void* (*body)(void*), const char* name)
     std::fprintf(stderr, "Error MOSA: unable to create %s thread\n", name);
     MPI_Finalize();
     std::exit(0);
-}
-
-/// This task's place in the tree of headers, a binary heap of ranks rooted at the client. A kid of
-/// 0 is none.
-struct HeaderTree {
-    int parent;
-    int kids[2];
-};
-
-HeaderTree headerTree(int rank, int nNodes)
-{
-    const auto kid = [&](int k) { return 2 * rank + k < nNodes ? 2 * rank + k : 0; };
-    return {(rank - 1) / 2, {kid(1), kid(2)}};
 }
 
 _hdr receiveHeader(const HeaderTree& tree)

@@ -1,6 +1,9 @@
 #include "shuffle/stats.h"
-#include "coding/xErrors.h"
+#include "coding/display/xErrors.h"
+#include "coding/serverProcess.h"
+#include "shuffle/buf.h"
 
+#include <atomic>
 #include <cstdio>
 
 namespace {

@@ -1,6 +1,6 @@
 # Fuzzing the decoder: all that decodes, without its process, its wall and its X displays, on a
 # system library that only touches the memory that it is handed.
-set(LEFT_OUT "(invariant|displayConfig|banner|wallFile|xErrors|loader)\\.cpp")
+set(LEFT_OUT "(invariant|displayConfig)\\.cpp")
 set(FUZZ_SEEDS ${CMAKE_CURRENT_BINARY_DIR}/seeds)
 set(FUZZ_DICTIONARY ${CMAKE_CURRENT_BINARY_DIR}/opcodes.dict)
 set(FUZZ_CASES ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/cases)
@@ -8,7 +8,7 @@ file(GLOB EXAMPLES ${PROJECT_SOURCE_DIR}/examples/*.mws ${PROJECT_SOURCE_DIR}/ex
 
 add_library(fuzz_server OBJECT fuzz/standInSystem.cpp support/serverTables.cpp)
 target_link_libraries(fuzz_server PUBLIC mosa_settings)
-set(FUZZ_OBJECTS $<TARGET_OBJECTS:fuzz_server>
+set(FUZZ_OBJECTS $<TARGET_OBJECTS:fuzz_server> $<TARGET_OBJECTS:mosa_wire>
     $<FILTER:$<TARGET_OBJECTS:mosa_coding>,EXCLUDE,${LEFT_OUT}>)
 
 add_executable(writeSeeds fuzz/writeSeeds.cpp ${FUZZ_OBJECTS})
@@ -34,7 +34,9 @@ set(FUZZ_FLAGS -std=c++20 -O1 -g -DMOSA_LIBFUZZER -DMOSA_VERSION="${PROJECT_VERS
     -I${PROJECT_SOURCE_DIR} -fno-omit-frame-pointer
     # Operations are called through one table of functions without a prototype.
     -fsanitize=fuzzer,address,undefined -fno-sanitize=function -fno-sanitize-recover=all)
-set(FUZZ_SOURCES ${CODING} ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/decoderFuzz.cpp
+file(GLOB FUZZ_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/wire/*.cpp
+    ${PROJECT_SOURCE_DIR}/coding/*.cpp ${PROJECT_SOURCE_DIR}/coding/server_overload/*.cpp)
+list(APPEND FUZZ_SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/decoderFuzz.cpp
     ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/standInSystem.cpp
     ${CMAKE_CURRENT_SOURCE_DIR}/support/serverTables.cpp)
 list(FILTER FUZZ_SOURCES EXCLUDE REGEX ${LEFT_OUT})

@@ -53,7 +53,7 @@ add_dependencies(in_process_test recorder overload_first overload_second)
 target_link_options(in_process_test PRIVATE
     -Wl,--dynamic-list=${PROJECT_SOURCE_DIR}/overload/exports.list)
 target_link_libraries(in_process_test PRIVATE
-    mosa_coding mosa_image mosa_process ZLIB::ZLIB GTest::gtest_main)
+    mosa_decoding mosa_image mosa_process ZLIB::ZLIB GTest::gtest_main)
 # Much lives as long as the server does and is never given back.
 gtest_discover_tests(in_process_test PROPERTIES
     TIMEOUT 120 ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")

@@ -8,9 +8,8 @@
 //   die                     ends at once, without a word to MPI
 //   wait                    until a signal ends it
 //   end                     ends the stream
-#include "coding/buffer.h"
-#include "coding/wire.h"
 #include "tests/support/bytes.h"
+#include "wire/values.h"
 
 #include <cmath>
 #include <csignal>
@@ -106,7 +105,6 @@ Bytes plannedBuffer(int number)
     constexpr int firstSizes[] = {1,      2, 3,         4,         5,         6,         7,
                                   8,      9, 13,        14,        15,        23,        100,
                                   65'537, 1, 1'999'999, 2'000'000, 2'000'001, 5'000'000, 4'999'999};
-    constexpr Op withoutArguments[] = {Op::glEnd, Op::glEndList, Op::glPopName};
     constexpr int programHead = 14; // opcode, target, format and length
     std::mt19937 random(static_cast<unsigned>(number));
     std::uniform_real_distribution<double> exponent(0, std::log(5'000'000));
@@ -125,7 +123,7 @@ Bytes plannedBuffer(int number)
     if (size > 1 && size % 2)
         store(buffer.data(), Op::glEdgeFlag); // and one byte
     for (int at = size % 2 ? 3 : 0; at < size; at += 2)
-        store(buffer.data() + at, withoutArguments[random() % std::size(withoutArguments)]);
+        store(buffer.data() + at, Op::glEnd);
     return buffer;
 }
 
@@ -154,37 +152,39 @@ void sendPlanned(int count)
     expectAcknowledgements(owed + 1);
 }
 
-int step(char** arguments)
+// Performs the step that begins at `next`, and moves it behind that.
+void perform(char**& next)
 {
-    const std::string name = arguments[0];
-    const auto number = [arguments](int i) { return std::stoi(arguments[i]); };
+    const std::string name = *next++;
+    const auto number = [&next] { return std::stoi(*next++); };
     if (name == "send") {
-        const Bytes buffer = bytes(arguments[3]);
-        for (int i = 0; i < number(1); ++i)
-            sendBuffer(buffer, number(2));
-        return 4;
-    }
-    if (name == "header")
-        return sendHeader(number(1), number(2)), 3;
-    if (name == "slice") {
-        const Bytes zeros(static_cast<std::size_t>(number(2)));
-        startSend(zeros.data(), number(2), number(1), clientSlice);
-        return complete(), 3;
-    }
-    if (name == "planned")
-        return sendPlanned(number(1)), 2;
-    if (name == "acknowledged")
-        return expectAcknowledgements(number(1)), 2;
-    if (name == "die")
+        const int times = number();
+        const int sync = number();
+        const Bytes buffer = bytes(*next++);
+        for (int i = 0; i < times; ++i)
+            sendBuffer(buffer, sync);
+    } else if (name == "header") {
+        const int size = number();
+        sendHeader(size, number());
+    } else if (name == "slice") {
+        const int task = number();
+        const Bytes zeros(static_cast<std::size_t>(number()));
+        startSend(zeros.data(), static_cast<int>(zeros.size()), task, clientSlice);
+        complete();
+    } else if (name == "planned")
+        sendPlanned(number());
+    else if (name == "acknowledged")
+        expectAcknowledgements(number());
+    else if (name == "die")
         std::raise(SIGKILL);
-    if (name == "wait") {
+    else if (name == "wait") {
         std::fputs("jobClient: waiting\n", stderr);
         for (;;)
             pause();
-    }
-    if (name == "end")
-        return sendHeader(-1, 0), 1;
-    fail("no step is called " + name);
+    } else if (name == "end")
+        sendHeader(-1, 0);
+    else
+        fail("no step is called " + name);
 }
 
 } // namespace
@@ -211,6 +211,6 @@ int main(int argc, char** argv)
             word = std::stoi(*next++);
     MPI_Bcast(handshake, sizeof handshake, MPI_BYTE, 0, MPI_COMM_WORLD);
     while (*next)
-        next += step(next);
+        perform(next);
     MPI_Finalize();
 }

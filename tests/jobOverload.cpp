@@ -29,22 +29,19 @@ void add(const void* bytes, std::size_t count)
     checksum = crc32_z(checksum, static_cast<const Bytef*>(bytes), count);
 }
 
-template <Op op>
-void addOpcode()
-{
-    const Op opcode = op;
-    add(&opcode, sizeof opcode);
-}
+void addOpcode(Op opcode) { add(&opcode, sizeof opcode); }
+
+void addEnd() { addOpcode(Op::glEnd); }
 
 void addEdgeFlag(unsigned char flag)
 {
-    addOpcode<Op::glEdgeFlag>();
+    addOpcode(Op::glEdgeFlag);
     add(&flag, sizeof flag);
 }
 
 void addProgramString(std::uint32_t target, std::uint32_t format, int length, const void* bytes)
 {
-    addOpcode<Op::glProgramStringARB>();
+    addOpcode(Op::glProgramStringARB);
     add(&target, sizeof target);
     add(&format, sizeof format);
     add(&length, sizeof length);
@@ -86,9 +83,7 @@ void reportFlush() { std::fputs("a queued buffer was decoded\n", stderr); }
 
 extern "C" void Overload(glOp* table)
 {
-    table[indexOf(Op::glEnd)] = addOpcode<Op::glEnd>;
-    table[indexOf(Op::glEndList)] = addOpcode<Op::glEndList>;
-    table[indexOf(Op::glPopName)] = addOpcode<Op::glPopName>;
+    table[indexOf(Op::glEnd)] = addEnd;
     table[indexOf(Op::glEdgeFlag)] = reinterpret_cast<glOp>(addEdgeFlag);
     table[indexOf(Op::glProgramStringARB)] = reinterpret_cast<glOp>(addProgramString);
     table[indexOf(Op::glIndexi)] = reinterpret_cast<glOp>(compare);

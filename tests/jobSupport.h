@@ -1,7 +1,7 @@
 // What the tests of whole jobs share.
 #pragma once
 
-#include "client/mpiJob.h"
+#include "tools/mpiJob.h"
 
 #include <gtest/gtest.h>
 

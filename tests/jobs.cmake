@@ -22,7 +22,8 @@ if(MOSA_SANITIZE)
     return()
 endif()
 file(GLOB SHUFFLE CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/shuffle/*.cpp)
-add_executable(threads_test threads/threads_test.cpp ${SHUFFLE})
+add_executable(threads_test threads/threads_test.cpp ${SHUFFLE}
+    ${PROJECT_SOURCE_DIR}/coding/serverProcess.cpp)
 # In this directory's targets only.
 set_source_files_properties(${PROJECT_SOURCE_DIR}/shuffle/server.cpp PROPERTIES
     COMPILE_DEFINITIONS "main=serverMain;MOSA_VERSION=\"${PROJECT_VERSION}\"")

@@ -7,37 +7,20 @@ namespace {
 
 using Tables = StartedBy<startServer>;
 
-TEST_F(Tables, TheFirstLiveRecordOfAHandleCountsButTheLastOfMemory)
+TEST_F(Tables, TheFirstLiveRecordOfAHandleCounts)
 {
     // Record 0 is another's, and 3 reserved, but not live.
     auto* const context = appHandle<GLXContext>(5);
-    auto* const config = appHandle<GLXFBConfig>(5);
-    auto* const memory = appHandle<GLvoid*>(5);
-    GLXFBConfig lists[] = {appHandle<GLXFBConfig>(71), appHandle<GLXFBConfig>(72), nullptr};
-    for (int i : {1, 2, 3}) {
+    for (const int i : {1, 2, 3})
         LocalContextTable[i].appCtx = context;
-        LocalFBConfigTable[i] = {config, 1, &lists[i - 1]};
-        LocalPbufferTable[i] = {5, 70U + static_cast<unsigned>(i)};
-        LocalDrawableTable[i].appDrawID = 5;
-        LocalVertexArrayRangeTable[i] = {memory, lists + i - 1};
-    }
-    const auto count = [](int n) {
-        nContexts = nFBConfigs = nPbuffers = nDrawables = nVertexArrayRanges = n;
-    };
-    count(1);
-    EXPECT_EQ(_getLocalContext(context), nullptr);
-    EXPECT_EQ(_getLocalFBConfig(config), nullptr);
-    EXPECT_EQ(_getLocalPbuffer(5), 0U);
-    EXPECT_EQ(_findLocalDrawableInfo(5), nullptr);
-    EXPECT_EQ(_checkLocalVertexArrayRangePointer(memory), nullptr);
-    count(3);
-    EXPECT_EQ(_getLocalContext(context), &LocalContextTable[1]);
-    EXPECT_EQ(_getLocalFBConfig(config), lists[0]);
-    EXPECT_EQ(_getLocalPbuffer(5), 71U);
-    EXPECT_EQ(_findLocalDrawableInfo(5), &LocalDrawableTable[1]);
-    EXPECT_EQ(_checkLocalVertexArrayRangePointer(memory), lists + 1);
-    LocalFBConfigTable[1].localFBConfig = nullptr; // the server matched none
-    EXPECT_EQ(_getLocalFBConfig(config), nullptr);
+    nContexts = 1;
+    EXPECT_EQ(_getLocalContext(AppContext(context)), nullptr);
+    nContexts = 3;
+    EXPECT_EQ(_getLocalContext(AppContext(context)), &LocalContextTable[1]);
+    // A configuration to which the server has none that matches.
+    LocalFBConfigTable[0].appFBConfigID = appHandle<GLXFBConfig>(5);
+    nFBConfigs = 1;
+    EXPECT_EQ(_getLocalFBConfig(AppFBConfig(5U)), nullptr);
 }
 
 TEST_F(Tables, TheRootIsTheOutermostRecordedAncestor)
@@ -66,19 +49,17 @@ TEST_F(Tables, TheRootIsTheOutermostRecordedAncestor)
 
 TEST_F(Tables, NamesOfTheApplicationBecomeLocalOnes)
 {
-    const struct {
-        std::string generate, bind, remove; // opcodes
-        std::string kind, bound;
-    } kinds[] = {{"#290", "#292", "#291", "Textures", "glBindTexture 7 "},
-                 {"#586", "#584", "#585", "ProgramsARB", "glBindProgramARB 7 "}};
-    for (const auto& [generate, bind, remove, kind, bound] : kinds) {
+    for (const auto& [kind, bind] :
+         {std::pair<std::string, std::string>{"Textures", "glBindTexture"},
+          {"ProgramsARB", "glBindProgramARB"}}) {
+        const std::string generate = "glGen" + kind, remove = "glDelete" + kind,
+                          bound = bind + " 7 ";
         startServer();
         recorder.shownElements = 1;
-        const std::string generated = "glGen" + kind + " 1 [0]\n";
-        const std::string removed = "glDelete" + kind + " 1 ";
+        const std::string generated = generate + " 1 [0]\n", removed = remove + " 1 ";
         // One call for each name; the recording library gives out 1001, 1002, ...
         EXPECT_EQ(run(generate + " i:3 i:1 i:2 i:3"), performed(generated + generated + generated));
-        EXPECT_EQ(run(generate + " i:0 #75"), performed("glEnd\n"));
+        EXPECT_EQ(run(generate + " i:0 glEnd"), performed("glEnd\n"));
         EXPECT_EQ(run(bind + " i:7 i:2"), performed(bound + "0x3ea\n"));
         EXPECT_EQ(run(bind + " i:7 i:9"), performed(bound + "9\n"));
         EXPECT_EQ(run(bind + " i:7 i:0"), performed(bound + "0\n"));
@@ -105,15 +86,19 @@ TEST_F(Tables, FullTablesEndTheServer)
 
     nTextureIDs = 254;
     nPrograms = nVertexArrayRanges = nDrawables = 62;
-    EXPECT_EQ(run("#290 i:1 i:7 #586 i:1 i:7 #1229 z:16 i:7 #1163 i:16 i:34 i:51 z:28 ").result, 1);
+    EXPECT_EQ(run("glGenTextures i:1 i:7 glGenProgramsARB i:1 i:7 glXAllocateMemoryNV z:16 i:7 "
+                  "glXMakeCurrent i:16 i:34 i:51 z:28 ")
+                  .result,
+              1);
     EXPECT_EQ(nTextureIDs + nPrograms + nVertexArrayRanges, 255 + 63 + 63);
     const std::string file = ", file coding/";
-    EXPECT_DEATH(walk("#290 i:1 i:8"), "failed: nTextureIDs < 256" + file);
-    EXPECT_DEATH(walk("#586 i:1 i:8"), "failed: nPrograms < 64" + file);
-    EXPECT_DEATH(walk("#1229 z:16 i:8"), "failed: nVertexArrayRanges < 64" + file);
-    EXPECT_EQ(_getLocalDrawable(51), &LocalDrawableTable[62]);
-    EXPECT_DEATH(_getLocalDrawable(52), "failed: nDrawables \\+ 1 < 64" + file);
-    EXPECT_DEATH(walk("#1163 i:16 i:34 i:52 z:28"), "failed: nDrawables \\+ 1 < 64" + file);
+    EXPECT_DEATH(walk("glGenTextures i:1 i:8"), "failed: nTextureIDs < 256" + file);
+    EXPECT_DEATH(walk("glGenProgramsARB i:1 i:8"), "failed: nPrograms < 64" + file);
+    EXPECT_DEATH(walk("glXAllocateMemoryNV z:16 i:8"), "failed: nVertexArrayRanges < 64" + file);
+    EXPECT_EQ(_getLocalDrawable(AppDrawable(51U)), &LocalDrawableTable[62]);
+    EXPECT_DEATH(_getLocalDrawable(AppDrawable(52U)), "failed: nDrawables \\+ 1 < 64" + file);
+    EXPECT_DEATH(walk("glXMakeCurrent i:16 i:34 i:52 z:28"),
+                 "failed: nDrawables \\+ 1 < 64" + file);
 }
 
 } // namespace

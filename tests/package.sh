@@ -57,6 +57,8 @@ fi
 (cd "$scratch" && timeout 300 "$bin/mosa-wall" demo --wall 1x1 -o wall.png) >"$scratch/log" 2>&1 ||
     { cat "$scratch/log"; fail "mosa-wall demo"; }
 [ -s "$scratch/wall.png" ] || fail "no picture"
+(cd "$scratch" && timeout 300 "$bin/mosa-wall" record -o live.mws --frames 5 -- glxgears) \
+    >"$scratch/log" 2>&1 || { cat "$scratch/log"; fail "mosa-wall record"; }
 
 if [ "$(id -u)" -eq 0 ]; then
     dpkg_there --remove mosa

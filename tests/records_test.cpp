@@ -84,58 +84,67 @@ TEST(Records, HaveTheirLengthsAndArePerformedOnce)
 // Operations whose last parameter is an array as long as the parameter's name says.
 TEST(Records, ParameterArraysAreAsLongAsTheNameSays)
 {
-    struct Family {
-        std::vector<int> opcodes;
-        int scalars; // bytes before the array, the name last
-        std::vector<std::pair<int, std::vector<int>>> names;
-        int otherwise = 0; // bytes after a name that is not listed
-    };
     const std::vector<int> texture{0x2800, 0x2801, 0x2802, 0x2803, 0x8066, 0x8072, 0x813A, 0x813B,
                                    0x813C, 0x813D, 0x8191, 0x8513, 0x884B, 0x884C, 0x884D};
-    const Family families[] = {
-        // glLight, glLightModel, glMaterial
-        {{230, 231},
+    const struct {
+        std::string operations;
+        int scalars; // bytes before the array, the name last
+        int bytes;   // of the array, with each of these names
+        std::vector<int> names;
+        int otherwise = 0; // with a name that is not listed
+    } rows[] = {
+        {"glLightfv glLightiv", 8, 4, {0x1205, 0x1206, 0x1207, 0x1208, 0x1209}},
+        {"glLightfv glLightiv", 8, 12, {0x1204}},
+        {"glLightfv glLightiv", 8, 16, {0x1200, 0x1201, 0x1202, 0x1203}},
+        {"glLightModelfv glLightModeliv", 4, 4, {0xB51, 0xB52}},
+        {"glLightModelfv glLightModeliv", 4, 16, {0xB53}},
+        {"glMaterialfv glMaterialiv", 8, 4, {0x1601}},
+        {"glMaterialfv glMaterialiv", 8, 12, {0x1603}},
+        {"glMaterialfv glMaterialiv", 8, 16, {0x1200, 0x1201, 0x1202, 0x1600, 0x1602}},
+        {"glTexGendv", 8, 8, {0x2500}},
+        {"glTexGendv", 8, 32, {0x2501, 0x2502}},
+        {"glTexGenfv glTexGeniv", 8, 4, {0x2500}},
+        {"glTexGenfv glTexGeniv", 8, 16, {0x2501, 0x2502}},
+        {"glTexEnvfv glTexEnviv", 8, 4, {0x2200, 0x8501}},
+        {"glTexEnvfv glTexEnviv", 8, 16, {0x2201}},
+        {"glTexParameterfv glTexParameteriv", 8, 4, texture},
+        {"glTexParameterfv glTexParameteriv", 8, 16, {0x1004}},
+        {"glFogfv glFogiv", 4, 4, {0xB61, 0xB62, 0xB63, 0xB64, 0xB65, 0x8450}},
+        {"glFogfv glFogiv", 4, 16, {0xB66}},
+        {"glConvolutionParameterfv glConvolutionParameteriv", 8, 4, {0x8013}},
+        {"glConvolutionParameterfv glConvolutionParameteriv", 8, 16, {0x8014, 0x8015, 0x8154}},
+        {"glPointParameterfv glPointParameteriv glPointParameterfvEXT",
+         4,
+         4,
+         {0x8126, 0x8127, 0x8128}},
+        {"glPointParameterfv glPointParameteriv glPointParameterfvEXT", 4, 12, {0x8129}},
+        {"glPixelTransformParameterivEXT glPixelTransformParameterfvEXT",
          8,
-         {{4, {0x1205, 0x1206, 0x1207, 0x1208, 0x1209}},
-          {12, {0x1204}},
-          {16, {0x1200, 0x1201, 0x1202, 0x1203}}}},
-        {{236, 237}, 4, {{4, {0xB51, 0xB52}}, {16, {0xB53}}}},
-        {{240, 241},
-         8,
-         {{4, {0x1601}}, {12, {0x1603}}, {16, {0x1200, 0x1201, 0x1202, 0x1600, 0x1602}}}},
-        // glTexGend, glTexGen, glTexEnv, glTexParameter
-        {{267}, 8, {{8, {0x2500}}, {32, {0x2501, 0x2502}}}},
-        {{268, 269}, 8, {{4, {0x2500}}, {16, {0x2501, 0x2502}}}},
-        {{275, 276}, 8, {{4, {0x2200, 0x8501}}, {16, {0x2201}}}},
-        {{281, 282}, 8, {{4, texture}, {16, {0x1004}}}},
-        // glFog, glConvolutionParameter, glPointParameter, glPixelTransformParameter,
-        // glCombinerParameter
-        {{327, 328}, 4, {{4, {0xB61, 0xB62, 0xB63, 0xB64, 0xB65, 0x8450}}, {16, {0xB66}}}},
-        {{364, 366}, 8, {{4, {0x8013}}, {16, {0x8014, 0x8015, 0x8154}}}},
-        {{463, 465, 685}, 4, {{4, {0x8126, 0x8127, 0x8128}}, {12, {0x8129}}}},
-        {{763, 764}, 8, {{4, {0x8331, 0x8332, 0x8333}}}, 4},
-        {{875, 877}, 4, {{4, {0x854E, 0x854F}}, {16, {0x852A, 0x852B}}}},
+         4,
+         {0x8331, 0x8332, 0x8333},
+         4},
+        {"glCombinerParameterfvNV glCombinerParameterivNV", 4, 4, {0x854E, 0x854F}},
+        {"glCombinerParameterfvNV glCombinerParameterivNV", 4, 16, {0x852A, 0x852B}},
     };
     startWithoutOverloads();
-    const auto record = [](int opcode, int scalars, int name, int bytes) {
-        return opcodeToken(opcode) + " z:" + std::to_string(scalars - 4) +
-               " i:" + std::to_string(name) + " z:" + std::to_string(bytes) + " #75";
-    };
-    for (const Family& family : families)
-        for (const int opcode : family.opcodes) {
-            for (const auto& [bytes, names] : family.names)
-                for (const int name : names) {
-                    const Outcome outcome = run(record(opcode, family.scalars, name, bytes));
-                    EXPECT_EQ(outcome.messages, "") << opNames[opcode] << " " << name;
-                    EXPECT_TRUE(outcome.calls.ends_with("\nglEnd\n")) << outcome;
-                }
+    for (const auto& row : rows) {
+        std::istringstream operations(row.operations);
+        for (std::string op; operations >> op;) {
+            const auto record = [&](int name, int bytes) {
+                return op + " z:" + std::to_string(row.scalars - 4) + " i:" + std::to_string(name) +
+                       " z:" + std::to_string(bytes) + " glEnd";
+            };
+            for (const int name : row.names) {
+                const Outcome outcome = run(record(name, row.bytes));
+                EXPECT_EQ(outcome.messages, "") << op << " " << name;
+                EXPECT_TRUE(outcome.calls.ends_with("\nglEnd\n")) << outcome;
+            }
             // Performed all the same, with what stands behind the name.
-            const Outcome unknown = run(record(opcode, family.scalars, 0x120A, family.otherwise));
-            const std::string name = opNames[opcode];
-            EXPECT_EQ(unknown,
-                      (Outcome{1, name + (family.scalars == 8 ? " 0" : "") + " 0x120a ptr\nglEnd\n",
-                               "Attention MOSA: unknown enum in " + name + "\n"}));
+            EXPECT_EQ(run(record(0x120A, row.otherwise)),
+                      (Outcome{1, op + (row.scalars == 8 ? " 0" : "") + " 0x120a ptr\nglEnd\n",
+                               "Attention MOSA: unknown enum in " + op + "\n"}));
         }
+    }
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "tests/scenes.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -59,15 +60,6 @@ void perspective()
     put<glEnable>(GL_DEPTH_TEST);
 }
 
-// Draws with the origin elsewhere.
-void drawAt(double x, double y, double z, auto draw)
-{
-    put<glPushMatrix>();
-    put<glTranslatef>(x, y, z);
-    draw();
-    put<glPopMatrix>();
-}
-
 void sphere(double radius)
 {
     constexpr int rings = 18;
@@ -100,10 +92,10 @@ std::vector<unsigned char> picture(int width, int height, int components)
     std::vector<unsigned char> bytes;
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x)
-            for (int c = 0; c < components; ++c)
-                bytes.push_back(static_cast<unsigned char>(c == 0   ? 255 * x / width
-                                                           : c == 1 ? 255 * y / height
-                                                                    : 40 * ((x ^ y) & 5)));
+            for (int c = 0; c < components; ++c) {
+                const int levels[] = {255 * x / width, 255 * y / height, 40 * ((x ^ y) & 5)};
+                bytes.push_back(static_cast<unsigned char>(levels[std::min(c, 2)]));
+            }
     return bytes;
 }
 
@@ -121,7 +113,7 @@ void drawPicture(int x, int y, int width, int height, GLenum format, int compone
 
 void viewport(int x, int y, int width, int height)
 {
-    put<glViewport>(x, y, width, height, sceneWidth, sceneHeight);
+    put<glViewport>(ViewportBlock{x, y, width, height, sceneWidth, sceneHeight});
 }
 
 void scissor()
@@ -240,40 +232,17 @@ void textures()
     perspective();
     for (int i = 0; i < 2; ++i) {
         put<glBindTexture>(GL_TEXTURE_2D, names[i]);
-        drawAt(i ? .8 : -.8, 0, 0, [i] {
-            put<glRotatef>(i ? -40 : 30, .2, 1, .1);
-            primitive(GL_QUADS, 4, [](int corner) {
-                const int s = corner == 1 || corner == 2;
-                const int t = corner > 1;
-                put<glTexCoord2i>(2 * s, t);
-                put<glVertex2i>(2 * s - 1, 3 * t - 2);
-            });
+        put<glPushMatrix>();
+        put<glTranslatef>(i ? .8 : -.8, 0, 0);
+        put<glRotatef>(i ? -40 : 30, .2, 1, .1);
+        primitive(GL_QUADS, 4, [](int corner) {
+            const int s = corner == 1 || corner == 2;
+            const int t = corner > 1;
+            put<glTexCoord2i>(2 * s, t);
+            put<glVertex2i>(2 * s - 1, 3 * t - 2);
         });
+        put<glPopMatrix>();
     }
-}
-
-void displayLists()
-{
-    put<glNewList>(11, GL_COMPILE);
-    quad(0, 0, 30, 20);
-    put<glTranslatef>(25, 12, 0);
-    put<glRotatef>(5, 0, 0, 1);
-    put<glEndList>();
-    put<glNewList>(12, GL_COMPILE);
-    color(1);
-    put<glCallList>(11);
-    color(2);
-    put<glCallList>(11);
-    put<glEndList>();
-    put<glListBase>(10);
-    static constexpr unsigned char which[] = {2, 1, 2, 2};
-    color(4);
-    put<glCallLists>(4, GL_UNSIGNED_BYTE, Block{which, 4});
-    put<glLoadIdentity>();
-    put<glTranslatef>(20, 120, 0);
-    put<glNewList>(13, GL_COMPILE_AND_EXECUTE);
-    put<glCallLists>(4, GL_UNSIGNED_BYTE, Block{nullptr, 0}); // the last names again
-    put<glEndList>();
 }
 
 void clientArrays()
@@ -303,7 +272,17 @@ void clientArrays()
     primitive(GL_LINE_LOOP, 14, [](int i) { put<glArrayElement>(3 * i); });
 }
 
-void evaluators()
+void fog()
+{
+    static constexpr float fogColor[] = {.5F, .6F, .7F, 1};
+    put<glEnable>(GL_FOG);
+    put<glFogi>(GL_FOG_MODE, GL_LINEAR);
+    put<glFogf>(GL_FOG_START, 3);
+    put<glFogf>(GL_FOG_END, 7);
+    put<glFogfv>(GL_FOG_COLOR, fogColor);
+}
+
+void evaluatorsInFog()
 {
     std::vector<float> surface;
     for (int v = 0; v < 4; ++v)
@@ -313,6 +292,7 @@ void evaluators()
     static constexpr double curve[] = {-2, -1, 1, -1, 2, 1, 1, -2, 1, 2, 1, 1};
     perspective();
     light();
+    fog();
     color(2);
     put<glRotatef>(-35, 1, .3, 0);
     put<glEnable>(GL_AUTO_NORMAL);
@@ -327,51 +307,6 @@ void evaluators()
     put<glLineWidth>(3);
     color(3);
     primitive(GL_LINE_STRIP, 25, [](int i) { put<glEvalCoord1d>(i / 24.0); });
-}
-
-void fog()
-{
-    static constexpr float fogColor[] = {.5F, .6F, .7F, 1};
-    perspective();
-    put<glEnable>(GL_FOG);
-    put<glFogi>(GL_FOG_MODE, GL_LINEAR);
-    put<glFogf>(GL_FOG_START, 3);
-    put<glFogf>(GL_FOG_END, 12);
-    put<glFogfv>(GL_FOG_COLOR, fogColor);
-    put<glRotatef>(25, 0, 1, 0);
-    for (int i = 0; i < 8; ++i) {
-        color(i);
-        drawAt(.6 * i - 2.5, .3 * i - 1, 2 - 1.5 * i, [] { quad(-.5, -1, .5, 1); });
-    }
-}
-
-void lights()
-{
-    perspective();
-    light();
-    for (int i = 0; i < 3; ++i) {
-        color(i);
-        drawAt(1.4 * i - 1.4, .5 * i - .5, 0, [] { sphere(.9); });
-    }
-}
-
-void stencil()
-{
-    put<glClearStencil>(0);
-    put<glClear>(GL_STENCIL_BUFFER_BIT);
-    put<glEnable>(GL_STENCIL_TEST);
-    put<glStencilFunc>(GL_ALWAYS, 1, 1);
-    put<glStencilOp>(GL_KEEP, GL_KEEP, GL_REPLACE);
-    color(2);
-    primitive(GL_TRIANGLE_FAN, 24, [](int i) {
-        put<glVertex2d>(120 + 80 * std::cos(.27 * i), 90 + 70 * std::sin(.27 * i));
-    });
-    put<glStencilFunc>(GL_NOTEQUAL, 1, 1);
-    color(3);
-    quad(20, 30, 220, 80);
-    put<glStencilFunc>(GL_EQUAL, 1, 1);
-    color(0);
-    quad(100, 10, 150, 170);
 }
 
 void viewports()
@@ -438,17 +373,13 @@ std::span<const Scene> allScenes()
 {
     static constexpr Scene all[] = {
         {"scissor", scenes::scissor},
-        {"lines", scenes::lines},
-        {"points", scenes::points},
+        {"lines", scenes::lines, 110},
+        {"points", scenes::points, 200},
         {"bitmaps", scenes::bitmaps},
         {"pixel_images", scenes::pixelImages},
-        {"textures", scenes::textures},
-        {"display_lists", scenes::displayLists},
-        {"client_arrays", scenes::clientArrays},
-        {"evaluators", scenes::evaluators},
-        {"fog", scenes::fog},
-        {"lights", scenes::lights},
-        {"stencil", scenes::stencil},
+        {"textures", scenes::textures, 3},
+        {"client_arrays", scenes::clientArrays, 20},
+        {"evaluators_in_fog", scenes::evaluatorsInFog, 6},
         {"viewports", scenes::viewports},
         {"partial_viewport", scenes::partialViewport},
         {"attribute_stacks", scenes::attributeStacks},
@@ -458,21 +389,18 @@ std::span<const Scene> allScenes()
 
 CommandBuffer frameOf(const Scene& scene)
 {
-    constexpr unsigned display = 0x1000, visual = 0x21, context = 0xc0, window = 0x200001;
+    const ProgramWindow window{AppDisplay(0x1000U), AppVisual(0x21U), AppDrawable(0x200001U),
+                               AppContext(0xc0U),   sceneWidth,       sceneHeight};
     constexpr int attributes[] = {
         GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 8, GLX_DEPTH_SIZE, 16, GLX_STENCIL_SIZE, 8, None};
     CommandBuffer out;
-    encode<Op::glXChooseVisual>(out, display, visual, 0, int{std::size(attributes)},
-                                std::span<const int>(attributes));
-    encode<Op::glXCreateContext>(out, display, visual, 0, context, 1);
-    encode<Op::glXMakeCurrent>(out, display, visual, window, context, sceneWidth, sceneHeight, 24,
-                               0, 0, 0);
-    encode<Op::glViewport>(out, 0, 0, sceneWidth, sceneHeight, sceneWidth, sceneHeight);
+    encodeOpening(out, window, attributes);
     encode<Op::glClearColor>(out, .1, .1, .15, 1);
     encode<Op::glClear>(out, GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
     scenes::frame = &out;
     scenes::pixelProjection();
     scene.draw();
-    encode<Op::glXSwapBuffers>(out, appHandle<Display*>(display), window);
+    encode<Op::glXSwapBuffers>(out, asParameter<Display*>(window.dpy),
+                               asParameter<GLXDrawable>(window.window));
     return out;
 }

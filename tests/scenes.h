@@ -1,7 +1,7 @@
 // Scenes for the pixel tests: one feature each, drawn across the seams of every wall.
 #pragma once
 
-#include "client/encoder.h"
+#include "client/programWindow.h"
 
 #include <span>
 
@@ -12,7 +12,8 @@ inline constexpr int wallScale = 3;
 
 struct Scene {
     const char* name;
-    void (*draw)(); // adds to the frame that frameOf makes
+    void (*draw)();  // adds to the frame that frameOf makes
+    int differs = 0; // pixels of all tiles together that may differ from one display
 };
 
 /// All scenes.

@@ -1,6 +1,6 @@
 // MOSA_STATS in a real job.
-#include "client/mpiJob.h"
-#include "client/virtualDisplays.h"
+#include "tools/mpiJob.h"
+#include "tools/virtualDisplays.h"
 
 #include <gtest/gtest.h>
 

@@ -100,11 +100,14 @@ bool apart(const MWRect& a, const MWRect& b)
     return a.x > b.x + b.w || b.x > a.x + a.w || a.y > b.y + b.h || b.y > a.y + a.h;
 }
 
-// On no wall, but in a stream whose window size is damaged: it would take gigabytes, and minutes.
+// A bitmap larger than what the wall can show of it, with room for one that reaches beyond its
+// edges: it comes of a stream whose window size is damaged, and would take gigabytes and minutes.
 bool tooLarge(const MWRect& rect)
 {
-    constexpr double mostPixels = 1 << 26;
-    return std::max(rect.w, 1.0F) * double{std::max(rect.h, 1.0F)} > mostPixels;
+    constexpr double alwaysAllowed = 1 << 26; // pixels
+    const double wall = 1.0 * currLocalDisplay->vWidth * currLocalDisplay->vHeight;
+    return std::max(rect.w, 1.0F) * double{std::max(rect.h, 1.0F)} >
+           std::max(alwaysAllowed, 2 * wall);
 }
 
 } // namespace

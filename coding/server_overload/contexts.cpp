@@ -2,26 +2,25 @@
 // record; a creation that fails leaves the count alone, so that the next one reuses the record.
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
-#include "coding/serverOverload.h"
+#include "coding/server_overload/overloads.h"
 
-#include <cstdint>
 #include <cstdio>
 
 namespace {
 
 void useDisplay(Display* appDisplay, std::source_location where = std::source_location::current())
 {
-    currLocalDisplay = GetLocalDisplay(appDisplay);
+    currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     require(currLocalDisplay, "currLocalDisplay", where);
 }
 
 // Commits the record at nContexts with the context that `create` makes, or with the one it is to
 // share: contexts that share are one local context.
 template <class Create>
-GLXContext commitContext(GLXContext shareList, Create create)
+GLXContext commitContext(AppContext shareList, Create create)
 {
     LocalContextInfo& record = LocalContextTable[nContexts];
-    if (shareList) {
+    if (shareList != AppContext()) {
         const LocalContextInfo* shared = _getLocalContext(shareList);
         record.localCtx = shared ? shared->localCtx : nullptr;
     } else
@@ -41,9 +40,8 @@ GLXContext _glXCreateContext(Display* appDisplay, XVisualInfo* avis, GLXContext 
                              int direct)
 {
     useDisplay(appDisplay);
-    return commitContext(shareList, [&] {
-        const LocalVisualInfo* lvi =
-            _getLVI(appDisplay, static_cast<VisualID>(reinterpret_cast<std::uintptr_t>(avis)));
+    return commitContext(AppContext(shareList), [&] {
+        const LocalVisualInfo* lvi = _getLVI(AppDisplay(appDisplay), AppVisual(avis));
         require(lvi, "lvi");
         return callSystem<Op::glXCreateContext>(currLocalDisplay->dpy, lvi->localVI, GLXContext{},
                                                 direct);
@@ -54,9 +52,9 @@ GLXContext _glXCreateNewContext(Display* appDisplay, GLXFBConfig config, int ren
                                 GLXContext shareList, int direct)
 {
     useDisplay(appDisplay);
-    GLXFBConfig lconfig = _getLocalFBConfig(config);
+    GLXFBConfig lconfig = _getLocalFBConfig(AppFBConfig(config));
     require(lconfig, "lconfig");
-    return commitContext(shareList, [&] {
+    return commitContext(AppContext(shareList), [&] {
         return callSystem<Op::glXCreateNewContext>(currLocalDisplay->dpy, lconfig, renderType,
                                                    GLXContext{}, direct);
     });
@@ -66,15 +64,15 @@ void _glXDestroyContext(Display* appDisplay, GLXContext ctx)
 {
     useDisplay(appDisplay);
     for (int i = 0; i < nContexts; ++i)
-        if (LocalContextTable[i].appCtx == ctx)
+        if (AppContext(LocalContextTable[i].appCtx) == AppContext(ctx))
             callSystem<Op::glXDestroyContext>(currLocalDisplay->dpy, LocalContextTable[i].localCtx);
 }
 
 void _glXCopyContext(Display* appDisplay, GLXContext src, GLXContext dst, unsigned long mask)
 {
     useDisplay(appDisplay);
-    const LocalContextInfo* from = _getLocalContext(src);
-    const LocalContextInfo* to = _getLocalContext(dst);
+    const LocalContextInfo* from = _getLocalContext(AppContext(src));
+    const LocalContextInfo* to = _getLocalContext(AppContext(dst));
     if (!from || !to) {
         std::fprintf(stderr, "Attention MOSA: glXCopyContext: context %p is not known\n",
                      static_cast<void*>(from ? dst : src));
@@ -86,7 +84,7 @@ void _glXCopyContext(Display* appDisplay, GLXContext src, GLXContext dst, unsign
 GLXPbuffer _glXCreatePbuffer(Display* appDisplay, GLXFBConfig config, const int* attribList)
 {
     useDisplay(appDisplay);
-    GLXFBConfig lconfig = _getLocalFBConfig(config);
+    GLXFBConfig lconfig = _getLocalFBConfig(AppFBConfig(config));
     require(lconfig, "_localFBConfig");
     const GLXPbuffer pbuffer =
         callSystem<Op::glXCreatePbuffer>(currLocalDisplay->dpy, lconfig, attribList);
@@ -98,7 +96,7 @@ GLXPbuffer _glXCreatePbuffer(Display* appDisplay, GLXFBConfig config, const int*
 void _glXDestroyPbuffer(Display* appDisplay, GLXPbuffer pbuffer)
 {
     useDisplay(appDisplay);
-    const GLXPbuffer local = _getLocalPbuffer(pbuffer);
+    const GLXPbuffer local = _getLocalPbuffer(AppPbuffer(pbuffer));
     require(local, "_localPbuffer");
     callSystem<Op::glXDestroyPbuffer>(currLocalDisplay->dpy, local);
 }

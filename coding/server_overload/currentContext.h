@@ -2,7 +2,7 @@
 #pragma once
 
 #include "coding/invariant.h"
-#include "coding/serverOverload.h"
+#include "coding/server_overload/overloads.h"
 
 /// The context of the current drawable. Fails without a drawable or a context.
 inline LocalContextInfo&

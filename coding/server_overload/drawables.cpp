@@ -1,14 +1,14 @@
 // Drawables and their local windows.
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
-#include "coding/serverOverload.h"
+#include "coding/server_overload/overloads.h"
 
 #include <cstdlib>
 
 int keep_aspect_ratio = 1;
 int firsttime = 1;
 
-LocalDrawableInfo* _getLocalDrawable(Window appDrawable)
+LocalDrawableInfo* _getLocalDrawable(AppDrawable appDrawable)
 {
     LocalDrawableInfo* record = _findLocalDrawableInfo(appDrawable);
     if (!record) {
@@ -18,13 +18,13 @@ LocalDrawableInfo* _getLocalDrawable(Window appDrawable)
         record->lvi = nullptr;
         record->psx = record->psy = -1.0F;
         record->vsx = record->vsy = record->vtx = record->vty = -1.0F;
-        record->appDrawID = appDrawable;
+        record->appDrawID = asParameter<Drawable>(appDrawable);
     }
     if (!record->lvi) {
         // Through the application display that the current local display serves, so that no second
         // local display is opened.
         require(currLocalDisplay, "currLocalDisplay");
-        record->lvi = _getLVI(currLocalDisplay->appDpy, record->appVI);
+        record->lvi = _getLVI(AppDisplay(currLocalDisplay->appDpy), AppVisual(record->appVI));
         require(record->lvi, "LocalDrawableTable[i].lvi");
     }
     return record;
@@ -45,7 +45,7 @@ int windowTop(const MWRect& lrect)
     return truncate(currLocalDisplay->rect.h - (lrect.y + lrect.h));
 }
 
-void _createLocalDrawable(Display* appDisplay, LocalDrawableInfo* ldi)
+void _createLocalDrawable(AppDisplay appDisplay, LocalDrawableInfo* ldi)
 {
     require(ldi, "ldi");
     require(ldi->lvi, "lvi");
@@ -98,20 +98,21 @@ void determineUsersWindowPreferences()
 GLXWindow _glXCreateWindow(Display* appDisplay, GLXFBConfig config, Window window,
                            const int* attribList)
 {
-    currLocalDisplay = GetLocalDisplay(appDisplay);
+    currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     require(currLocalDisplay, "currLocalDisplay");
-    currDrawableInfo = _getLocalDrawable(window);
+    currDrawableInfo = _getLocalDrawable(AppDrawable(window));
     require(currDrawableInfo, "currDrawableInfo");
     if (!currDrawableInfo->localDrawable)
-        _createLocalDrawable(appDisplay, currDrawableInfo);
+        _createLocalDrawable(AppDisplay(appDisplay), currDrawableInfo);
     // The result is not recorded: later operations on the drawable use the X window itself.
-    return callSystem<Op::glXCreateWindow>(currLocalDisplay->dpy, _getLocalFBConfig(config),
+    return callSystem<Op::glXCreateWindow>(currLocalDisplay->dpy,
+                                           _getLocalFBConfig(AppFBConfig(config)),
                                            currDrawableInfo->localDrawable, attribList);
 }
 
 void _glXDestroyWindow(Display* appDisplay, GLXWindow /*window*/)
 {
-    currLocalDisplay = GetLocalDisplay(appDisplay);
+    currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     require(currLocalDisplay, "currLocalDisplay");
     require(currDrawableInfo, "currDrawableInfo");
     callSystem<Op::glXDestroyWindow>(currLocalDisplay->dpy, currDrawableInfo->localDrawable);
@@ -119,12 +120,13 @@ void _glXDestroyWindow(Display* appDisplay, GLXWindow /*window*/)
 
 void _glXSelectEvent(Display* appDisplay, GLXDrawable drawable, unsigned long event_mask)
 {
-    currLocalDisplay = GetLocalDisplay(appDisplay); // first: resolving the drawable needs it
+    currLocalDisplay =
+        GetLocalDisplay(AppDisplay(appDisplay)); // first: resolving the drawable needs it
     require(currLocalDisplay, "currLocalDisplay");
-    currDrawableInfo = _getLocalDrawable(drawable);
+    currDrawableInfo = _getLocalDrawable(AppDrawable(drawable));
     require(currDrawableInfo, "currDrawableInfo");
     if (!currDrawableInfo->localDrawable)
-        _createLocalDrawable(appDisplay, currDrawableInfo);
+        _createLocalDrawable(AppDisplay(appDisplay), currDrawableInfo);
     callSystem<Op::glXSelectEvent>(currLocalDisplay->dpy, currDrawableInfo->localDrawable,
                                    event_mask);
 }
@@ -133,7 +135,7 @@ void _MWRaiseWindow(Window appWindow)
 {
     if (!currLocalDisplay)
         return;
-    const LocalDrawableInfo* record = _findLocalDrawableInfo(appWindow);
+    const LocalDrawableInfo* record = _findLocalDrawableInfo(AppDrawable(appWindow));
     if (record && record->localDrawable)
         XRaiseWindow(currLocalDisplay->dpy, record->localDrawable);
 }

@@ -2,21 +2,7 @@
 // back.
 #pragma once
 
-#include "coding/serverOverload.h"
-
-inline GLint systemInteger(GLenum name)
-{
-    GLint value = 0;
-    callSystem<Op::glGetIntegerv>(name, &value);
-    return value;
-}
-
-inline GLfloat systemFloat(GLenum name)
-{
-    GLfloat value = 0;
-    callSystem<Op::glGetFloatv>(name, &value);
-    return value;
-}
+#include "coding/server_overload/overloads.h"
 
 /// What selectLocalPixels replaced.
 struct ReplacedState {

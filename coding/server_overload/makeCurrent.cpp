@@ -1,8 +1,8 @@
 // Make-current and buffer swap.
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
-#include "coding/serverOverload.h"
-#include "shuffle/mw.h"
+#include "coding/serverProcess.h"
+#include "coding/server_overload/overloads.h"
 
 #include <cstdio>
 #include <cstring>
@@ -50,7 +50,7 @@ void placeWindow(Display* appDisplay)
 {
     LocalDrawableInfo& ldi = *currDrawableInfo;
     if (!ldi.localDrawable) {
-        _createLocalDrawable(appDisplay, &ldi);
+        _createLocalDrawable(AppDisplay(appDisplay), &ldi);
         return;
     }
     _setTileTransform(&ldi);
@@ -95,7 +95,7 @@ int _glXMakeCurrent(Display* appDisplay, GLXDrawable drawable, GLXContext ctx)
 {
     static int setupSwapGroupNeeded = 1;
 
-    currLocalDisplay = GetLocalDisplay(appDisplay);
+    currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     require(currLocalDisplay, "currLocalDisplay");
     if (firsttime) {
         firsttime = 0;
@@ -107,9 +107,9 @@ int _glXMakeCurrent(Display* appDisplay, GLXDrawable drawable, GLXContext ctx)
             return callSystem<Op::glXMakeCurrent>(dpy, GLXDrawable{None}, GLXContext{});
         });
 
-    currDrawableInfo = _getLocalDrawable(drawable);
+    currDrawableInfo = _getLocalDrawable(AppDrawable(drawable));
     require(currDrawableInfo, "currDrawableInfo");
-    currDrawableInfo->lctx = _getLocalContext(ctx);
+    currDrawableInfo->lctx = _getLocalContext(AppContext(ctx));
     require(currDrawableInfo->lctx, "currDrawableInfo->lctx");
     placeWindow(appDisplay);
     XFlush(dpy);
@@ -125,7 +125,7 @@ int _glXMakeCurrent(Display* appDisplay, GLXDrawable drawable, GLXContext ctx)
 
 int _glXMakeContextCurrent(Display* appDisplay, GLXDrawable draw, GLXDrawable read, GLXContext ctx)
 {
-    currLocalDisplay = GetLocalDisplay(appDisplay);
+    currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     require(currLocalDisplay, "currLocalDisplay");
     Display* dpy = currLocalDisplay->dpy;
     if (!draw)
@@ -134,16 +134,16 @@ int _glXMakeContextCurrent(Display* appDisplay, GLXDrawable draw, GLXDrawable re
                                                          GLXContext{});
         });
 
-    currDrawableInfo = _getLocalDrawable(draw);
+    currDrawableInfo = _getLocalDrawable(AppDrawable(draw));
     require(currDrawableInfo, "currDrawableInfo");
     LocalDrawableInfo* const ldi = currDrawableInfo;
-    LocalDrawableInfo* const rldi = _getLocalDrawable(read);
+    LocalDrawableInfo* const rldi = _getLocalDrawable(AppDrawable(read));
     require(rldi, "rldi");
-    rldi->lctx = ldi->lctx = _getLocalContext(ctx);
+    rldi->lctx = ldi->lctx = _getLocalContext(AppContext(ctx));
     require(rldi->lctx, "rldi->lctx");
     placeWindow(appDisplay);
     if (!rldi->localDrawable) {
-        _createLocalDrawable(appDisplay, rldi);
+        _createLocalDrawable(AppDisplay(appDisplay), rldi);
         currDrawableInfo = ldi; // drawing goes to the draw drawable
     }
     XFlush(dpy);
@@ -155,9 +155,9 @@ int _glXMakeContextCurrent(Display* appDisplay, GLXDrawable draw, GLXDrawable re
 
 void _glXSwapBuffers(Display* appDisplay, GLXDrawable drawable)
 {
-    currLocalDisplay = GetLocalDisplay(appDisplay);
+    currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     require(currLocalDisplay, "currLocalDisplay");
-    const LocalDrawableInfo* ldraw = _getLocalDrawable(drawable);
+    const LocalDrawableInfo* ldraw = _getLocalDrawable(AppDrawable(drawable));
     require(ldraw, "ldraw");
     if (ldraw->localDrawable)
         callSystem<Op::glXSwapBuffers>(currLocalDisplay->dpy, ldraw->localDrawable);

@@ -1,7 +1,7 @@
 // Texture and program names. The application's names and the local ones are paired one by one; a
 // name that the application never generated is passed on unchanged.
 #include "coding/invariant.h"
-#include "coding/serverOverload.h"
+#include "coding/server_overload/overloads.h"
 
 namespace {
 

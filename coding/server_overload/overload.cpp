@@ -1,11 +1,9 @@
 // Installing the overloads.
-#include "coding/serverOverload.h"
+#include "coding/server_overload/overloads.h"
 
 #include "coding/server_overload/rasterPos.h"
 
 #include <algorithm>
-#include <cmath>
-#include <limits>
 
 glOp pTbl[operationCount];
 
@@ -82,12 +80,4 @@ void Overload(glOp* tbl)
     install<Op::glXMakeContextCurrent>(tbl, _glXMakeContextCurrent);
     install<Op::glXSelectEvent>(tbl, _glXSelectEvent);
     install<Op::MWRaiseWindow>(tbl, _MWRaiseWindow);
-}
-
-int truncate(double value)
-{
-    using Limits = std::numeric_limits<int>;
-    if (std::isnan(value))
-        return 0;
-    return static_cast<int>(std::clamp(value, double{Limits::min()}, double{Limits::max()}));
 }

@@ -1,7 +1,7 @@
 // The resource tables and their lookups: linear scans over a few records, once per GLX or name
 // operation.
 #include "coding/invariant.h"
-#include "coding/serverOverload.h"
+#include "coding/server_overload/lookups.h"
 
 #include <span>
 
@@ -21,38 +21,38 @@ LocalDisplay* currLocalDisplay;
 
 namespace {
 
-// The first live record whose key has the given value, or null.
-template <class Record, class Key>
-Record* findFirst(Record* table, int count, Key Record::*key, Key value)
+// The first live record with the given key, or null.
+template <class Record, class Key, class Kind>
+Record* findFirst(Record* table, int count, Key Record::*key, AppHandle<Kind> wanted)
 {
     for (Record& record : std::span(table, static_cast<std::size_t>(count)))
-        if (record.*key == value)
+        if (record.*key == asParameter<Key>(wanted))
             return &record;
     return nullptr;
 }
 
 } // namespace
 
-LocalContextInfo* _getLocalContext(GLXContext context)
+LocalContextInfo* _getLocalContext(AppContext context)
 {
     return findFirst(LocalContextTable, nContexts, &LocalContextInfo::appCtx, context);
 }
 
-GLXFBConfig _getLocalFBConfig(GLXFBConfig fbconfig)
+GLXFBConfig _getLocalFBConfig(AppFBConfig fbconfig)
 {
     const LocalFBConfigsInfo* record =
         findFirst(LocalFBConfigTable, nFBConfigs, &LocalFBConfigsInfo::appFBConfigID, fbconfig);
     return record && record->localFBConfig ? record->localFBConfig[0] : nullptr;
 }
 
-GLXPbuffer _getLocalPbuffer(GLXPbuffer pbuffer)
+GLXPbuffer _getLocalPbuffer(AppPbuffer pbuffer)
 {
     const LocalPbufferInfo* record =
         findFirst(LocalPbufferTable, nPbuffers, &LocalPbufferInfo::appPbufferID, pbuffer);
     return record ? record->localPbuffer : 0;
 }
 
-LocalDrawableInfo* _findLocalDrawableInfo(Drawable appDrawable)
+LocalDrawableInfo* _findLocalDrawableInfo(AppDrawable appDrawable)
 {
     return findFirst(LocalDrawableTable, nDrawables, &LocalDrawableInfo::appDrawID, appDrawable);
 }
@@ -69,7 +69,8 @@ LocalDrawableInfo* _getLocalRoot(LocalDrawableInfo* ldr)
         seen[indexIn(ldr)] = true;
     LocalDrawableInfo* root = nullptr;
     for (;;) {
-        LocalDrawableInfo* parent = _findLocalDrawableInfo((root ? root : ldr)->app_parentID);
+        LocalDrawableInfo* parent =
+            _findLocalDrawableInfo(AppDrawable((root ? root : ldr)->app_parentID));
         if (!parent || seen[indexIn(parent)])
             return root;
         seen[indexIn(parent)] = true;
@@ -77,21 +78,21 @@ LocalDrawableInfo* _getLocalRoot(LocalDrawableInfo* ldr)
     }
 }
 
-GLvoid* _checkLocalVertexArrayRangePointer(GLvoid* appPtrID)
+GLvoid* _checkLocalVertexArrayRangePointer(AppPointer appPtrID)
 {
     GLvoid* local = nullptr;
     for (int i = 0; i < nVertexArrayRanges; ++i)
-        if (LocalVertexArrayRangeTable[i].appVertexArrayRangeID == appPtrID)
+        if (LocalVertexArrayRangeTable[i].appVertexArrayRangeID == asParameter<GLvoid*>(appPtrID))
             local = LocalVertexArrayRangeTable[i].localVertexArrayRangeID;
     return local;
 }
 
-int _setLocalVertexArrayRangePointer(GLvoid* appPtrID, void* pointer)
+int _setLocalVertexArrayRangePointer(AppPointer appPtrID, void* pointer)
 {
     if (findFirst(LocalVertexArrayRangeTable, nVertexArrayRanges,
                   &LocalVertexArrayRangePointersInfo::appVertexArrayRangeID, appPtrID))
         return 0;
-    LocalVertexArrayRangeTable[nVertexArrayRanges++] = {appPtrID, pointer};
+    LocalVertexArrayRangeTable[nVertexArrayRanges++] = {asParameter<GLvoid*>(appPtrID), pointer};
     require(nVertexArrayRanges < tableSlots, "nVertexArrayRanges < 64");
     return 1;
 }

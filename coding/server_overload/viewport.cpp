@@ -18,6 +18,8 @@ float deviceCoordinate(float position, float origin, float extent)
 
 void setTileProjection(LocalDrawableInfo& ldi, const MWRect& wrect, const MWRect& cwrect)
 {
+    if (wrect.w == 0 || wrect.h == 0)
+        return; // nothing is drawn through it: the scale before holds
     const double l = deviceCoordinate(cwrect.x, wrect.x, wrect.w);
     const double r = deviceCoordinate(cwrect.x + cwrect.w, wrect.x, wrect.w);
     const double b = deviceCoordinate(cwrect.y, wrect.y, wrect.h);

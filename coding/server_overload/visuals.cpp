@@ -2,7 +2,7 @@
 // first free record; committing the record is what counts.
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
-#include "coding/serverOverload.h"
+#include "coding/server_overload/overloads.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -69,7 +69,7 @@ void printAttributes(const int* attribList)
 
 XVisualInfo* _glXChooseVisual(Display* appDisplay, int /*screen*/, int* attribList)
 {
-    currLocalDisplay = GetLocalDisplay(appDisplay);
+    currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     if (!currLocalDisplay)
         return nullptr;
     XVisualInfo* visual =
@@ -81,10 +81,10 @@ XVisualInfo* _glXChooseVisual(Display* appDisplay, int /*screen*/, int* attribLi
     return visual;
 }
 
-LocalVisualInfo* _getLVI(Display* appDisplay, VisualID appVisID)
+LocalVisualInfo* _getLVI(AppDisplay appDisplay, AppVisual appVisID)
 {
     for (int i = 0; i < nVisualInfos; ++i)
-        if (LocalVisualTable[i].appVI == appVisID)
+        if (AppVisual(LocalVisualTable[i].appVI) == appVisID)
             return &LocalVisualTable[i];
 
     int attr[256] = {GLX_RGBA,
@@ -101,15 +101,16 @@ LocalVisualInfo* _getLVI(Display* appDisplay, VisualID appVisID)
                      24,
                      None};
     LocalVisualInfo& chosen = LocalVisualTable[nVisualInfos];
-    require(_glXChooseVisual(appDisplay, 0, attr), "_glXChooseVisual(appDisplay, 0, attr)");
-    chosen.appVI = appVisID;
+    require(_glXChooseVisual(asParameter<Display*>(appDisplay), 0, attr),
+            "_glXChooseVisual(appDisplay, 0, attr)");
+    chosen.appVI = asParameter<VisualID>(appVisID);
     return &chosen;
 }
 
 GLXFBConfig* _glXChooseFBConfig(Display* appDisplay, int screen, const int* attribList,
                                 int* nelements)
 {
-    currLocalDisplay = GetLocalDisplay(appDisplay);
+    currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     require(currLocalDisplay, "currLocalDisplay");
     GLXFBConfig* list =
         callSystem<Op::glXChooseFBConfig>(currLocalDisplay->dpy, screen, attribList, nelements);

@@ -1,8 +1,9 @@
 #include "tests/fuzz/standInSystem.h"
 
+#include "coding/buffer.h"
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
-#include "shuffle/mw.h"
+#include "coding/serverProcess.h"
 #include "tests/support/serverTables.h"
 
 #include <X11/Xlib.h>
@@ -12,7 +13,6 @@
 
 double queriedNumber;
 glOp glOpTable[operationCount];
-int swapOnRetrace;
 
 void invariantFailed(const char*, const char*, int, const char*) { throw InvariantFailed{}; }
 
@@ -54,8 +54,8 @@ std::int64_t promised(ParameterArray<sizes>, const Given& given)
     return paramBytes(sizes, static_cast<GLenum>(std::get<i - 1>(given)));
 }
 
-template <class F, int i, Count count, Null null, ScratchBuffer* scratch, class Given>
-std::int64_t promised(DataBlock<count, null, scratch>, const Given& given)
+template <class F, int i, Count count, Null null, Memory memory, class Given>
+std::int64_t promised(DataBlock<count, null, memory>, const Given& given)
 {
     if constexpr (count == Count::firstScalar)
         return std::int64_t{std::get<0>(given)} * elementSize<F, i>();
@@ -67,10 +67,16 @@ std::int64_t promised(DataBlock<count, null, scratch>, const Given& given)
         return 0; // the operation is not told
 }
 
-template <class F, int i, ScratchBuffer& scratch, Components components, int typeAt, class Given>
-std::int64_t promised(ClientArray<scratch, components, typeAt>, const Given&)
+template <class F, int i, int length, class Given>
+std::int64_t promised(LengthlessVector<length>, const Given&)
 {
-    return scratch.size;
+    return length == unknowable ? 4 * elementSize<F, i>() : 0;
+}
+
+template <class F, int i, Memory memory, Components components, int typeAt, class Given>
+std::int64_t promised(ClientArray<memory, components, typeAt>, const Given&)
+{
+    return scratchOf(memory).size;
 }
 
 template <class F, int i, class Layout, class Given>
@@ -80,6 +86,15 @@ void touchArray(Layout layout, const Given& given)
         if (auto* array = std::get<i>(given))
             touch(array, promised<F, i>(layout, given));
 }
+
+// Feedback memory is written to for as long as the render mode asks for it, and cannot be replaced
+// meanwhile.
+struct Feedback {
+    GLfloat* memory = nullptr;
+    std::int64_t bytes = 0;
+    bool on = false;
+};
+Feedback feedback;
 
 // What handles lead to.
 XVisualInfo visual{};
@@ -113,6 +128,14 @@ struct StandIn<op, R(P...)> {
         if constexpr (op == Op::glCallLists)
             if (const auto [n, type, lists] = given; lists)
                 touch(lists, std::int64_t{n} * (type == GL_2_BYTES ? 2 : elementBytes(type)));
+        if constexpr (op == Op::glFeedbackBuffer)
+            if (const auto [size, type, memory] = given; !feedback.on)
+                feedback = {memory, std::int64_t{size} * std::int64_t{sizeof *memory}, false};
+        if constexpr (op == Op::glRenderMode)
+            feedback.on = std::get<0>(given) == GL_FEEDBACK && feedback.memory;
+        if constexpr (op == Op::glEnd)
+            if (feedback.on)
+                touch(feedback.memory, feedback.bytes);
         return something<R>();
     }
 };
@@ -155,7 +178,7 @@ void installStandIns(bool overloads)
 #define OPERATION(number, name, ...) set<Op::name>(StandIn<Op::name>::call);
 #define BY_HAND OPERATION
 #define UNPERFORMED(number, name, ...)
-#include "coding/operations.def"
+#include "wire/operations.def"
     set<Op::glGetIntegerv>(answer<GLint>);
     set<Op::glGetFloatv>(answer<GLfloat>);
     set<Op::glGetDoublev>(answer<GLdouble>);
@@ -178,13 +201,12 @@ void installStandIns(bool overloads)
 void resetServer(bool current)
 {
     clearServerTables();
-    for (ScratchBuffer* scratch :
-         {&vBuf, &nBuf, &cBuf, &iBuf, &tBuf, &eBuf, &fBuf, &scBuf, &wBuf, &mIbuf, &vAbuf, &listsBuf,
-          &map1dBuf, &map1fBuf, &map2dBuf, &map2fBuf, &feedbackBuf}) {
-        std::free(scratch->data);
-        scratch->data = nullptr;
-        scratch->size = 0;
+    for (ScratchBuffer& scratch : scratchBuffers) {
+        std::free(scratch.data);
+        std::ranges::for_each(scratch.outgrown, std::free);
+        scratch = {.name = scratch.name};
     }
+    feedback = {};
     if (!current)
         return;
 
@@ -200,10 +222,10 @@ void resetServer(bool current)
 
 // ---- The wall and X ----------------------------------------------------------------------------
 
-LocalDisplay* GetLocalDisplay(Display* appDisplay)
+LocalDisplay* GetLocalDisplay(AppDisplay appDisplay)
 {
     constexpr std::uint32_t unavailable = 0xFFFFFFFF;
-    return appDisplay == appHandle<Display*>(unavailable) ? nullptr : &localDisplay;
+    return appDisplay == AppDisplay(unavailable) ? nullptr : &localDisplay;
 }
 
 void handleXErrors() {}

@@ -2,7 +2,7 @@
 // read and write all the memory that they are handed, as OpenGL would, and do nothing else.
 #pragma once
 
-#include "coding/serverOverload.h"
+#include "coding/server_overload/overloads.h"
 
 /// What the stand-in answers to every query of a number.
 extern double queriedNumber;

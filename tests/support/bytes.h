@@ -1,11 +1,14 @@
 // Wire bytes written out by hand. A text holds hexadecimal bytes ("0a ff00") and, for values whose
-// bytes say little to a reader, tokens with a type: "#81" is an opcode, "i:-3" 4 bytes, "s:7" 2,
-// "b:1" one, "f:1.5" a float and "d:2" a double, all little-endian; "z:20" is 20 zero bytes and
-// "'text" the characters up to the next blank.
+// bytes say little to a reader, tokens: an operation's name is its opcode, "#1238" an opcode by
+// number, "i:-3" 4 bytes, "s:7" 2, "b:1" one, "f:1.5" a float and "d:2" a double, all
+// little-endian; "z:20" is 20 zero bytes and "'text" the characters up to the next blank.
 #pragma once
+
+#include "wire/opcodes.h"
 
 #include <bit>
 #include <cstdint>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,8 +21,24 @@ inline void appendLittleEndian(Bytes& out, std::uint64_t value, int width)
         out.push_back(static_cast<unsigned char>(value >> (8 * i)));
 }
 
+/// The number of an operation by its name.
+inline int opcodeOf(const std::string& name)
+{
+    static const std::map<std::string, int> numbers = {
+#define OPERATION(number, name, ...) {#name, number},
+#define BY_HAND OPERATION
+#define UNPERFORMED OPERATION
+#include "wire/operations.def"
+    };
+    return numbers.at(name);
+}
+
 inline void appendToken(Bytes& out, const std::string& token)
 {
+    if (token.starts_with("gl") || token.starts_with("MW")) {
+        appendLittleEndian(out, static_cast<unsigned>(opcodeOf(token)), 2);
+        return;
+    }
     const std::string text = token.size() > 1 && token[1] == ':' ? token.substr(2) : "";
     if (token[0] == '#')
         appendLittleEndian(out, std::stoul(token.substr(1)), 2);
@@ -48,6 +67,3 @@ inline Bytes bytes(const std::string& text)
         appendToken(out, token);
     return out;
 }
-
-/// The token of an opcode, for texts put together.
-inline std::string opcodeToken(int opcode) { return "#" + std::to_string(opcode); }

@@ -1,9 +1,9 @@
 #include "support/recorder.h"
-#include "coding/serverOverload.h"
+#include "coding/server_overload/overloads.h"
 
 #include <X11/Xutil.h>
 
-#include <cstdio>
+#include <sstream>
 
 // Before all other globals: the library's set-up writes to it.
 [[gnu::init_priority(200)]] Recorder recorder;
@@ -16,15 +16,12 @@ std::uint64_t lastHandle = 5000; // of a GLX object
 template <class T>
 std::string text(T value)
 {
-    char buffer[40];
-    if constexpr (std::is_floating_point_v<T>)
-        std::snprintf(buffer, sizeof buffer, "%.9g", static_cast<double>(value));
-    else if constexpr (std::is_signed_v<T>)
-        std::snprintf(buffer, sizeof buffer, "%d", static_cast<int>(value));
-    else
-        std::snprintf(buffer, sizeof buffer, value > 255 ? "%#llx" : "%llu",
-                      static_cast<unsigned long long>(value));
-    return buffer;
+    std::ostringstream out;
+    out.precision(9);
+    if (std::is_unsigned_v<T> && static_cast<double>(value) > 255)
+        out << std::hex << std::showbase;
+    out << +value;
+    return out.str();
 }
 
 // Pointers that are handles: what they point to is the library's own or Xlib's.
@@ -40,18 +37,14 @@ std::string text(T* pointer)
         return "null";
     if constexpr (isHandle<Element>)
         return text(reinterpret_cast<std::uintptr_t>(pointer));
-    else if constexpr (std::is_pointer_v<Element>)
-        return "ptr";
-    else {
-        if (!recorder.shownElements)
-            return "ptr";
+    std::string list;
+    if constexpr (!isHandle<Element> && !std::is_pointer_v<Element>) {
         using Shown = std::conditional_t<std::is_void_v<Element>, GLubyte, Element>;
         const auto* at = reinterpret_cast<const char*>(pointer);
-        std::string list;
         for (int i = 0; i < recorder.shownElements; ++i)
-            list += (i ? " " : "") + text(load<Shown>(at + i * sizeof(Shown)));
-        return "[" + list + "]";
+            list += (i ? " " : "[") + text(load<Shown>(at + i * sizeof(Shown)));
     }
+    return list.empty() ? "ptr" : list + "]";
 }
 
 void log(const std::string& line)
@@ -64,27 +57,15 @@ void log(const std::string& line)
 
 std::uint64_t resultOr(Op op, std::uint64_t otherwise)
 {
-    const auto found = recorder.results.find(op);
-    return found == recorder.results.end() ? otherwise : found->second;
+    return recorder.results.contains(op) ? recorder.results[op] : otherwise;
 }
 
 // Writes what the test has set for a query's parameter.
 template <class T>
 void answer(unsigned pname, T* out)
 {
-    const auto found = recorder.values.find(pname);
-    if (found == recorder.values.end())
-        return;
-    for (const double value : found->second)
+    for (const double value : recorder.values[pname])
         *out++ = static_cast<T>(value);
-}
-
-XVisualInfo* defaultVisual(Display* dpy, int screen)
-{
-    XVisualInfo wanted{};
-    wanted.visualid = XVisualIDFromVisual(DefaultVisual(dpy, screen));
-    int count = 0;
-    return XGetVisualInfo(dpy, VisualIDMask, &wanted, &count);
 }
 
 // What an operation does beyond recording: it fills in outputs and returns its default result.
@@ -100,12 +81,17 @@ std::uint64_t behave(P... p)
     else if constexpr (op == Op::glXMakeCurrent || op == Op::glXMakeContextCurrent)
         return 1;
     else if constexpr (op == Op::glXCreateContext || op == Op::glXCreateNewContext ||
-                       op == Op::glXCreatePbuffer || op == Op::glXCreateWindow)
+                       op == Op::glXCreatePbuffer || op == Op::glXCreateWindow ||
+                       op == Op::glXAllocateMemoryNV)
         return ++lastHandle;
     else if constexpr (op == Op::glXChooseVisual) {
-        if (!recorder.results.contains(op))
-            return reinterpret_cast<std::uintptr_t>(
-                defaultVisual(std::get<0>(argument), std::get<1>(argument)));
+        if (recorder.results.contains(op))
+            return 0; // there may be no display to ask
+        const auto [dpy, screen, attributes] = argument;
+        XVisualInfo wanted{};
+        wanted.visualid = XVisualIDFromVisual(DefaultVisual(dpy, screen));
+        int count = 0;
+        return reinterpret_cast<std::uintptr_t>(XGetVisualInfo(dpy, VisualIDMask, &wanted, &count));
     } else if constexpr (op == Op::glXChooseFBConfig) {
         static GLXFBConfig list[1];
         list[0] = reinterpret_cast<GLXFBConfig>(++lastHandle);
@@ -114,20 +100,12 @@ std::uint64_t behave(P... p)
     } else if constexpr (op == Op::glXQueryMaxSwapGroupsNV) {
         answer(indexOf(op), std::get<2>(argument));
         answer(indexOf(op) + 1U, std::get<3>(argument));
-    } else if constexpr (op == Op::glXAllocateMemoryNV) {
-        static char memory[16][16];
-        static int used;
-        return reinterpret_cast<std::uintptr_t>(memory[used++ % 16]);
     }
     return 0;
 }
 
-constexpr const char* names[] = {
-#define OPERATION(number, name, ...) #name,
-#define BY_HAND OPERATION
-#define UNPERFORMED OPERATION
-#include "coding/operations.def"
-};
+template <Op op>
+const char* name;
 
 template <Op op, class F>
 struct Recording;
@@ -136,7 +114,7 @@ template <Op op, class R, class... P>
 struct Recording<op, R(P...)> {
     static R call(P... p)
     {
-        std::string line = names[indexOf(op)];
+        std::string line = name<op>;
         ((line += " " + text(p)), ...);
         log(line);
         const std::uint64_t result = resultOr(op, behave<op>(p...));
@@ -148,30 +126,22 @@ struct Recording<op, R(P...)> {
 };
 
 template <Op op>
-std::uint64_t callWithoutPrototype()
-{
-    log(names[indexOf(op)]);
-    return resultOr(op, 0);
-}
-
-template <Op op>
 constexpr auto entry()
 {
     if constexpr (requires { typename PrototypeOf<op>::Type; })
         return &Recording<op, Prototype<op>>::call;
     else
-        return &callWithoutPrototype<op>;
-}
-
-template <int... op>
-void fillTable(std::integer_sequence<int, op...>)
-{
-    ((recordingTable[op] = reinterpret_cast<glOp>(entry<Op{op}>())), ...);
+        return &Recording<op, std::uint64_t()>::call;
 }
 
 [[gnu::constructor]] void fillTable()
 {
-    fillTable(std::make_integer_sequence<int, operationCount>{});
+#define OPERATION(number, operation, ...)                                                          \
+    name<Op::operation> = #operation;                                                              \
+    recordingTable[number] = reinterpret_cast<glOp>(entry<Op::operation>());
+#define BY_HAND OPERATION
+#define UNPERFORMED OPERATION
+#include "wire/operations.def"
 }
 
 } // namespace

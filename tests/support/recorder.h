@@ -35,7 +35,7 @@ void resetRecorder();
 std::string takeCalls();
 
 /// The recording entries by opcode. What they return is 0, but: creating operations return
-/// increasing handles (glGenTextures and glGenProgramsARB fill in names from 1001 on),
+/// increasing handles or addresses (glGenTextures and glGenProgramsARB fill in names from 1001 on),
 /// glXMakeCurrent and glXMakeContextCurrent return 1, glXChooseVisual the default visual of its
-/// display, glXChooseFBConfig a list of one configuration, and glXAllocateMemoryNV some memory.
+/// display, and glXChooseFBConfig a list of one configuration.
 extern glOp recordingTable[operationCount];

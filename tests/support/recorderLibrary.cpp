@@ -12,7 +12,7 @@
         ": jmp *recordingTable+8*" #number "(%rip)\n.popsection");
 #define BY_HAND OPERATION
 #define UNPERFORMED OPERATION
-#include "coding/operations.def"
+#include "wire/operations.def"
 
 namespace {
 

@@ -1,14 +1,9 @@
 #include "support/serverState.h"
 #include "coding/decoder.h"
-#include "shuffle/mw.h"
+#include "coding/serverProcess.h"
 
 #include <algorithm>
 #include <memory>
-
-// The process's globals, which the server's main program has otherwise.
-int nClients, nServers, serverID, vtl_mpi_task_number;
-int syncOnSwap, swapOnRetrace;
-std::atomic<int> done;
 
 void startWithoutOverloads()
 {

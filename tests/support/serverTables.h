@@ -1,7 +1,7 @@
 // The server's global records at start-up, and as after a first make-current.
 #pragma once
 
-#include "coding/serverOverload.h"
+#include "coding/server_overload/overloads.h"
 
 /// Empties all tables, with nothing current.
 void clearServerTables();

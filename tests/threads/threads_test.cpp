@@ -4,7 +4,8 @@
 #include "coding/decoder.h"
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
-#include "shuffle/mw.h"
+#include "shuffle/buf.h"
+#include "shuffle/threads.h"
 
 #include <mpi.h>
 

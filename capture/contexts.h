@@ -1,0 +1,109 @@
+// The program's contexts and windows, and which of them the wall shows. Each context has a tape;
+// what is on it goes to the wall in the order in which it is passed on. One window is shown at a
+// time. Contexts that have never been current in it are kept back until they are.
+#pragma once
+
+#include "capture/arrays.h"
+#include "capture/lists.h"
+#include "capture/tape.h"
+
+#include <X11/Xlib.h>
+
+/// A buffer object's contents, as the client keeps them.
+struct BufferObject {
+    std::vector<unsigned char> bytes;
+    bool writes = false; // mapped, and written to
+};
+
+/// What the node's library calls a context: a GLXContext or an EGLContext.
+using NativeContext = const void*;
+
+struct ShareGroup;
+
+/// A context of the program.
+struct Context {
+    NativeContext native = nullptr;
+    ShareGroup* group = nullptr;
+    Tape tape{};
+    ClientState client{};
+    Display* dpy = nullptr; // of the connection that it was made for
+    unsigned long visual = 0;
+    std::vector<int> attributes{}; // as the servers choose a visual by, ended by a 0
+    bool doubleBuffered = true;
+    unsigned long window = 0; // in which it is current; 0: none, or no window
+    GLenum renderMode = GL_RENDER;
+    bool inList = false; // a list is being compiled
+    GLuint list = 0;
+    bool listPassedOn = false; // a part of it, for its size
+    bool frontBuffer = false;
+    bool scissorOn = false;
+    bool destroyed = false; // but perhaps still current
+};
+
+/// The context that is current in this thread. There is one: OpenGL calls without are not recorded.
+Context& currentContext();
+
+/// True when a context is current that the library knows.
+bool hasContext();
+
+/// A new context; `shared` is one that it shares with, or null.
+void addContext(NativeContext native, NativeContext shared, Display* dpy, unsigned long visual,
+                std::vector<int> attributes, bool doubleBuffered);
+
+/// The context is not to be used again; its record goes when it is current nowhere.
+void removeContext(NativeContext native);
+
+/// The node's library has made a context current in this thread, with a window or (0) something
+/// that is none. A null context: none is.
+void contextIsCurrent(NativeContext native, unsigned long window);
+
+/// Before the calling thread's context changes: what is on its tape is passed on.
+void leaveContext(NativeContext next, unsigned long window);
+
+/// The frame is complete: its window is swapped, or a single-buffered program says so.
+void endFrame(bool swap);
+
+/// Behind the node's own swap: holds the program with its last frame where it was to show only so
+/// many.
+void holdAfterLastFrame();
+
+/// What has been called so far is to reach the wall.
+void passOn();
+
+/// The current window may have been mapped or resized, or is to be drawn into: decides anew whether
+/// it is shown. `size` receives its size.
+struct WindowSize {
+    int width, height;
+};
+void reconsiderWindow();
+
+/// True when the wall shows the current window.
+bool isOnWall();
+WindowSize currentWindowSize();
+
+/// How much of the current context's calls is recorded follows from its state anew.
+void updateRecording();
+
+/// Where the window's lower-left corner lies in the area that is stretched over the wall, and that
+/// area's size, in the program's pixels.
+struct Placement {
+    int dx, dy, width, height;
+};
+Placement placementOf(WindowSize size);
+
+/// The contents of a buffer object of the current context's share group.
+BufferObject& bufferObject(GLuint name);
+void deleteBufferObject(GLuint name);
+
+/// From here on the tape holds the records of a list; at its end they are moved from there. False
+/// when there were too many, and some have been passed on behind a glNewList.
+void beginListTape(GLuint list);
+bool endListTape(std::vector<unsigned char>& records);
+
+/// The lists of the current context that are kept.
+KeptLists& keptLists();
+
+/// A viewport, or a scissor box that limits to the window while the program has none, as the wall
+/// takes it.
+void recordViewport(GLint x, GLint y, GLsizei width, GLsizei height);
+void recordScissor();

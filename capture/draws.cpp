@@ -1,0 +1,398 @@
+// Draws from client arrays: the elements that a draw uses are read now, packed and sent before it.
+#include "capture/contexts.h"
+#include "capture/entries.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+namespace {
+
+const ClientVertexState& client() { return currentContext().client.now; }
+
+// ---- Elements ----------------------------------------------------------------------------------
+
+int bytesOf(const ClientArrayState& array) { return array.size * elementBytes(array.type); }
+
+const unsigned char* elementAt(const ClientArrayState& array, std::int64_t index)
+{
+    const auto* base = static_cast<const unsigned char*>(array.pointer);
+    if (array.buffer) {
+        const BufferObject& object = bufferObject(array.buffer);
+        const std::int64_t offset = std::int64_t(reinterpret_cast<std::intptr_t>(base)) +
+                                    index * (array.stride ? array.stride : bytesOf(array));
+        static constexpr unsigned char beyond[4 * sizeof(double)] = {};
+        if (offset < 0 || offset + bytesOf(array) > std::int64_t(object.bytes.size()))
+            return beyond; // OpenGL's affair
+        return object.bytes.data() + offset;
+    }
+    return base + index * (array.stride ? array.stride : bytesOf(array));
+}
+
+// A value of an array as a float, in its own range or, where colours are meant, from -1 or 0 to 1.
+double valueAt(const unsigned char* at, GLenum type, int i, bool normalized)
+{
+    const auto scaled = [normalized]<class T>(T value) {
+        using Limits = std::numeric_limits<T>;
+        if (!normalized)
+            return static_cast<double>(value);
+        if constexpr (std::is_signed_v<T>)
+            return (2.0 * value + 1) / (2.0 * Limits::max() + 1);
+        else
+            return 1.0 * value / Limits::max();
+    };
+    switch (type) {
+    case GL_BYTE:
+        return scaled(load<GLbyte>(at + i));
+    case GL_UNSIGNED_BYTE:
+        return scaled(load<GLubyte>(at + i));
+    case GL_SHORT:
+        return scaled(load<GLshort>(at + 2 * i));
+    case GL_UNSIGNED_SHORT:
+        return scaled(load<GLushort>(at + 2 * i));
+    case GL_INT:
+        return scaled(load<GLint>(at + 4 * i));
+    case GL_UNSIGNED_INT:
+        return scaled(load<GLuint>(at + 4 * i));
+    case GL_DOUBLE:
+        return load<GLdouble>(at + 8 * i);
+    default:
+        return load<GLfloat>(at + 4 * i);
+    }
+}
+
+using Values = std::array<float, 4>;
+
+Values valuesAt(const ClientArrayState& array, std::int64_t index, bool normalized)
+{
+    Values values{0, 0, 0, 1};
+    const unsigned char* at = elementAt(array, index);
+    for (int i = 0; i < array.size && i < 4; ++i)
+        values[static_cast<std::size_t>(i)] =
+            static_cast<float>(valueAt(at, array.type, i, normalized));
+    return values;
+}
+
+template <Op op, class... A>
+void draw(const A&... a)
+{
+    record<op, Effect::draws>(a...);
+}
+
+// One element of all arrays that are enabled, as calls; the vertex last.
+void recordElement(std::int64_t index)
+{
+    const ClientVertexState& now = client();
+    const auto enabled = [&now](int kind) { return now.arrays[kind].enabled; };
+    if (enabled(edgeFlagArray))
+        draw<Op::glEdgeFlag>(*elementAt(now.arrays[edgeFlagArray], index));
+    if (enabled(indexArray))
+        draw<Op::glIndexf>(valuesAt(now.arrays[indexArray], index, false)[0]);
+    if (enabled(normalArray)) {
+        const Values v = valuesAt(now.arrays[normalArray], index, true);
+        draw<Op::glNormal3f>(v[0], v[1], v[2]);
+    }
+    if (enabled(colorArray)) {
+        const Values v = valuesAt(now.arrays[colorArray], index, true);
+        draw<Op::glColor4f>(v[0], v[1], v[2], v[3]);
+    }
+    if (enabled(secondaryColorArray)) {
+        const Values v = valuesAt(now.arrays[secondaryColorArray], index, true);
+        draw<Op::glSecondaryColor3f>(v[0], v[1], v[2]);
+    }
+    if (enabled(fogCoordArray))
+        draw<Op::glFogCoordf>(valuesAt(now.arrays[fogCoordArray], index, false)[0]);
+    for (int unit = 0; unit < textureUnits; ++unit)
+        if (enabled(texCoordArray + unit)) {
+            const Values v = valuesAt(now.arrays[texCoordArray + unit], index, false);
+            if (unit == 0)
+                draw<Op::glTexCoord4f>(v[0], v[1], v[2], v[3]);
+            else
+                draw<Op::glMultiTexCoord4f>(GL_TEXTURE0 + static_cast<GLenum>(unit), v[0], v[1],
+                                            v[2], v[3]);
+        }
+    for (GLuint i = vertexAttributes - 1; i > 0; --i)
+        if (const ClientArrayState& array = now.attributes[i]; array.enabled) {
+            const Values v = valuesAt(array, index, array.normalized);
+            draw<Op::glVertexAttrib4fARB>(i, v[0], v[1], v[2], v[3]);
+        }
+    const ClientArrayState& position =
+        now.attributes[0].enabled ? now.attributes[0] : now.arrays[vertexArray];
+    if (position.enabled) {
+        const Values v = valuesAt(position, index, position.normalized);
+        draw<Op::glVertex4f>(v[0], v[1], v[2], v[3]);
+    }
+}
+
+// ---- Draws -------------------------------------------------------------------------------------
+
+// The servers have one memory for the coordinates of all units, and one for all attributes.
+bool fitsTheWall()
+{
+    const ClientVertexState& now = client();
+    for (int unit = 1; unit < textureUnits; ++unit)
+        if (now.arrays[texCoordArray + unit].enabled)
+            return false;
+    return std::none_of(std::begin(now.attributes), std::end(now.attributes),
+                        [](const ClientArrayState& array) { return array.enabled; });
+}
+
+// Where the elements of a draw come from: so many from the first on, or those of an index list.
+struct Elements {
+    std::int64_t first;
+    GLsizei count;
+    const std::int64_t* indices = nullptr;
+};
+
+void gather(unsigned char* to, const ClientArrayState& array, const Elements& elements)
+{
+    const auto bytes = static_cast<std::size_t>(bytesOf(array));
+    if (elements.indices) {
+        for (GLsizei i = 0; i < elements.count; ++i, to += bytes)
+            std::memcpy(to, elementAt(array, elements.indices[i]), bytes);
+        return;
+    }
+    if (!array.buffer && (array.stride == 0 || array.stride == bytesOf(array))) {
+        std::memcpy(to, elementAt(array, elements.first),
+                    bytes * static_cast<std::size_t>(elements.count));
+        return;
+    }
+    if (array.buffer) {
+        for (GLsizei i = 0; i < elements.count; ++i, to += bytes)
+            std::memcpy(to, elementAt(array, elements.first + i), bytes);
+        return;
+    }
+    const unsigned char* from = elementAt(array, elements.first);
+    const auto copyAll = [&]<std::size_t n>(std::integral_constant<std::size_t, n>) {
+        for (GLsizei i = 0; i < elements.count; ++i, to += bytes, from += array.stride)
+            std::memcpy(to, from, n ? n : bytes);
+    };
+    switch (bytes) { // of a known size a copy is a few loads and stores
+    case 4:
+        return copyAll(std::integral_constant<std::size_t, 4>{});
+    case 8:
+        return copyAll(std::integral_constant<std::size_t, 8>{});
+    case 12:
+        return copyAll(std::integral_constant<std::size_t, 12>{});
+    case 16:
+        return copyAll(std::integral_constant<std::size_t, 16>{});
+    default:
+        return copyAll(std::integral_constant<std::size_t, 0>{});
+    }
+}
+
+// A pointer operation: its parameters before the stride, the number of elements, the elements.
+template <Op op, class... Scalars>
+void recordArray(const ClientArrayState& array, const Elements& elements, Scalars... scalars)
+{
+    using F = Prototype<op>;
+    using S = Signature<F>;
+    constexpr int head = opcodeBytes + S::offsets[S::count - 1];
+    const std::int64_t bytes = head + std::int64_t{elements.count} * bytesOf(array);
+    Tape& tape = *currentTape;
+    if (!hasRoom<Effect::draws>(tape, bytes))
+        return;
+    store(tape.at, static_cast<std::uint16_t>(op));
+    encoding::storeScalars<F, S::count - 1>(tape.at + opcodeBytes,
+                                            std::tuple(scalars..., elements.count));
+    gather(tape.at + head, array, elements);
+    tape.at += bytes;
+}
+
+constexpr GLenum clientStates[] = {
+    GL_VERTEX_ARRAY,    GL_NORMAL_ARRAY,         GL_COLOR_ARRAY,           GL_INDEX_ARRAY,
+    GL_EDGE_FLAG_ARRAY, GL_FOG_COORDINATE_ARRAY, GL_SECONDARY_COLOR_ARRAY, GL_TEXTURE_COORD_ARRAY};
+
+void recordEnables()
+{
+    unsigned& onWall = currentContext().client.enabledOnWall;
+    unsigned& isKnown = currentContext().client.knownOnWall;
+    for (int kind = 0; kind <= texCoordArray; ++kind) {
+        const unsigned bit = 1U << kind;
+        const bool enabled = client().arrays[kind].enabled;
+        if ((isKnown & bit) && enabled == ((onWall & bit) != 0))
+            continue;
+        isKnown |= bit;
+        onWall = enabled ? onWall | bit : onWall & ~bit;
+        if (enabled)
+            draw<Op::glEnableClientState>(clientStates[kind]);
+        else
+            draw<Op::glDisableClientState>(clientStates[kind]);
+    }
+}
+
+void recordArrays(const Elements& elements)
+{
+    recordEnables();
+    for (int kind = 0; kind <= texCoordArray; ++kind) {
+        const ClientArrayState& a = client().arrays[kind];
+        if (!a.enabled)
+            continue;
+        switch (kind) {
+        case vertexArray:
+            recordArray<Op::glVertexPointer>(a, elements, a.size, a.type);
+            break;
+        case normalArray:
+            recordArray<Op::glNormalPointer>(a, elements, a.type);
+            break;
+        case colorArray:
+            recordArray<Op::glColorPointer>(a, elements, a.size, a.type);
+            break;
+        case indexArray:
+            recordArray<Op::glIndexPointer>(a, elements, a.type);
+            break;
+        case edgeFlagArray:
+            recordArray<Op::glEdgeFlagPointer>(a, elements);
+            break;
+        case fogCoordArray:
+            recordArray<Op::glFogCoordPointer>(a, elements, a.type);
+            break;
+        case secondaryColorArray:
+            recordArray<Op::glSecondaryColorPointer>(a, elements, a.size, a.type);
+            break;
+        default:
+            recordArray<Op::glTexCoordPointer>(a, elements, a.size, a.type);
+        }
+    }
+}
+
+void recordAsCalls(GLenum mode, const Elements& elements)
+{
+    draw<Op::glBegin>(mode);
+    for (GLsizei i = 0; i < elements.count; ++i)
+        recordElement(elements.indices ? elements.indices[i] : elements.first + i);
+    draw<Op::glEnd>();
+}
+
+// Nothing is drawn without positions.
+bool drawsAnything(GLsizei count)
+{
+    return count > 0 && isRecorded<Effect::draws>() &&
+           (client().arrays[vertexArray].enabled || client().attributes[0].enabled);
+}
+
+void recordDrawArrays(GLenum mode, GLint first, GLsizei count)
+{
+    if (!drawsAnything(count) || first < 0)
+        return;
+    const Elements elements{first, count};
+    if (!fitsTheWall())
+        return recordAsCalls(mode, elements);
+    recordArrays(elements);
+    draw<Op::glDrawArrays>(mode, 0, count);
+}
+
+template <class Index>
+void recordIndexed(GLenum mode, GLsizei count, GLenum type, const Index* indices)
+{
+    const auto [least, most] = std::minmax_element(indices, indices + count);
+    const std::int64_t first = *least;
+    const std::int64_t range = std::int64_t{*most} - first + 1;
+    static thread_local std::vector<std::int64_t> wide;
+    constexpr std::int64_t few = 64;
+    const bool sparse = range > 2 * std::int64_t{count} + few;
+    if (sparse || !fitsTheWall()) {
+        wide.assign(indices, indices + count);
+        const Elements elements{0, count, wide.data()};
+        if (!fitsTheWall())
+            return recordAsCalls(mode, elements);
+        recordArrays(elements);
+        draw<Op::glDrawArrays>(mode, 0, count);
+        return;
+    }
+    recordArrays({first, static_cast<GLsizei>(range)});
+    if (first == 0)
+        return draw<Op::glDrawElements>(mode, count, type, Block{indices, count});
+    static thread_local std::vector<Index> rebased;
+    rebased.resize(static_cast<std::size_t>(count));
+    std::transform(indices, indices + count, rebased.begin(),
+                   [first](Index i) { return static_cast<Index>(i - first); });
+    draw<Op::glDrawElements>(mode, count, type, Block{rebased.data(), count});
+}
+
+void recordDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices)
+{
+    if (!drawsAnything(count))
+        return;
+    if (client().elementBuffer) {
+        const BufferObject& object = bufferObject(client().elementBuffer);
+        const auto offset = reinterpret_cast<std::uintptr_t>(indices);
+        const auto bytes =
+            static_cast<std::size_t>(count) * static_cast<std::size_t>(elementBytes(type));
+        if (offset > object.bytes.size() || bytes > object.bytes.size() - offset)
+            return;
+        indices = object.bytes.data() + offset;
+    }
+    if (!indices)
+        return;
+    if (type == GL_UNSIGNED_BYTE)
+        recordIndexed(mode, count, type, static_cast<const GLubyte*>(indices));
+    else if (type == GL_UNSIGNED_SHORT)
+        recordIndexed(mode, count, type, static_cast<const GLushort*>(indices));
+    else if (type == GL_UNSIGNED_INT)
+        recordIndexed(mode, count, type, static_cast<const GLuint*>(indices));
+}
+
+// ---- Entries -----------------------------------------------------------------------------------
+
+void arrayElement(GLint i)
+{
+    if (isRecorded<Effect::draws>() && i >= 0)
+        recordElement(i);
+    callNative<Op::glArrayElement>(i);
+}
+
+template <Op op>
+void drawArrays(GLenum mode, GLint first, GLsizei count)
+{
+    recordDrawArrays(mode, first, count);
+    callNative<op>(mode, first, count);
+}
+
+void drawElements(GLenum mode, GLsizei count, GLenum type, const void* indices)
+{
+    recordDrawElements(mode, count, type, indices);
+    callNative<Op::glDrawElements>(mode, count, type, indices);
+}
+
+template <Op op>
+void drawRangeElements(GLenum mode, GLuint start, GLuint end, GLsizei count, GLenum type,
+                       const void* indices)
+{
+    recordDrawElements(mode, count, type, indices);
+    callNative<op>(mode, start, end, count, type, indices);
+}
+
+template <Op op>
+void multiDrawArrays(GLenum mode, const GLint* first, const GLsizei* count, GLsizei primitives)
+{
+    for (int i = 0; i < primitives; ++i)
+        recordDrawArrays(mode, first[i], count[i]);
+    callNative<op>(mode, first, count, primitives);
+}
+
+template <Op op>
+void multiDrawElements(GLenum mode, const GLsizei* count, GLenum type, const void* const* indices,
+                       GLsizei primitives)
+{
+    for (int i = 0; i < primitives; ++i)
+        recordDrawElements(mode, count[i], type, indices[i]);
+    callNative<op>(mode, count, type, indices, primitives);
+}
+
+} // namespace
+
+void installDraws()
+{
+    install("glArrayElement", arrayElement);
+    install("glArrayElementEXT", arrayElement);
+    install("glDrawArrays", drawArrays<Op::glDrawArrays>);
+    install("glDrawArraysEXT", drawArrays<Op::glDrawArraysEXT>);
+    install("glDrawElements", drawElements);
+    install("glDrawRangeElements", drawRangeElements<Op::glDrawRangeElements>);
+    install("glDrawRangeElementsEXT", drawRangeElements<Op::glDrawRangeElementsEXT>);
+    install("glMultiDrawArrays", multiDrawArrays<Op::glMultiDrawArrays>);
+    install("glMultiDrawArraysEXT", multiDrawArrays<Op::glMultiDrawArraysEXT>);
+    install("glMultiDrawElements", multiDrawElements<Op::glMultiDrawElements>);
+    install("glMultiDrawElementsEXT", multiDrawElements<Op::glMultiDrawElementsEXT>);
+}

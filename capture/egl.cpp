@@ -1,0 +1,223 @@
+// EGL on X: the same as glx.cpp for contexts and surfaces of EGL.
+#include "capture/contexts.h"
+#include "capture/entries.h"
+#include "capture/strings.h"
+
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+
+#include <map>
+#include <mutex>
+
+namespace {
+
+// The node's own function, found when first called.
+#define OWN(function)                                                                              \
+    (reinterpret_cast<decltype(&::function)>([] {                                                  \
+        static const NativeEntry found = nativeByName(#function);                                  \
+        return found;                                                                              \
+    }()))
+
+std::mutex surfacesLock;
+std::map<EGLSurface, Window> surfaces;
+std::map<EGLDisplay, Display*> displays;
+
+Window windowOf(EGLSurface surface)
+{
+    const std::lock_guard lock(surfacesLock);
+    const auto found = surfaces.find(surface);
+    return found == surfaces.end() ? 0 : found->second;
+}
+
+EGLSurface keepSurface(EGLSurface surface, Window window)
+{
+    const std::lock_guard lock(surfacesLock);
+    if (surface != EGL_NO_SURFACE)
+        surfaces[surface] = window;
+    return surface;
+}
+
+EGLDisplay keepDisplay(EGLDisplay display, void* native)
+{
+    const std::lock_guard lock(surfacesLock);
+    displays[display] = static_cast<Display*>(native);
+    return display;
+}
+
+// ---- Displays and surfaces ---------------------------------------------------------------------
+
+EGLDisplay getDisplay(EGLNativeDisplayType native)
+{
+    return keepDisplay(OWN(eglGetDisplay)(native), native);
+}
+
+EGLDisplay getPlatformDisplay(EGLenum platform, void* native, const EGLAttrib* attributes)
+{
+    const EGLDisplay display = OWN(eglGetPlatformDisplay)(platform, native, attributes);
+    return keepDisplay(display, platform == EGL_PLATFORM_X11_KHR ? native : nullptr);
+}
+
+EGLDisplay getPlatformDisplayEXT(EGLenum platform, void* native, const EGLint* attributes)
+{
+    static auto* const function =
+        reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(nativeByName("eglGetPlatformDisplayEXT"));
+    const EGLDisplay display = function(platform, native, attributes);
+    return keepDisplay(display, platform == EGL_PLATFORM_X11_KHR ? native : nullptr);
+}
+
+EGLSurface createWindowSurface(EGLDisplay display, EGLConfig config, EGLNativeWindowType window,
+                               const EGLint* attributes)
+{
+    return keepSurface(OWN(eglCreateWindowSurface)(display, config, window, attributes), window);
+}
+
+// The platform's window is given by its address.
+EGLSurface createPlatformWindowSurface(EGLDisplay display, EGLConfig config, void* window,
+                                       const EGLAttrib* attributes)
+{
+    return keepSurface(OWN(eglCreatePlatformWindowSurface)(display, config, window, attributes),
+                       window ? *static_cast<Window*>(window) : 0);
+}
+
+EGLSurface createPlatformWindowSurfaceEXT(EGLDisplay display, EGLConfig config, void* window,
+                                          const EGLint* attributes)
+{
+    static auto* const function = reinterpret_cast<PFNEGLCREATEPLATFORMWINDOWSURFACEEXTPROC>(
+        nativeByName("eglCreatePlatformWindowSurfaceEXT"));
+    return keepSurface(function(display, config, window, attributes),
+                       window ? *static_cast<Window*>(window) : 0);
+}
+
+EGLBoolean destroySurface(EGLDisplay display, EGLSurface surface)
+{
+    {
+        const std::lock_guard lock(surfacesLock);
+        surfaces.erase(surface);
+    }
+    return OWN(eglDestroySurface)(display, surface);
+}
+
+// ---- Contexts ----------------------------------------------------------------------------------
+
+std::vector<int> attributesOf(EGLDisplay display, EGLConfig config)
+{
+    const auto value = [=](EGLint name) {
+        EGLint v = 0;
+        OWN(eglGetConfigAttrib)(display, config, name, &v);
+        return v;
+    };
+    std::vector<int> list{
+        GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 1, GLX_GREEN_SIZE, 1, GLX_BLUE_SIZE, 1};
+    for (const auto& [name, glx] : {std::pair{EGL_ALPHA_SIZE, GLX_ALPHA_SIZE},
+                                    {EGL_DEPTH_SIZE, GLX_DEPTH_SIZE},
+                                    {EGL_STENCIL_SIZE, GLX_STENCIL_SIZE}})
+        if (value(name) > 0)
+            list.insert(list.end(), {glx, 1});
+    list.push_back(None);
+    return list;
+}
+
+EGLContext createContext(EGLDisplay display, EGLConfig config, EGLContext shared,
+                         const EGLint* attributes)
+{
+    const bool openGL = OWN(eglQueryAPI)() == EGL_OPENGL_API;
+    int major = 1, minor = 0, profile = 0;
+    for (const EGLint* a = attributes; a && *a != EGL_NONE; a += 2) {
+        if (a[0] == EGL_CONTEXT_MAJOR_VERSION)
+            major = a[1];
+        else if (a[0] == EGL_CONTEXT_MINOR_VERSION)
+            minor = a[1];
+        else if (a[0] == EGL_CONTEXT_OPENGL_PROFILE_MASK)
+            profile = a[1];
+    }
+    // The default profile only counts from OpenGL 3.2 on.
+    const bool core =
+        openGL && major >= 3 && !(profile & EGL_CONTEXT_OPENGL_COMPATIBILITY_PROFILE_BIT);
+    if (!openGL || major != carriedMajor || minor > carriedMinor) {
+        sayRefused(openGL ? "OpenGL" : "OpenGL ES", major, minor, core);
+        const EGLint impossible[] = {EGL_CONTEXT_MAJOR_VERSION, 99, EGL_NONE};
+        return OWN(eglCreateContext)(display, config, shared, impossible);
+    }
+    const EGLContext context = OWN(eglCreateContext)(display, config, shared, attributes);
+    if (context != EGL_NO_CONTEXT) {
+        Display* dpy = nullptr;
+        {
+            const std::lock_guard lock(surfacesLock);
+            dpy = displays[display];
+        }
+        EGLint visual = 0;
+        OWN(eglGetConfigAttrib)(display, config, EGL_NATIVE_VISUAL_ID, &visual);
+        addContext(context, shared, dpy, static_cast<unsigned long>(visual),
+                   attributesOf(display, config), true);
+    }
+    return context;
+}
+
+EGLBoolean destroyContext(EGLDisplay display, EGLContext context)
+{
+    removeContext(context);
+    return OWN(eglDestroyContext)(display, context);
+}
+
+EGLBoolean makeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context)
+{
+    const Window window = windowOf(draw);
+    leaveContext(context, window);
+    const EGLBoolean result = OWN(eglMakeCurrent)(display, draw, read, context);
+    if (result)
+        contextIsCurrent(context, window);
+    return result;
+}
+
+EGLBoolean releaseThread()
+{
+    leaveContext(nullptr, 0);
+    const EGLBoolean result = OWN(eglReleaseThread)();
+    contextIsCurrent(nullptr, 0);
+    return result;
+}
+
+EGLBoolean swapBuffers(EGLDisplay display, EGLSurface surface)
+{
+    if (hasContext() && windowOf(surface) == currentContext().window)
+        endFrame(true);
+    const EGLBoolean result = OWN(eglSwapBuffers)(display, surface);
+    holdAfterLastFrame();
+    return result;
+}
+
+template <int extension>
+EGLBoolean swapBuffersWithDamage(EGLDisplay display, EGLSurface surface, const EGLint* rectangles,
+                                 EGLint n)
+{
+    static auto* const native = reinterpret_cast<PFNEGLSWAPBUFFERSWITHDAMAGEKHRPROC>(
+        nativeByName(extension ? "eglSwapBuffersWithDamageEXT" : "eglSwapBuffersWithDamageKHR"));
+    if (hasContext() && windowOf(surface) == currentContext().window)
+        endFrame(true);
+    const EGLBoolean result = native(display, surface, rectangles, n);
+    holdAfterLastFrame();
+    return result;
+}
+
+NativeEntry getProcAddress(const char* name) { return entryFor(name); }
+
+} // namespace
+
+void installEgl()
+{
+    install("eglGetDisplay", getDisplay);
+    install("eglGetPlatformDisplay", getPlatformDisplay);
+    install("eglGetPlatformDisplayEXT", getPlatformDisplayEXT);
+    install("eglCreateWindowSurface", createWindowSurface);
+    install("eglCreatePlatformWindowSurface", createPlatformWindowSurface);
+    install("eglCreatePlatformWindowSurfaceEXT", createPlatformWindowSurfaceEXT);
+    install("eglDestroySurface", destroySurface);
+    install("eglCreateContext", createContext);
+    install("eglDestroyContext", destroyContext);
+    install("eglMakeCurrent", makeCurrent);
+    install("eglReleaseThread", releaseThread);
+    install("eglSwapBuffers", swapBuffers);
+    install("eglSwapBuffersWithDamageKHR", swapBuffersWithDamage<0>);
+    install("eglSwapBuffersWithDamageEXT", swapBuffersWithDamage<1>);
+    install("eglGetProcAddress", getProcAddress);
+}

@@ -1,0 +1,178 @@
+#include "capture/entries.h"
+#include "capture/stream.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace {
+
+// ---- Entries that follow from the layout -------------------------------------------------------
+
+template <class F, class Layout>
+inline constexpr bool followsFromLayout = false;
+template <class F, int bytes>
+inline constexpr bool followsFromLayout<F, Scalars<bytes>> = true;
+template <class F, int bytes>
+inline constexpr bool followsFromLayout<F, FixedArrays<bytes>> = true;
+template <class F>
+inline constexpr bool followsFromLayout<F, CountedArrays> = true;
+template <class F, const ParamSizes& sizes>
+inline constexpr bool followsFromLayout<F, ParameterArray<sizes>> = true;
+
+// Whether a call has a record at all: a count below zero, a name that the wire does not know.
+template <class... A>
+constexpr bool canBeSent(auto, const A&...)
+{
+    return true;
+}
+template <class... A>
+bool canBeSent(CountedArrays, GLsizei n, const A&...)
+{
+    return n >= 0;
+}
+template <const ParamSizes& sizes, class... A>
+bool canBeSent(ParameterArray<sizes>, const A&... a)
+{
+    const auto arguments = std::tie(a...);
+    return findParam(sizes, static_cast<GLenum>(std::get<sizeof...(A) - 2>(arguments))) != nullptr;
+}
+
+template <Op op, Op sent, class F>
+struct Entry;
+template <Op op, Op sent, class R, class... P>
+struct Entry<op, sent, R(P...)> {
+    static R call(P... p)
+    {
+        if (canBeSent(Layout<sent>{}, p...))
+            record<sent, effectOf<sent>>(p...);
+        return callNative<op>(p...);
+    }
+};
+
+// The vectors of multitexture's first form have no length on the wire; the core's have.
+constexpr Op sentAs(Op op)
+{
+    if (op >= Op::glMultiTexCoord1dARB && op <= Op::glMultiTexCoord4svARB)
+        return Op(indexOf(op) - indexOf(Op::glMultiTexCoord1dARB) + indexOf(Op::glMultiTexCoord1d));
+    if (op == Op::glBindTextureEXT)
+        return Op::glBindTexture;
+    return op;
+}
+static_assert(sentAs(Op::glMultiTexCoord4svARB) == Op::glMultiTexCoord4sv);
+
+template <Op op>
+constexpr NativeEntry entryOf()
+{
+    if constexpr (requires { typename PrototypeOf<op>::Type; } && !isLocal(op)) {
+        constexpr Op sent = sentAs(op);
+        if constexpr (followsFromLayout<Prototype<op>, Layout<sent>>)
+            return reinterpret_cast<NativeEntry>(&Entry<op, sent, Prototype<op>>::call);
+    }
+    return nullptr;
+}
+
+// ---- Entries by name ---------------------------------------------------------------------------
+
+struct Known {
+    int opcode;        // -1: no operation of the wire
+    NativeEntry entry; // null: the node's own
+};
+
+std::unordered_map<std::string_view, Known>& known()
+{
+    static std::unordered_map<std::string_view, Known> all;
+    return all;
+}
+
+void fillKnown()
+{
+#define OPERATION(number, name, ...) known()[#name] = {number, entryOf<Op::name>()};
+#define BY_HAND OPERATION
+#define UNPERFORMED OPERATION
+#include "wire/operations.def"
+    installArrays();
+    installBufferObjects();
+    installDraws();
+    installImages();
+    installState();
+    installFonts();
+    installRaster();
+    installCopies();
+    installWidths();
+    installGlx();
+    installEgl();
+}
+
+// Those of OpenGL's functions outside the wire's list that change nothing that is seen.
+bool isHarmless(std::string_view name)
+{
+    for (const std::string_view part : {"Get", "Is", "Query", "Queries", "Debug", "Sync", "Fence",
+                                        "Buffer", "ObjectLabel", "Gen", "Delete"})
+        if (name.find(part) != name.npos)
+            return true;
+    return false;
+}
+
+void sayUnseen(const char* name)
+{
+    static std::unordered_set<std::string> said;
+    if (said.insert(name).second)
+        std::fprintf(stderr, "MOSA: capture: %s: the wall does not see it\n", name);
+}
+
+void missing() {}
+
+} // namespace
+
+void install(const char* name, NativeEntry entry)
+{
+    auto [place, added] = known().try_emplace(name, Known{-1, entry});
+    if (!added)
+        place->second.entry = entry;
+}
+
+NativeEntry entryFor(const char* name)
+{
+    const auto found = known().find(name);
+    if (found == known().end()) // of GLX and EGL all, of OpenGL what the wall carries
+        return std::strncmp(name, "glX", 3) == 0 || std::strncmp(name, "egl", 3) == 0
+                   ? nativeByName(name)
+                   : nullptr;
+    const auto& [opcode, entry] = found->second;
+    NativeEntry native = opcode >= 0 ? nativeTable[opcode] : nullptr;
+    if (!native)
+        native = nativeByName(name);
+    if (opcode >= 0)
+        nativeTable[opcode] = native;
+    if (!native)
+        return nullptr;
+    return entry ? entry : native;
+}
+
+NativeEntry entryForExport(const char* name)
+{
+    if (NativeEntry entry = entryFor(name))
+        return entry;
+    NativeEntry native = nativeByName(name);
+    if (!native)
+        return missing;
+    if (!isHarmless(name))
+        sayUnseen(name);
+    return native;
+}
+
+namespace {
+
+[[gnu::constructor]] void prepare()
+{
+    readCaptureOptions();
+    openNative();
+    fillKnown();
+}
+
+} // namespace

@@ -1,0 +1,373 @@
+// Images: packed from the program's memory as its unpack state says, and sent without gaps, in this
+// machine's byte order, bits from the most significant on. The wall's unpack alignment is 1, and no
+// other unpack parameter is ever sent.
+#include "capture/contexts.h"
+#include "capture/entries.h"
+#include "capture/raster.h"
+#include "wire/sizes.h"
+
+namespace {
+
+struct Unpack {
+    GLint alignment, rowLength, skipRows, skipPixels, imageHeight, skipImages, swapBytes, lsbFirst;
+};
+
+Unpack currentUnpack()
+{
+    const auto value = [](GLenum name) {
+        GLint v = 0;
+        callNative<Op::glGetIntegerv>(name, &v);
+        return v;
+    };
+    return {value(GL_UNPACK_ALIGNMENT),    value(GL_UNPACK_ROW_LENGTH),
+            value(GL_UNPACK_SKIP_ROWS),    value(GL_UNPACK_SKIP_PIXELS),
+            value(GL_UNPACK_IMAGE_HEIGHT), value(GL_UNPACK_SKIP_IMAGES),
+            value(GL_UNPACK_SWAP_BYTES),   value(GL_UNPACK_LSB_FIRST)};
+}
+
+/// An image in the program's memory.
+struct Picture {
+    const void* pixels;
+    GLsizei width, height, depth;
+    GLenum format, type;
+    bool volume = false; // the unpack state's images count
+};
+
+bool isBits(const Picture& picture) { return picture.type == GL_BITMAP; }
+
+std::int64_t rowBytes(const Picture& picture)
+{
+    return isBits(picture) ? (std::int64_t{picture.width} + 7) / 8
+                           : std::int64_t{picture.width} * pixelBytes(picture.format, picture.type);
+}
+
+/// Bytes without gaps; negative when there is no such image.
+std::int64_t packedBytes(const Picture& picture)
+{
+    if (!isBits(picture) && pixelBytes(picture.format, picture.type) == 0)
+        return -1;
+    if (picture.width < 0)
+        return -1;
+    return byteCount(rowBytes(picture), picture.height, picture.depth);
+}
+
+void packBits(unsigned char* to, const unsigned char* from, int skip, int width, bool lsbFirst)
+{
+    if (skip % 8 == 0 && !lsbFirst) {
+        std::memcpy(to, from + skip / 8, static_cast<std::size_t>((width + 7) / 8));
+        return;
+    }
+    std::memset(to, 0, static_cast<std::size_t>((width + 7) / 8));
+    for (int i = 0; i < width; ++i) {
+        const int bit = skip + i;
+        const int shift = lsbFirst ? bit % 8 : 7 - bit % 8;
+        if (from[bit / 8] >> shift & 1)
+            to[i / 8] = static_cast<unsigned char>(to[i / 8] | 0x80 >> i % 8);
+    }
+}
+
+void swapUnits(unsigned char* at, std::int64_t bytes, int unit)
+{
+    for (std::int64_t i = 0; i < bytes; i += unit)
+        std::reverse(at + i, at + i + unit);
+}
+
+void pack(unsigned char* to, const Picture& picture)
+{
+    const Unpack unpack = currentUnpack();
+    const std::int64_t length = unpack.rowLength > 0 ? unpack.rowLength : picture.width;
+    const int pixel = pixelBytes(picture.format, picture.type);
+    const int unit = pixelUnit(picture.type).bytes;
+    const std::int64_t tight = isBits(picture) ? (length + 7) / 8 : length * pixel;
+    const std::int64_t alignment =
+        isBits(picture) || unit < unpack.alignment ? unpack.alignment : 1;
+    const std::int64_t row = (tight + alignment - 1) / alignment * alignment;
+    const std::int64_t rows =
+        picture.volume && unpack.imageHeight > 0 ? unpack.imageHeight : picture.height;
+    const auto* from = static_cast<const unsigned char*>(picture.pixels) + unpack.skipRows * row +
+                       (picture.volume ? unpack.skipImages * rows * row : 0);
+    const std::int64_t bytes = rowBytes(picture);
+    for (GLsizei image = 0; image < picture.depth; ++image, from += rows * row) {
+        if (!isBits(picture) && row == bytes && unpack.skipPixels == 0) {
+            std::memcpy(to, from, static_cast<std::size_t>(bytes * picture.height));
+            to += bytes * picture.height;
+            continue;
+        }
+        const unsigned char* at = from;
+        for (GLsizei y = 0; y < picture.height; ++y, at += row, to += bytes) {
+            if (isBits(picture))
+                packBits(to, at, unpack.skipPixels, picture.width, unpack.lsbFirst);
+            else
+                std::memcpy(to, at + std::int64_t{unpack.skipPixels} * pixel,
+                            static_cast<std::size_t>(bytes));
+        }
+    }
+    if (unpack.swapBytes && unit > 1) {
+        const std::int64_t all = bytes * picture.height * picture.depth;
+        swapUnits(to - all, all, unit);
+    }
+}
+
+// The image's operation: its scalars, then the pixels.
+template <Op op, class... Scalars>
+void recordImage(const Picture& picture, Scalars... scalars)
+{
+    using F = Prototype<op>;
+    using S = Signature<F>;
+    static_assert(sizeof...(Scalars) == S::scalars);
+    constexpr bool flagged = op != Op::glDrawPixels && op != Op::glBitmap;
+    constexpr int countAt = opcodeBytes + S::scalarBytes;
+    constexpr int head = countAt + (flagged ? 8 : 4);
+    const bool none = !picture.pixels;
+    const std::int64_t bytes = none ? 0 : packedBytes(picture);
+    Tape& tape = *currentTape;
+    if (bytes < 0 || bytes > INT32_MAX - head || !hasRoom<effectOf<op>>(tape, head + bytes))
+        return;
+    store(tape.at, static_cast<std::uint16_t>(op));
+    encoding::storeScalars<F, S::scalars>(tape.at + opcodeBytes, std::tuple(scalars...));
+    store(tape.at + countAt, static_cast<std::int32_t>(bytes));
+    if constexpr (flagged)
+        store(tape.at + countAt + 4, none ? 1 : 0);
+    if (bytes > 0)
+        pack(tape.at + head, picture);
+    tape.at += head + bytes;
+}
+
+bool isProxy(GLenum target)
+{
+    switch (target) {
+    case GL_PROXY_TEXTURE_1D:
+    case GL_PROXY_TEXTURE_2D:
+    case GL_PROXY_TEXTURE_3D:
+    case GL_PROXY_TEXTURE_CUBE_MAP:
+    case GL_PROXY_TEXTURE_RECTANGLE:
+    case GL_PROXY_COLOR_TABLE:
+    case GL_PROXY_POST_CONVOLUTION_COLOR_TABLE:
+    case GL_PROXY_POST_COLOR_MATRIX_COLOR_TABLE:
+        return true;
+    default:
+        return false;
+    }
+}
+
+void texImage1D(GLenum target, GLint level, GLint internalFormat, GLsizei width, GLint border,
+                GLenum format, GLenum type, const void* pixels)
+{
+    if (!isProxy(target))
+        recordImage<Op::glTexImage1D>({pixels, width, 1, 1, format, type}, target, level,
+                                      internalFormat, width, border, format, type);
+    callNative<Op::glTexImage1D>(target, level, internalFormat, width, border, format, type,
+                                 pixels);
+}
+
+void texImage2D(GLenum target, GLint level, GLint internalFormat, GLsizei width, GLsizei height,
+                GLint border, GLenum format, GLenum type, const void* pixels)
+{
+    if (!isProxy(target))
+        recordImage<Op::glTexImage2D>({pixels, width, height, 1, format, type}, target, level,
+                                      internalFormat, width, height, border, format, type);
+    callNative<Op::glTexImage2D>(target, level, internalFormat, width, height, border, format, type,
+                                 pixels);
+}
+
+template <Op op, class Format>
+void texImage3D(GLenum target, GLint level, Format internalFormat, GLsizei width, GLsizei height,
+                GLsizei depth, GLint border, GLenum format, GLenum type, const void* pixels)
+{
+    if (!isProxy(target))
+        recordImage<op>({pixels, width, height, depth, format, type, true}, target, level,
+                        internalFormat, width, height, depth, border, format, type);
+    callNative<op>(target, level, internalFormat, width, height, depth, border, format, type,
+                   pixels);
+}
+
+template <Op op>
+void texSubImage1D(GLenum target, GLint level, GLint x, GLsizei width, GLenum format, GLenum type,
+                   const void* pixels)
+{
+    recordImage<Op::glTexSubImage1D>({pixels, width, 1, 1, format, type}, target, level, x, width,
+                                     format, type);
+    callNative<op>(target, level, x, width, format, type, pixels);
+}
+
+template <Op op>
+void texSubImage2D(GLenum target, GLint level, GLint x, GLint y, GLsizei width, GLsizei height,
+                   GLenum format, GLenum type, const void* pixels)
+{
+    recordImage<Op::glTexSubImage2D>({pixels, width, height, 1, format, type}, target, level, x, y,
+                                     width, height, format, type);
+    callNative<op>(target, level, x, y, width, height, format, type, pixels);
+}
+
+template <Op op>
+void texSubImage3D(GLenum target, GLint level, GLint x, GLint y, GLint z, GLsizei width,
+                   GLsizei height, GLsizei depth, GLenum format, GLenum type, const void* pixels)
+{
+    recordImage<Op::glTexSubImage3D>({pixels, width, height, depth, format, type, true}, target,
+                                     level, x, y, z, width, height, depth, format, type);
+    callNative<op>(target, level, x, y, z, width, height, depth, format, type, pixels);
+}
+
+void drawPixels(GLsizei width, GLsizei height, GLenum format, GLenum type, const void* pixels)
+{
+    atRasterPosition(false, [&] {
+        recordImage<Op::glDrawPixels>({pixels, width, height, 1, format, type}, width, height,
+                                      format, type);
+    });
+    callNative<Op::glDrawPixels>(width, height, format, type, pixels);
+}
+
+void bitmap(GLsizei width, GLsizei height, GLfloat xorig, GLfloat yorig, GLfloat xmove,
+            GLfloat ymove, const GLubyte* bits)
+{
+    atRasterPosition(true, [&] {
+        recordImage<Op::glBitmap>({bits, width, height, 1, GL_COLOR_INDEX, GL_BITMAP}, width,
+                                  height, xorig, yorig, xmove, ymove);
+    });
+    callNative<Op::glBitmap>(width, height, xorig, yorig, xmove, ymove, bits);
+}
+
+void polygonStipple(const GLubyte* mask)
+{
+    GLubyte block[1024] = {}; // what the record carries; OpenGL reads the first 128
+    if (mask && isRecorded<Effect::state>())
+        pack(block, {mask, 32, 32, 1, GL_COLOR_INDEX, GL_BITMAP});
+    record<Op::glPolygonStipple, Effect::state>(block);
+    callNative<Op::glPolygonStipple>(mask);
+}
+
+template <Op op>
+void colorTable(GLenum target, GLenum internalFormat, GLsizei width, GLenum format, GLenum type,
+                const void* table)
+{
+    if (!isProxy(target))
+        recordImage<op>({table, width, 1, 1, format, type}, target, internalFormat, width, format,
+                        type);
+    callNative<op>(target, internalFormat, width, format, type, table);
+}
+
+void colorSubTable(GLenum target, GLsizei start, GLsizei count, GLenum format, GLenum type,
+                   const void* data)
+{
+    recordImage<Op::glColorSubTable>({data, count, 1, 1, format, type}, target, start, count,
+                                     format, type);
+    callNative<Op::glColorSubTable>(target, start, count, format, type, data);
+}
+
+void convolutionFilter1D(GLenum target, GLenum internalFormat, GLsizei width, GLenum format,
+                         GLenum type, const void* image)
+{
+    recordImage<Op::glConvolutionFilter1D>({image, width, 1, 1, format, type}, target,
+                                           internalFormat, width, format, type);
+    callNative<Op::glConvolutionFilter1D>(target, internalFormat, width, format, type, image);
+}
+
+void convolutionFilter2D(GLenum target, GLenum internalFormat, GLsizei width, GLsizei height,
+                         GLenum format, GLenum type, const void* image)
+{
+    recordImage<Op::glConvolutionFilter2D>({image, width, height, 1, format, type}, target,
+                                           internalFormat, width, height, format, type);
+    callNative<Op::glConvolutionFilter2D>(target, internalFormat, width, height, format, type,
+                                          image);
+}
+
+void separableFilter2D(GLenum target, GLenum internalFormat, GLsizei width, GLsizei height,
+                       GLenum format, GLenum type, const void* row, const void* column)
+{
+    const auto packed = [=](const void* image, GLsizei length) {
+        const Picture picture{image, length, 1, 1, format, type};
+        const std::int64_t bytes = image ? std::max(packedBytes(picture), std::int64_t{0}) : 0;
+        std::vector<unsigned char> pixels(static_cast<std::size_t>(bytes));
+        if (bytes > 0)
+            pack(pixels.data(), picture);
+        return pixels;
+    };
+    if (isRecorded<Effect::state>()) {
+        const auto rows = packed(row, width), columns = packed(column, height);
+        const auto size = [](const auto& v) { return static_cast<std::int32_t>(v.size()); };
+        record<Op::glSeparableFilter2D, Effect::state>(
+            SeparableFilterBlock{target,
+                                 internalFormat,
+                                 width,
+                                 height,
+                                 format,
+                                 type,
+                                 size(rows),
+                                 size(columns),
+                                 !row,
+                                 !column,
+                                 {rows.data(), size(rows)},
+                                 {columns.data(), size(columns)}});
+    }
+    callNative<Op::glSeparableFilter2D>(target, internalFormat, width, height, format, type, row,
+                                        column);
+}
+
+template <Op op, class T>
+void pixelMap(GLenum map, GLsizei size, const T* values)
+{
+    if (size >= 0)
+        record<op, Effect::defines>(map, size, Block{values, size});
+    callNative<op>(map, size, values);
+}
+
+// Compressed images carry their size, the last scalar.
+template <Op op, Op native, class... A>
+void compressed(A... a)
+{
+    const auto given = std::tuple(a...);
+    constexpr std::size_t last = sizeof...(A) - 1;
+    const GLsizei size = std::get<last - 1>(given);
+    if (size >= 0 && !isProxy(std::get<0>(given)))
+        [&]<std::size_t... i>(std::index_sequence<i...>)
+        {
+            record<op, Effect::defines>(std::get<i>(given)..., Block{std::get<last>(given), size});
+        }
+    (std::make_index_sequence<last>{});
+    callNative<native>(a...);
+}
+
+template <Op op, Op native, class F = Prototype<op>>
+struct Compressed;
+template <Op op, Op native, class... P>
+struct Compressed<op, native, void(P...)> {
+    static void call(P... p) { compressed<op, native>(p...); }
+};
+
+} // namespace
+
+void installImages()
+{
+    install("glTexImage1D", texImage1D);
+    install("glTexImage2D", texImage2D);
+    install("glTexImage3D", texImage3D<Op::glTexImage3D, GLint>);
+    install("glTexImage3DEXT", texImage3D<Op::glTexImage3DEXT, GLenum>);
+    install("glTexSubImage1D", texSubImage1D<Op::glTexSubImage1D>);
+    install("glTexSubImage2D", texSubImage2D<Op::glTexSubImage2D>);
+    install("glTexSubImage3D", texSubImage3D<Op::glTexSubImage3D>);
+    install("glTexSubImage1DEXT", texSubImage1D<Op::glTexSubImage1DEXT>);
+    install("glTexSubImage2DEXT", texSubImage2D<Op::glTexSubImage2DEXT>);
+    install("glTexSubImage3DEXT", texSubImage3D<Op::glTexSubImage3DEXT>);
+    install("glDrawPixels", drawPixels);
+    install("glBitmap", bitmap);
+    install("glPolygonStipple", polygonStipple);
+    install("glColorTable", colorTable<Op::glColorTable>);
+    install("glColorTableEXT", colorTable<Op::glColorTableEXT>);
+    install("glColorSubTable", colorSubTable);
+    install("glConvolutionFilter1D", convolutionFilter1D);
+    install("glConvolutionFilter2D", convolutionFilter2D);
+    install("glSeparableFilter2D", separableFilter2D);
+    install("glPixelMapfv", pixelMap<Op::glPixelMapfv, GLfloat>);
+    install("glPixelMapuiv", pixelMap<Op::glPixelMapuiv, GLuint>);
+    install("glPixelMapusv", pixelMap<Op::glPixelMapusv, GLushort>);
+#define COMPRESSED(name)                                                                           \
+    install(#name, Compressed<Op::name, Op::name>::call);                                          \
+    install(#name "ARB", Compressed<Op::name, Op::name##ARB>::call);
+    COMPRESSED(glCompressedTexImage1D)
+    COMPRESSED(glCompressedTexImage2D)
+    COMPRESSED(glCompressedTexImage3D)
+    COMPRESSED(glCompressedTexSubImage1D)
+    COMPRESSED(glCompressedTexSubImage2D)
+    COMPRESSED(glCompressedTexSubImage3D)
+#undef COMPRESSED
+}

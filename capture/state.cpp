@@ -1,0 +1,256 @@
+// Operations that are more than a record of their own: state that the client keeps, what the stream
+// has in another form, and the ends of frames.
+#include "capture/contexts.h"
+#include "capture/entries.h"
+#include "capture/strings.h"
+#include "wire/sizes.h"
+
+#include <algorithm>
+
+namespace {
+
+// ---- Viewport and scissor ----------------------------------------------------------------------
+
+bool hasMargins()
+{
+    const Placement area = placementOf(currentWindowSize());
+    return area.dx > 0 || area.dy > 0;
+}
+
+void viewport(GLint x, GLint y, GLsizei width, GLsizei height)
+{
+    // A viewport that is new often means that the window's size is.
+    thread_local GLint last[4];
+    const GLint now[4] = {x, y, width, height};
+    if (!isOnWall() || !std::equal(now, now + 4, last))
+        reconsiderWindow();
+    std::copy(now, now + 4, last);
+    recordViewport(x, y, width, height);
+    callNative<Op::glViewport>(x, y, width, height);
+}
+
+void scissor(GLint x, GLint y, GLsizei width, GLsizei height)
+{
+    callNative<Op::glScissor>(x, y, width, height);
+    if (currentContext().scissorOn || !hasMargins())
+        recordScissor();
+}
+
+// Where black is around the picture, the wall's scissor test is always on.
+template <Op op>
+void enable(GLenum what)
+{
+    if (what != GL_SCISSOR_TEST || !hasContext()) {
+        pass<op>(what);
+        return;
+    }
+    callNative<op>(what);
+    currentContext().scissorOn = op == Op::glEnable;
+    if (hasMargins())
+        recordScissor();
+    else
+        record<op, Effect::state>(what);
+}
+
+void popAttrib()
+{
+    pass<Op::glPopAttrib>();
+    if (!hasContext())
+        return;
+    if (!currentContext().inList) { // servers keep their matrix mode
+        GLint mode = GL_MODELVIEW;
+        callNative<Op::glGetIntegerv>(GL_MATRIX_MODE, &mode);
+        record<Op::glMatrixMode, Effect::state>(static_cast<GLenum>(mode));
+    }
+    currentContext().scissorOn = callNative<Op::glIsEnabled>(GLenum{GL_SCISSOR_TEST}) != 0;
+    if (hasMargins())
+        recordScissor();
+}
+
+void clear(GLbitfield mask)
+{
+    if (!isOnWall())
+        reconsiderWindow();
+    pass<Op::glClear>(mask);
+}
+
+// ---- Lists, modes, ends of frames --------------------------------------------------------------
+
+void newList(GLuint list, GLenum mode)
+{
+    callNative<Op::glNewList>(list, mode);
+    if (!currentContext().inList && list != 0 && hasContext())
+        beginList(list, mode);
+}
+
+void endCurrentList()
+{
+    if (currentContext().inList)
+        endList();
+    callNative<Op::glEndList>();
+}
+
+void callList(GLuint list)
+{
+    recordCallList(list);
+    callNative<Op::glCallList>(list);
+}
+
+void callLists(GLsizei n, GLenum type, const void* lists)
+{
+    recordCallLists(n, type, lists);
+    callNative<Op::glCallLists>(n, type, lists);
+}
+
+void deleteLists(GLuint list, GLsizei range)
+{
+    recordDeleteLists(list, range);
+    callNative<Op::glDeleteLists>(list, range);
+}
+
+GLint renderMode(GLenum mode)
+{
+    const GLint result = callNative<Op::glRenderMode>(mode);
+    if (mode == GL_RENDER || mode == GL_SELECT || mode == GL_FEEDBACK) {
+        currentContext().renderMode = mode;
+        updateRecording();
+    }
+    return result;
+}
+
+void drawBuffer(GLenum buffer)
+{
+    pass<Op::glDrawBuffer>(buffer);
+    currentContext().frontBuffer = buffer == GL_FRONT || buffer == GL_FRONT_LEFT ||
+                                   buffer == GL_FRONT_AND_BACK || buffer == GL_LEFT;
+}
+
+// Without a swap the program's picture is there when it says so.
+template <Op op>
+void flush()
+{
+    const Context& c = currentContext();
+    if (hasContext() && (!c.doubleBuffered || c.frontBuffer)) {
+        record<Op::glFlush, Effect::draws>();
+        endFrame(false);
+    } else
+        passOn();
+    callNative<op>();
+    holdAfterLastFrame();
+}
+
+// ---- Other forms -------------------------------------------------------------------------------
+
+// The wall knows of matrices in one order only.
+template <Op op, Op sent, class T>
+void transposed(const T* m)
+{
+    T other[16];
+    for (int i = 0; i < 16; ++i)
+        other[i] = m[i % 4 * 4 + i / 4];
+    record<sent, Effect::state>(other);
+    callNative<op>(m);
+}
+
+template <Op op, class T>
+void map1(GLenum target, T u1, T u2, GLint stride, GLint order, const T* points)
+{
+    if (const std::int64_t values = mapValues(target, stride, order); values > 0 && points)
+        record<op, Effect::state>(target, u1, u2, stride, order,
+                                  Block{points, static_cast<int>(values)});
+    callNative<op>(target, u1, u2, stride, order, points);
+}
+
+template <Op op, class T>
+void map2(GLenum target, T u1, T u2, GLint ustride, GLint uorder, T v1, T v2, GLint vstride,
+          GLint vorder, const T* points)
+{
+    const std::int64_t values = mapValues(target, ustride, uorder, vstride, vorder);
+    if (values > 0 && points)
+        record<op, Effect::state>(target, u1, u2, ustride, uorder, v1, v2, vstride, vorder,
+                                  Block{points, static_cast<int>(values)});
+    callNative<op>(target, u1, u2, ustride, uorder, v1, v2, vstride, vorder, points);
+}
+
+void programString(GLenum target, GLenum format, GLsizei length, const void* text)
+{
+    if (length >= 0 && text)
+        record<Op::glProgramStringARB, Effect::defines>(target, format, length,
+                                                        Block{text, length});
+    callNative<Op::glProgramStringARB>(target, format, length, text);
+}
+
+void deleteTexturesEXT(GLsizei n, const GLuint* names)
+{
+    if (n >= 0)
+        record<Op::glDeleteTextures, Effect::defines>(n, names);
+    callNative<Op::glDeleteTexturesEXT>(n, names);
+}
+
+void prioritizeTexturesEXT(GLsizei n, const GLuint* names, const GLclampf* priorities)
+{
+    if (n >= 0)
+        record<Op::glPrioritizeTextures, Effect::defines>(n, names, priorities);
+    callNative<Op::glPrioritizeTexturesEXT>(n, names, priorities);
+}
+
+const GLubyte* getString(GLenum name)
+{
+    return carriedString(name, callNative<Op::glGetString>(name));
+}
+
+// The client's own alone: images are sent packed.
+template <Op op, class T>
+void pixelStore(GLenum name, T value)
+{
+    callNative<op>(name, value);
+}
+
+} // namespace
+
+void installState()
+{
+    install("glViewport", viewport);
+    install("glScissor", scissor);
+    install("glEnable", enable<Op::glEnable>);
+    install("glDisable", enable<Op::glDisable>);
+    install("glPopAttrib", popAttrib);
+    install("glClear", clear);
+    install("glNewList", newList);
+    install("glEndList", endCurrentList);
+    install("glCallList", callList);
+    install("glDeleteLists", deleteLists);
+    install("glCallLists", callLists);
+    install("glRenderMode", renderMode);
+    install("glDrawBuffer", drawBuffer);
+    install("glFlush", flush<Op::glFlush>);
+    install("glFinish", flush<Op::glFinish>);
+    install("glPixelStoref", pixelStore<Op::glPixelStoref, GLfloat>);
+    install("glPixelStorei", pixelStore<Op::glPixelStorei, GLint>);
+    install("glGetString", getString);
+
+    install("glLoadTransposeMatrixf",
+            transposed<Op::glLoadTransposeMatrixf, Op::glLoadMatrixf, GLfloat>);
+    install("glLoadTransposeMatrixd",
+            transposed<Op::glLoadTransposeMatrixd, Op::glLoadMatrixd, GLdouble>);
+    install("glMultTransposeMatrixf",
+            transposed<Op::glMultTransposeMatrixf, Op::glMultMatrixf, GLfloat>);
+    install("glMultTransposeMatrixd",
+            transposed<Op::glMultTransposeMatrixd, Op::glMultMatrixd, GLdouble>);
+    install("glLoadTransposeMatrixfARB",
+            transposed<Op::glLoadTransposeMatrixfARB, Op::glLoadMatrixf, GLfloat>);
+    install("glLoadTransposeMatrixdARB",
+            transposed<Op::glLoadTransposeMatrixdARB, Op::glLoadMatrixd, GLdouble>);
+    install("glMultTransposeMatrixfARB",
+            transposed<Op::glMultTransposeMatrixfARB, Op::glMultMatrixf, GLfloat>);
+    install("glMultTransposeMatrixdARB",
+            transposed<Op::glMultTransposeMatrixdARB, Op::glMultMatrixd, GLdouble>);
+
+    install("glMap1f", map1<Op::glMap1f, GLfloat>);
+    install("glMap1d", map1<Op::glMap1d, GLdouble>);
+    install("glMap2f", map2<Op::glMap2f, GLfloat>);
+    install("glMap2d", map2<Op::glMap2d, GLdouble>);
+    install("glProgramStringARB", programString);
+    install("glDeleteTexturesEXT", deleteTexturesEXT);
+    install("glPrioritizeTexturesEXT", prioritizeTexturesEXT);
+}

@@ -1,0 +1,222 @@
+#include "capture/stream.h"
+#include "client/captureProtocol.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+CaptureOptions captureOptions;
+bool capturing;
+
+namespace {
+
+int connection = -1;
+int outstanding; // frames that the wall has not shown yet
+long sent;       // frames
+CaptureRing* ring;
+std::uint64_t ringUsed; // bytes, in all
+
+void stop(const char* why)
+{
+    if (why)
+        std::fprintf(stderr, "MOSA: capture: %s; the program goes on without the wall\n", why);
+    if (connection >= 0)
+        close(connection);
+    connection = -1;
+    capturing = false;
+}
+
+// The child must not write into its parent's stream.
+void stopInChild()
+{
+    if (connection >= 0)
+        stop(nullptr);
+}
+
+bool sendAll(msghdr message)
+{
+    while (message.msg_iovlen > 0) {
+        const ssize_t done = sendmsg(connection, &message, MSG_NOSIGNAL);
+        if (done < 0 && errno == EINTR)
+            continue;
+        if (done < 0)
+            return false;
+        auto left = static_cast<std::size_t>(done);
+        while (message.msg_iovlen > 0 && left >= message.msg_iov->iov_len) {
+            left -= message.msg_iov->iov_len;
+            ++message.msg_iov;
+            --message.msg_iovlen;
+        }
+        if (message.msg_iovlen > 0) {
+            message.msg_iov->iov_base = static_cast<char*>(message.msg_iov->iov_base) + left;
+            message.msg_iov->iov_len -= left;
+        }
+    }
+    return true;
+}
+
+// One answer: 0 after the handshake, a number of frames later. Negative: the other side is gone.
+std::int32_t receiveAnswer(int flags)
+{
+    std::int32_t answer = -1;
+    ssize_t got = 0;
+    do
+        got = recv(connection, &answer, sizeof answer, flags | (flags ? 0 : MSG_WAITALL));
+    while (got < 0 && errno == EINTR);
+    if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+        return 0;
+    return got == sizeof answer ? answer : -1;
+}
+
+// The handshake, and with it the memory that is shared.
+bool sendHandshake()
+{
+    const int memory = memfd_create("mosa-capture", MFD_CLOEXEC);
+    if (memory < 0 || ftruncate(memory, sizeof(CaptureRing)) != 0)
+        return false;
+    void* const shared =
+        mmap(nullptr, sizeof(CaptureRing), PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
+    if (shared == MAP_FAILED)
+        return false;
+    ring = static_cast<CaptureRing*>(shared);
+    _handshake handshake = ownHandshake;
+    iovec piece{&handshake, sizeof handshake};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof memory)] = {};
+    msghdr message{};
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof memory);
+    std::memcpy(CMSG_DATA(header), &memory, sizeof memory);
+    const bool handed = sendmsg(connection, &message, MSG_NOSIGNAL) == ssize_t{sizeof handshake};
+    close(memory);
+    return handed;
+}
+
+// Room for so many bytes in one piece of the ring; negative when the reader still needs it.
+std::int32_t reserveInRing(std::size_t bytes)
+{
+    const std::uint64_t released = ring->released.load(std::memory_order_acquire);
+    const auto room = static_cast<std::uint64_t>(ringBytes);
+    std::uint64_t at = ringUsed % room;
+    std::uint64_t used = ringUsed;
+    // From the beginning where it does not fit, and where all is free: that memory is in the cache.
+    if (at > 0 && (at + bytes > room || released == ringUsed)) {
+        used += room - at;
+        at = 0;
+    }
+    if (used + bytes - released > room && !(released == ringUsed && bytes <= room))
+        return -1;
+    ringUsed = used + bytes;
+    return static_cast<std::int32_t>(at);
+}
+
+bool connectToWall()
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (std::strlen(captureOptions.socket) >= sizeof address.sun_path) {
+        stop("the socket's path is too long");
+        return false;
+    }
+    std::strcpy(address.sun_path, captureOptions.socket);
+    connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        stop("the wall's socket does not answer");
+        return false;
+    }
+    constexpr int room = 4 << 20;
+    setsockopt(connection, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+    if (!sendHandshake() || receiveAnswer(0) != captureAccepted) {
+        stop("another process of the program is on the wall already");
+        return false;
+    }
+    pthread_atfork(nullptr, nullptr, stopInChild);
+    return true;
+}
+
+} // namespace
+
+void readCaptureOptions()
+{
+    CaptureOptions& options = captureOptions;
+    options.socket = std::getenv("MOSA_CAPTURE");
+    options.window = std::getenv("MOSA_CAPTURE_WINDOW");
+    options.fit = std::getenv("MOSA_CAPTURE_FIT");
+    if (const char* ahead = std::getenv("MOSA_CAPTURE_AHEAD"))
+        options.ahead = std::atoi(ahead) > 0 ? std::atoi(ahead) : 1;
+    if (const char* frames = std::getenv("MOSA_CAPTURE_FRAMES"))
+        options.frames = std::atol(frames);
+    if (const char* wall = std::getenv("MOSA_CAPTURE_WALL"))
+        std::sscanf(wall, "%dx%d", &options.wallWidth, &options.wallHeight);
+    capturing = options.socket && *options.socket;
+}
+
+void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame)
+{
+    if (!capturing || (connection < 0 && !connectToWall()))
+        return;
+    constexpr std::size_t mostPieces = 8;
+    std::array<iovec, mostPieces + 1> vector;
+    std::size_t size = 0;
+    std::size_t n = 1;
+    for (const std::span<const unsigned char> piece : pieces) {
+        vector[n++] = {const_cast<unsigned char*>(piece.data()), piece.size()};
+        size += piece.size();
+    }
+    if (size == 0)
+        return;
+    CaptureMessage what{{static_cast<std::int32_t>(size), endsFrame}, -1, 0, 0};
+    if (size >= leastInRing && size <= ringBytes)
+        what.ringAt = reserveInRing(size);
+    if (what.ringAt >= 0) {
+        unsigned char* at = ring->bytes + what.ringAt;
+        for (const std::span<const unsigned char> piece : pieces) {
+            std::memcpy(at, piece.data(), piece.size());
+            at += piece.size();
+        }
+        what.ringEnd = ringUsed;
+        n = 1;
+    }
+    vector[0] = {&what, sizeof what};
+    msghdr message{};
+    message.msg_iov = vector.data();
+    message.msg_iovlen = n;
+    if (!sendAll(message)) {
+        stop("the wall is gone");
+        return;
+    }
+    if (!endsFrame)
+        return;
+    ++outstanding;
+    ++sent;
+}
+
+bool allFramesSent() { return captureOptions.frames > 0 && sent >= captureOptions.frames; }
+
+void waitForFrames()
+{
+    while (capturing && outstanding > 0) {
+        const bool wait = outstanding > captureOptions.ahead || allFramesSent();
+        const std::int32_t shown = receiveAnswer(wait ? 0 : MSG_DONTWAIT);
+        if (shown < 0)
+            return stop("the wall is gone");
+        if (shown == 0)
+            return; // none has come
+        outstanding -= shown;
+    }
+    if (capturing && allFramesSent())
+        stop(nullptr);
+}

@@ -1,0 +1,37 @@
+// The way to the wall: a local socket to whoever takes the stream in (play as task 0 of a job, or a
+// recorder). What is sent is a stream as in a file, the handshake first; each frame is answered
+// when the wall has shown it. Once the other side is gone, nothing more is sent, and the program
+// goes on.
+#pragma once
+
+#include "wire/framing.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+/// How the program is captured, from the environment.
+struct CaptureOptions {
+    const char* socket = nullptr; // MOSA_CAPTURE: path of the socket; null: nothing is captured
+    int ahead = 2;                // MOSA_CAPTURE_AHEAD: frames on their way to the wall at most
+    long frames = 0;              // MOSA_CAPTURE_FRAMES: so many, then the program is held; 0: all
+    const char* window = nullptr; // MOSA_CAPTURE_WINDOW: largest, all, or a title
+    const char* fit = nullptr;    // MOSA_CAPTURE_FIT: middle, corner or stretch
+    int wallWidth = 0, wallHeight = 0; // MOSA_CAPTURE_WALL: WxH; 0: none
+};
+extern CaptureOptions captureOptions;
+
+/// Reads the environment. Once, before all else.
+void readCaptureOptions();
+
+/// False once nothing is to be sent any more: no capture was asked for, or the other side is gone.
+extern bool capturing;
+
+/// Bytes of a command buffer in pieces. Connects at the first. Any thread, one at a time.
+void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame);
+
+/// True once as many frames were sent as were asked for.
+bool allFramesSent();
+
+/// Waits until no more frames than allowed are on their way. Any thread, one at a time.
+void waitForFrames();

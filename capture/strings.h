@@ -1,0 +1,18 @@
+// What the program is told of its OpenGL: no more than the wall carries.
+#pragma once
+
+#include "wire/prototypes.h"
+
+/// What glGetString answers, from what the node's own says: OpenGL 1.5 and those of its extensions
+/// that the stream or this library carries.
+const GLubyte* carriedString(GLenum name, const GLubyte* native);
+
+/// The same for a list of GLX or EGL extensions.
+const char* carriedGlxExtensions(const char* native);
+
+/// The version of OpenGL up to which contexts are made.
+inline constexpr int carriedMajor = 1;
+inline constexpr int carriedMinor = 5;
+
+/// Says that a context was refused, and what the wall carries.
+void sayRefused(const char* api, int major, int minor, bool core);

@@ -1,0 +1,104 @@
+#include "capture/windows.h"
+
+#include <cstdlib>
+#include <map>
+#include <memory>
+
+#include <xcb/xcb.h>
+
+namespace {
+
+struct Freed {
+    void operator()(void* memory) const { std::free(memory); }
+};
+template <class T>
+using Reply = std::unique_ptr<T, Freed>;
+
+xcb_connection_t* connection;
+std::map<xcb_window_t, WindowState> known; // those of which nothing has been told since
+
+bool isConnected(const char* displayName)
+{
+    if (!connection)
+        connection = xcb_connect(displayName, nullptr);
+    return !xcb_connection_has_error(connection);
+}
+
+// An event about a window makes what is known of it old.
+void takeEvents()
+{
+    while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(connection)}) {
+        switch (event->response_type & 0x7f) {
+        case XCB_CONFIGURE_NOTIFY: {
+            const auto* configure = reinterpret_cast<xcb_configure_notify_event_t*>(event.get());
+            if (const auto found = known.find(configure->window); found != known.end()) {
+                found->second.width = configure->width;
+                found->second.height = configure->height;
+            }
+            break;
+        }
+        case XCB_MAP_NOTIFY:
+            known.erase(reinterpret_cast<xcb_map_notify_event_t*>(event.get())->window);
+            break;
+        case XCB_UNMAP_NOTIFY:
+            known.erase(reinterpret_cast<xcb_unmap_notify_event_t*>(event.get())->window);
+            break;
+        case XCB_DESTROY_NOTIFY:
+            known.erase(reinterpret_cast<xcb_destroy_notify_event_t*>(event.get())->window);
+            break;
+        default:
+            break;
+        }
+    }
+}
+
+WindowState ask(xcb_window_t window)
+{
+    constexpr std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+    xcb_change_window_attributes(connection, window, XCB_CW_EVENT_MASK, &events);
+    const auto attributesOf = xcb_get_window_attributes(connection, window);
+    const auto geometryOf = xcb_get_geometry(connection, window);
+    const Reply<xcb_get_window_attributes_reply_t> attributes{
+        xcb_get_window_attributes_reply(connection, attributesOf, nullptr)};
+    const Reply<xcb_get_geometry_reply_t> geometry{
+        xcb_get_geometry_reply(connection, geometryOf, nullptr)};
+    if (!attributes || !geometry)
+        return {};
+    return {true, attributes->map_state == XCB_MAP_STATE_VIEWABLE, geometry->width,
+            geometry->height};
+}
+
+} // namespace
+
+const WindowState& windowState(const char* displayName, unsigned long window, bool anew)
+{
+    static const WindowState none;
+    if (!isConnected(displayName))
+        return none;
+    takeEvents();
+    const auto id = static_cast<xcb_window_t>(window);
+    const auto found = known.find(id);
+    if (found != known.end() && !anew)
+        return found->second;
+    return known[id] = ask(id);
+}
+
+std::string windowTitle(const char* displayName, unsigned long window)
+{
+    if (!isConnected(displayName))
+        return {};
+    auto id = static_cast<xcb_window_t>(window);
+    for (int depth = 0; id != XCB_NONE && depth < 16; ++depth) {
+        const auto titleOf = xcb_get_property(connection, 0, id, XCB_ATOM_WM_NAME,
+                                              XCB_GET_PROPERTY_TYPE_ANY, 0, 256);
+        const auto treeOf = xcb_query_tree(connection, id);
+        const Reply<xcb_get_property_reply_t> title{
+            xcb_get_property_reply(connection, titleOf, nullptr)};
+        const Reply<xcb_query_tree_reply_t> tree{xcb_query_tree_reply(connection, treeOf, nullptr)};
+        if (title && xcb_get_property_value_length(title.get()) > 0)
+            return {static_cast<const char*>(xcb_get_property_value(title.get())),
+                    static_cast<std::size_t>(xcb_get_property_value_length(title.get()))};
+        id = tree ? tree->parent : XCB_NONE;
+    }
+    return {};
+}

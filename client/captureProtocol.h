@@ -1,0 +1,29 @@
+// What a capture library and the process that takes its stream in say to each other over their
+// local socket. The library begins with a handshake, as a stream does, and hands over memory that
+// both share; then comes a message for each command buffer. It is answered with 4-byte integers: 0
+// for the handshake, later the number of frames that have been shown meanwhile.
+#pragma once
+
+#include "wire/framing.h"
+
+#include <atomic>
+
+/// Before each command buffer. Small ones follow on the socket.
+struct CaptureMessage {
+    _hdr hdr;
+    std::int32_t ringAt; // where the bytes are in the ring; negative: they follow
+    std::int32_t unused;
+    std::uint64_t ringEnd; // bytes of the ring that are used up to and with this buffer, in all
+};
+
+inline constexpr std::int32_t ringBytes = 4 << 20;
+inline constexpr std::int32_t leastInRing = 16 << 10; // smaller buffers are copied as fast
+
+/// The memory that both share.
+struct CaptureRing {
+    std::atomic<std::uint64_t> released; // as ringEnd, by the reader, when it needs them no more
+    alignas(64) unsigned char bytes[ringBytes];
+};
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+inline constexpr std::int32_t captureAccepted = 0, captureTaken = -1;

@@ -1,0 +1,41 @@
+// The end of a captured program's stream: a local socket on which its capture library connects,
+// sends a stream as in a file, the handshake first, and hears of every frame that was shown.
+#pragma once
+
+#include "client/captureProtocol.h"
+
+#include <span>
+#include <string>
+#include <vector>
+
+/// One program at a time: others are told that the wall is taken, and draw for themselves.
+struct CaptureSocket {
+    int listening = -1;
+    int program = -1;
+    _handshake handshake{};
+    CaptureRing* ring = nullptr;
+    std::uint64_t ringEnd = 0;        // to be released before the next buffer
+    std::vector<unsigned char> bytes; // of a buffer that came over the socket
+};
+
+/// Listens at a path. Throws std::runtime_error.
+void listenForProgram(CaptureSocket& socket, const std::string& path);
+
+/// What waitForBuffer has found.
+enum class Arrival {
+    nothing, // within the time, or another file is ready
+    program, // one has connected
+    buffer,
+    end, // the program's stream has ended; what was received is whole
+};
+
+/// Waits for so many microseconds (negative: for ever), or until `otherFd` can be read. A buffer's
+/// bytes stay until the next call.
+Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hdr& hdr,
+                      std::span<const unsigned char>& bytes);
+
+/// Tells the program that so many frames more have been shown.
+void answerFrames(CaptureSocket& socket, int frames);
+
+/// Ends whoever listens at a path and has no program yet.
+void endWaiting(const std::string& path);

@@ -1,0 +1,34 @@
+// The options of playing streams, for play itself and for the programs that start it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+struct PlayOptions {
+    int loop = 1;       // how often the frames play
+    int ahead = 2;      // synchronised frames that may be on their way at once
+    bool loose = false; // the first server alone holds the frames back
+    std::string then;   // a shell command to run once the last frame is on the wall
+    double hold = 0;    // seconds for which the last frame stays
+};
+
+/// What `play --wait` prints once the last frame is on the wall, before it waits for the end of its
+/// standard input.
+inline constexpr char lastFrameLine[] = "play: the last frame is shown";
+
+/// What `play --live` prints when a program can connect, when one has, and once a second with
+/// --progress.
+inline constexpr char readyLine[] = "play: ready";
+inline constexpr char drawsLine[] = "play: a program draws";
+inline constexpr char progressBeginning[] = "play: so far ";
+
+/// Adds the options to a command line.
+void addPlayOptions(CLI::App& app, PlayOptions& options);
+
+/// Play's arguments for these options. What is to be done with the last frame is left out: with
+/// `wait`, play waits for whoever started it to do that.
+std::vector<std::string> playArguments(const PlayOptions& options, bool wait);

@@ -1,0 +1,43 @@
+// How a stream begins: a visual, a context and the window of the program that it shows.
+#pragma once
+
+#include "client/encoder.h"
+
+#include <span>
+
+/// A program's window by the handles under which servers know it, and its size in pixels.
+struct ProgramWindow {
+    AppDisplay dpy;
+    AppVisual visual;
+    AppDrawable window;
+    AppContext ctx;
+    int width, height;
+};
+
+/// The window's size and context, as servers place it on the wall.
+inline MakeCurrentBlock makeCurrentBlock(const ProgramWindow& w)
+{
+    constexpr int depth = 24;
+    return {.dpy = w.dpy,
+            .visual = w.visual,
+            .drawable = w.window,
+            .ctx = w.ctx,
+            .width = w.width,
+            .height = w.height,
+            .depth = depth,
+            .x = 0,
+            .y = 0,
+            .parent = {}};
+}
+
+/// Makes a context for a visual with the given attributes, ended by a 0, current in the window,
+/// with a viewport of the window's size.
+inline void encodeOpening(CommandBuffer& out, const ProgramWindow& w,
+                          std::span<const int> attributes)
+{
+    const Words words{attributes.data(), static_cast<std::int32_t>(attributes.size())};
+    encode<Op::glXChooseVisual>(out, ChooseVisualBlock{w.dpy, w.visual, 0, words});
+    encode<Op::glXCreateContext>(out, CreateContextBlock{w.dpy, w.visual, {}, w.ctx, 1});
+    encode<Op::glXMakeCurrent>(out, makeCurrentBlock(w));
+    encode<Op::glViewport>(out, ViewportBlock{0, 0, w.width, w.height, w.width, w.height});
+}

@@ -1,0 +1,40 @@
+#include "coding/display/wallFile.h"
+
+#include <cstdio>
+
+namespace {
+constexpr char blank[] = " \t\n\v\f\r";
+}
+
+std::vector<WallLine> readWallLines(std::istream& file, std::size_t most)
+{
+    std::vector<WallLine> lines;
+    std::string text;
+    for (int number = 1; lines.size() < most && std::getline(file, text); ++number) {
+        const std::size_t first = text.find_first_not_of(blank);
+        if (first != std::string::npos && text[first] != '#')
+            lines.push_back({number, text});
+    }
+    return lines;
+}
+
+bool parseWallEntry(const std::string& line, WallEntry& entry)
+{
+    const std::size_t first = line.find_first_not_of(blank);
+    const std::size_t colon = line.find(':');
+    if (first == std::string::npos || colon == std::string::npos)
+        return false;
+    int display = 0; // part of the name, of no interest here
+    std::sscanf(line.c_str() + colon + 1, "%d.%d", &display, &entry.scrn);
+
+    const std::size_t end = std::min(line.find_first_of(" \t\r", colon), line.size());
+    entry.dpyName = line.substr(first, end - first);
+    MWRect& rect = entry.rect;
+    int used = 0; // characters up to behind the sixth number
+    const int numbers = std::sscanf(line.c_str() + end, "%d%d%f%f%f%f%n", &entry.vWidth,
+                                    &entry.vHeight, &rect.x, &rect.y, &rect.w, &rect.h, &used);
+    entry.numbers = std::max(numbers, 0); // at the end of the line there is nothing to read
+    if (used > 0)
+        entry.rest = line.substr(end + static_cast<std::size_t>(used));
+    return true;
+}

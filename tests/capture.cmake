@@ -1,0 +1,14 @@
+# Running programs, captured.
+if(NOT TARGET mosa-wall OR NOT TARGET capture)
+    return()
+endif()
+
+add_executable(captureProgram captureProgram.cpp)
+# Without sanitizers: the capture library takes the place of what it is linked with.
+target_link_libraries(captureProgram PRIVATE mosa_settings GL X11::X11)
+add_executable(capture_test capture_test.cpp)
+target_compile_definitions(capture_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")
+target_link_libraries(capture_test PRIVATE mosa_describe mosa_wire mosa_image mosa_process
+    mosa_stream_file GTest::gtest_main)
+add_dependencies(capture_test captureProgram server play mosa-wall capture)
+gtest_discover_tests(capture_test PROPERTIES TIMEOUT 600 PROCESSORS 2 RESOURCE_LOCK jobs LABELS jobs)

@@ -1,0 +1,248 @@
+// Running programs: what is captured of them, against what they draw in their own window.
+#include <gtest/gtest.h>
+
+#include "client/streamFile.h"
+#include "tools/describe.h"
+#include "tools/image.h"
+#include "tools/process.h"
+#include "tools/virtualDisplays.h"
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+namespace {
+
+constexpr int width = 240, height = 180; // of the program's window
+constexpr Timeout limit = std::chrono::seconds(120);
+using Strings = std::vector<std::string>;
+
+// A desk as large as the program's window, and the wall's displays; one set for all tests.
+std::vector<VirtualDisplay>& displays()
+{
+    static std::vector<VirtualDisplay> all = startDisplays(5, width, height);
+    static const struct Stop {
+        ~Stop() { stopDisplays(all); }
+    } stopAtExit;
+    return all;
+}
+
+const std::string& desk() { return displays()[0].name; }
+
+// A wall at scale 1 of one display, or of 2 x 2 that show a quarter each.
+std::string wallFile(int tiles)
+{
+    std::string text;
+    const int w = width / tiles, h = height / tiles;
+    for (int i = 0; i < tiles * tiles; ++i)
+        text += displays()[static_cast<std::size_t>(1 + i)].name + " " + std::to_string(width) +
+                " " + std::to_string(height) + " " + std::to_string(i % tiles * w) + " " +
+                std::to_string(i / tiles * h) + " " + std::to_string(w) + " " + std::to_string(h) +
+                "\n";
+    return temporaryFile(text);
+}
+
+Command mosaWall(Strings arguments)
+{
+    arguments.insert(arguments.begin(), PROGRAMS "/mosa-wall");
+    return {.argv = arguments,
+            .environment = {"DISPLAY=" + desk(), "LIBGL_ALWAYS_SOFTWARE=1", "MOSA_BANNER_TIME=0"},
+            .output = Output::capture};
+}
+
+Strings program(const std::string& scene, int frames = 0)
+{
+    return {"--", PROGRAMS "/tests/captureProgram", scene, std::to_string(frames)};
+}
+
+Strings operator+(Strings a, const Strings& b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+Ending run(const Strings& arguments)
+{
+    const Ending ending = runProcess(mosaWall(arguments), limit);
+    EXPECT_FALSE(ending.timedOut) << ending.err;
+    return ending;
+}
+
+// How often each operation is in the frames of a recording, and how many frames there are.
+std::map<std::string, int> operationsIn(const std::string& file, int& frames)
+{
+    std::map<std::string, int> counts;
+    frames = 0;
+    const StreamFile stream = readStreamFile(file);
+    for (const auto& [offset, hdr] : stream.buffers) {
+        frames += hdr.sync != 0;
+        const char* at = reinterpret_cast<const char*>(stream.bytes.data() + offset);
+        for (const char* const end = at + hdr.size; at < end;) {
+            const Record record = measureRecord(at, end - at);
+            EXPECT_EQ(record.fault, "");
+            if (!record.fault.empty())
+                break;
+            ++counts[operationName(record.opcode)];
+            at += record.bytes;
+        }
+    }
+    return counts;
+}
+
+class Captured : public testing::TestWithParam<const char*> {};
+
+// The wall shows the program's own window: every pixel on one display, and across the seams.
+TEST_P(Captured, LooksLikeTheProgramsOwnWindow)
+{
+    const std::string own = temporaryFile(""), shown = temporaryFile("");
+    for (const int tiles : {1, 2}) {
+        // The program is held with the frame that the wall shows, while both pictures are taken.
+        const Ending ending = run(Strings{"run", "--wall", wallFile(tiles), "--force", "--frames",
+                                          "3", "--snapshot", shown, "--then",
+                                          PROGRAMS "/mosa-wall snapshot -o " + own + " " +
+                                              temporaryFile(desk() + " 240 180 0 0 240 180\n")} +
+                                  program(GetParam()));
+        ASSERT_EQ(ending.status, 0) << ending.err;
+        EXPECT_EQ(ending.err.find("Attention"), std::string::npos) << ending.err;
+        const Image expected = readPng(own);
+        EXPECT_FALSE(std::ranges::adjacent_find(expected.rgb, std::not_equal_to{}) ==
+                     expected.rgb.end());
+        const Difference difference = compareImages(readPng(shown), expected, tiles == 1 ? 0 : 4);
+        constexpr double across = 0.0025 * width * height;
+        EXPECT_LE(static_cast<double>(difference.pixels), tiles == 1 ? 0 : across) << tiles;
+        if (HasFailure())
+            std::filesystem::copy_file(shown, std::string("failed-") + GetParam() + ".png",
+                                       std::filesystem::copy_options::overwrite_existing);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenes, Captured,
+                         testing::Values("arrays", "multitexture", "images", "lists", "rasters",
+                                         "lines", "unseen", "single"),
+                         [](const auto& test) { return std::string(test.param); });
+
+double litPixels(const Image& image)
+{
+    return static_cast<double>(std::ranges::count(image.rgb, 255)) / 3;
+}
+
+// Lines and points are as much larger as everything else, wherever they stand.
+TEST(CapturedLarger, WidthsGrowWithThePicture)
+{
+    std::string wall;
+    for (const auto& [i, place] : {std::pair{1, " 480 360 0 0 "},
+                                   {2, " 480 360 240 0 "},
+                                   {3, " 480 360 0 180 "},
+                                   {4, " 480 360 240 180 "}})
+        wall += displays()[static_cast<std::size_t>(i)].name + place + "240 180\n";
+    const std::string own = temporaryFile(""), shown = temporaryFile("");
+    const Ending ending = run(Strings{"run", "--wall", temporaryFile(wall), "--force", "--frames",
+                                      "2", "--snapshot", shown, "--then",
+                                      PROGRAMS "/mosa-wall snapshot -o " + own + " " +
+                                          temporaryFile(desk() + " 240 180 0 0 240 180\n")} +
+                              program("lines"));
+    ASSERT_EQ(ending.status, 0) << ending.err;
+    const double area = litPixels(readPng(own));
+    EXPECT_GT(area, 1000);
+    EXPECT_NEAR(litPixels(readPng(shown)) / area, 4, 0.1);
+}
+
+TEST(Recorded, HasWhatIsSeenAndNothingElse)
+{
+    const std::string file = temporaryFile("");
+    EXPECT_EQ(run(Strings{"record", "-o", file} + program("unseen", 4)).status, 5);
+    int frames = 0;
+    std::map<std::string, int> counts = operationsIn(file, frames);
+    EXPECT_EQ(frames, 4);
+    EXPECT_EQ(counts["glXSwapBuffers"], 4);
+    EXPECT_EQ(counts["glXMakeCurrent"], 1) << "repeated, and of other windows";
+    EXPECT_EQ(counts["glXCreateContext"], 1) << "probes, and of other windows";
+    EXPECT_EQ(counts["glClear"], 4);
+    EXPECT_EQ(counts["glRecti"], 8) << "without those of the selection";
+    EXPECT_EQ(counts["glShadeModel"], 1) << "what was set before the window was mapped";
+    EXPECT_EQ(counts["glLoadMatrixf"], 12);
+    for (const char* name : {"glGetIntegerv", "glGetError", "glRenderMode", "glSelectBuffer",
+                             "glPushName", "glLoadTransposeMatrixf", "glXCreateWindow"})
+        EXPECT_EQ(counts[name], 0) << name;
+    run(Strings{"record", "-o", file, "--frames", "2"} + program("images"));
+    counts = operationsIn(file, frames);
+    EXPECT_EQ(frames, 2);
+    EXPECT_EQ(counts["glPixelStorei"], 1) << "the wall's own alignment";
+    EXPECT_EQ(counts["glDrawPixels"], 6);
+}
+
+// A child that its program leaves behind draws on; the status is the program's.
+TEST(Recorded, FollowsTheProcessThatDraws)
+{
+    const std::string file = temporaryFile("");
+    EXPECT_EQ(run(Strings{"record", "-o", file} + program("fork", 6)).status, 7);
+    int frames = 0;
+    operationsIn(file, frames);
+    EXPECT_EQ(frames, 6);
+}
+
+bool isRunning(const std::string& name)
+{
+    return runProcess({.argv = {"pgrep", "-f", name}, .environment = {}, .output = Output::capture},
+                      limit)
+               .status == 0;
+}
+
+// Each ends soon, with a line that says what happened, and leaves nothing running.
+TEST(Faults, EndWithOneLineAndTheRightStatus)
+{
+    const std::string file = temporaryFile("");
+    const auto ends = [](const Strings& arguments, int status, const std::string& line) {
+        const auto start = std::chrono::steady_clock::now();
+        const Ending ending = run(arguments);
+        EXPECT_EQ(ending.status, status) << ending.err;
+        EXPECT_NE(ending.err.find(line), std::string::npos) << ending.err;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    };
+    const std::string wall = wallFile(1);
+    ends({"run", "--wall", wall, "--force", "--", "no-such-program"}, 1,
+         "no-such-program: there is no such program");
+    ends({"run", "--wall", wall, "--force", "--", "false"}, 1, "drawn nothing with OpenGL");
+    ends({"record", "-o", file, "--", "true"}, 1, "drawn nothing with OpenGL");
+    ends({"run", "--wall", temporaryFile(":4077 9 9 0 0 9 9\n"), "--", "true"}, 1, ":4077");
+    const std::string titled = "into no window with \"no such\" in its title";
+    ends(Strings{"run", "--wall", wall, "--force", "--window", "no such", "--seconds", "1"} +
+             program("single"),
+         1, titled);
+    ends(Strings{"record", "-o", file, "--window", "no such"} + program("single", 3), 5, titled);
+    ends(Strings{"record", "-o", "/dev/full"} + program("images", 50), 1, "No space left");
+}
+
+TEST(Faults, AProgramThatIsKilledLeavesWholeFrames)
+{
+    const std::string file = temporaryFile("");
+    Process recording = startProcess(mosaWall(Strings{"record", "-o", file} + program("images")));
+    while (std::filesystem::file_size(file) < 100'000 && !waitForEnd(recording, Timeout{10})) {
+    }
+    runProcess({.argv = {"pkill", "-KILL", "-x", "captureProgram"}, .environment = {}}, limit);
+    EXPECT_EQ(finishProcess(recording, limit).status, 128 + SIGKILL);
+    int frames = 0;
+    operationsIn(file, frames);
+    EXPECT_GT(frames, 0);
+}
+
+// The wall goes; the program draws on by itself until it is done.
+TEST(Faults, AProgramOutlivesItsWall)
+{
+    Process job = startProcess(
+        mosaWall(Strings{"run", "--wall", wallFile(1), "--force"} + program("single", 150)));
+    const std::string server = "^" PROGRAMS "/server$";
+    while (!isRunning("^" PROGRAMS "/tests/captureProgram ") && !waitForEnd(job, Timeout{10})) {
+    }
+    runProcess({.argv = {"pkill", "-KILL", "-f", server}, .environment = {}}, limit);
+    const Ending ending = finishProcess(job, limit);
+    EXPECT_FALSE(ending.timedOut);
+    EXPECT_EQ(ending.status, 5) << ending.err;
+    EXPECT_NE(ending.err.find("the program goes on without the wall"), std::string::npos)
+        << ending.err;
+    EXPECT_FALSE(isRunning(server));
+}
+
+} // namespace

@@ -1,0 +1,201 @@
+#include "tools/jobOutput.h"
+#include "client/playOptions.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstring>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace {
+
+void passLine(JobStream& stream, const std::string& line)
+{
+    if (line == "\n") {
+        ++stream.blanks;
+        return;
+    }
+    if (isRemark(line)) {
+        stream.blanks = 0;
+        stream.remarks += line;
+        return;
+    }
+    if (line.ends_with(readyLine + std::string("\n"))) {
+        stream.ready = true;
+        return;
+    }
+    if (line.ends_with(drawsLine + std::string("\n"))) {
+        stream.draws = true;
+        return;
+    }
+    if (const std::size_t at = line.find(progressBeginning); at != line.npos) {
+        std::fprintf(stderr, "\rmosa-wall: %.*s  ", static_cast<int>(line.size() - at) - 1,
+                     line.c_str() + at + std::strlen(progressBeginning));
+        return;
+    }
+    if (line.ends_with(lastFrameLine + std::string("\n"))) { // behind the task's number, perhaps
+        stream.shown = true;
+        return;
+    }
+    const std::string text = std::string(static_cast<std::size_t>(stream.blanks), '\n') + line;
+    stream.blanks = 0;
+    stream.any = true;
+    if (stream.to)
+        std::fwrite(text.data(), 1, text.size(), stream.to);
+    else
+        stream.kept += text;
+}
+
+// Takes a chunk of what is there and passes whole lines on. False when nothing was there.
+bool drain(JobStream& stream)
+{
+    std::array<char, 65536> chunk;
+    const ssize_t got = stream.fd < 0 ? -1 : read(stream.fd, chunk.data(), chunk.size());
+    if (got == 0)
+        stream.fd = -1;
+    if (got <= 0)
+        return false;
+    for (std::string_view rest(chunk.data(), static_cast<std::size_t>(got)); !rest.empty();) {
+        const std::size_t length = std::min(rest.find('\n'), rest.size() - 1) + 1;
+        stream.line += rest.substr(0, length);
+        rest.remove_prefix(length);
+        if (stream.line.back() == '\n') {
+            passLine(stream, stream.line);
+            stream.line.clear();
+        }
+    }
+    if (stream.to)
+        std::fflush(stream.to);
+    return true;
+}
+
+void finish(JobStream& stream)
+{
+    for (int i = 0; i < 16 && drain(stream); ++i) { // mpiexec has ended: what the pipe still holds
+    }
+    if (!stream.line.empty())
+        passLine(stream, stream.line + "\n");
+    if (stream.to)
+        std::fflush(stream.to);
+}
+
+} // namespace
+
+bool isRemark(std::string_view line)
+{
+    // A rule longer than those that the servers print.
+    constexpr std::size_t shortestRule = 60;
+    if (line.substr(0, line.find('\n')).find_first_not_of('=') == std::string_view::npos)
+        return line.size() > shortestRule;
+    constexpr std::string_view beginnings[] = {
+        "=   BAD TERMINATION",
+        "=   PID ",
+        "=   EXIT CODE: ",
+        "=   CLEANING UP",
+        "=   YOU CAN IGNORE",
+        "YOUR APPLICATION TERMINATED WITH THE EXIT",
+        "This typically refers to a problem with your application",
+        "Please see the FAQ page for debugging",
+        "[mpiexec@",
+        "[proxy:",
+    };
+    return std::ranges::any_of(
+        beginnings, [line](std::string_view beginning) { return line.starts_with(beginning); });
+}
+
+JobWatch startWatch(const Job& job, std::FILE* to)
+{
+    Job piped = job;
+    piped.output = Output::pipe;
+    JobWatch watch{.process = startJob(piped), .out{}, .err{}};
+    watch.out.fd = watch.process.out;
+    watch.out.to = to;
+    watch.err.fd = watch.process.err;
+    watch.err.to = to ? stderr : nullptr;
+    return watch;
+}
+
+bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd)
+{
+    const auto said = [&watch] { return std::pair(watch.out.ready, watch.out.shown); };
+    const auto before = said();
+    for (;;) {
+        const auto left = std::chrono::duration_cast<Timeout>(until - JobClock::now()).count();
+        pollfd events[] = {{watch.process.pidFd, POLLIN, 0},
+                           {otherPidFd, POLLIN, 0},
+                           {watch.out.fd, POLLIN, 0},
+                           {watch.err.fd, POLLIN, 0}};
+        poll(events, std::size(events), static_cast<int>(std::clamp<long>(left, 0, INT_MAX)));
+        drain(watch.out);
+        drain(watch.err);
+        if (events[0].revents)
+            return true;
+        if (events[1].revents || left <= 0 || said() != before)
+            return false;
+    }
+}
+
+std::string useLastFrame(JobWatch& watch, const LastFrame& last)
+{
+    std::string trouble;
+    try {
+        if (last.picture)
+            last.picture();
+        if (!last.then.empty()) {
+            Process command = startProcess({.argv = {"sh", "-c", last.then}, .environment = {}});
+            const bool jobEnded = passOutput(watch, JobClock::time_point::max(), command.pidFd);
+            if (finishProcess(command, Timeout{}).status != 0 && !jobEnded)
+                trouble = "the command failed: " + last.then;
+        }
+    } catch (const std::exception& fault) {
+        trouble = fault.what();
+    }
+    const std::chrono::duration<double> hold(last.hold);
+    passOutput(watch, JobClock::now() + std::chrono::duration_cast<JobClock::duration>(hold));
+    return trouble;
+}
+
+JobEnding finishWatch(JobWatch& watch, Timeout timeout)
+{
+    closeInput(watch.process);
+    const bool ended = passOutput(watch, JobClock::now() + timeout);
+    JobEnding ending;
+    ending.timedOut = !ended;
+    if (ended) {
+        finish(watch.out);
+        finish(watch.err);
+    }
+    ending.status = finishProcess(watch.process, Timeout{}).status;
+    ending.complained = watch.err.any;
+    ending.out = watch.out.kept;
+    ending.err = watch.err.kept;
+    ending.remarks = watch.out.remarks + watch.err.remarks;
+    return ending;
+}
+
+JobEnding watchJob(const Job& job, const LastFrame& last, Timeout timeout, std::FILE* to)
+{
+    JobWatch watch = startWatch(job, to);
+    std::string trouble;
+    const bool ended = passOutput(watch, JobClock::now() + timeout);
+    if (watch.out.shown && !ended)
+        trouble = useLastFrame(watch, last);
+    JobEnding ending = finishWatch(watch, ended || watch.out.shown ? timeout : Timeout{});
+    ending.trouble = trouble;
+    return ending;
+}
+
+int reportEnding(const JobEnding& ending)
+{
+    if (!ending.trouble.empty())
+        std::fprintf(stderr, "mosa-wall: %s\n", ending.trouble.c_str());
+    if (ending.timedOut)
+        std::fputs("mosa-wall: the job took too long\n", stderr);
+    else if (ending.status != 0 && ending.complained)
+        std::fputs("mosa-wall: the job failed; the first message above is the cause\n", stderr);
+    else if (ending.status != 0)
+        std::fprintf(stderr, "%smosa-wall: the job failed\n", ending.remarks.c_str());
+    return ending.timedOut || ending.status != 0 || !ending.trouble.empty() ? 1 : 0;
+}

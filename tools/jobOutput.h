@@ -1,0 +1,73 @@
+// Jobs whose output is for a person: without what mpiexec says about the end of a job.
+#pragma once
+
+#include "tools/mpiJob.h"
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <string_view>
+
+/// True for a line that mpiexec says itself.
+bool isRemark(std::string_view line);
+
+/// What is to be done while the last frame is on the wall, in this order.
+struct LastFrame {
+    std::function<void()> picture; // takes one, or throws std::runtime_error
+    std::string then;              // a shell command
+    double hold = 0;               // seconds
+};
+
+/// How a job ended. mpiexec's remarks stand apart from its tasks' output: the exit code that they
+/// name is made of all tasks' codes, and so is the signal that they take it for.
+struct JobEnding {
+    int status = 0;          // mpiexec's
+    bool timedOut = false;   // it was stopped
+    bool complained = false; // there was something on standard error
+    std::string trouble;     // with the last frame
+    std::string out, err;    // of the tasks, when it was not passed on
+    std::string remarks;
+};
+
+/// The standard output or error of a job that runs.
+struct JobStream {
+    int fd = -1;             // the reading end of its pipe; -1 once it has ended
+    std::FILE* to = nullptr; // where lines go; nullptr: to `kept`
+    std::string line;        // without its end so far
+    std::string kept, remarks;
+    int blanks = 0;     // empty lines not yet passed on: one begins mpiexec's remarks
+    bool any = false;   // it had lines of the tasks
+    bool ready = false; // play has said that a program can connect,
+    bool draws = false; // that one has
+    bool shown = false; // and that the last frame is on the wall
+};
+
+/// A job that runs.
+struct JobWatch {
+    Process process;
+    JobStream out, err;
+};
+
+using JobClock = std::chrono::steady_clock;
+
+/// Starts a job whose output is passed on, or kept, as by watchJob.
+JobWatch startWatch(const Job& job, std::FILE* to);
+
+/// Passes output on until the job has ended (true); or until play has said for the first time that
+/// it is ready or shows the last frame, another program has ended or the time has come.
+bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd = -1);
+
+/// Does what there is to be done with the last frame. Returns what went wrong.
+std::string useLastFrame(JobWatch& watch, const LastFrame& last);
+
+/// Ends the client's waiting with the last frame, and waits for the job's end.
+JobEnding finishWatch(JobWatch& watch, Timeout timeout);
+
+/// Runs a job to its end; `timeout` is for playing and for ending each. Passes on what the tasks
+/// write, line by line: their standard output to `to` and their errors to standard error; without
+/// `to` it keeps both. When the client is `play --wait`, the job's inputPipe is set, and this does
+/// what there is to be done with the last frame before the client ends.
+JobEnding watchJob(const Job& job, const LastFrame& last, Timeout timeout, std::FILE* to);
+
+/// Says in one line how a job failed, if it did. Returns the exit status.
+int reportEnding(const JobEnding& ending);

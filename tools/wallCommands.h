@@ -1,0 +1,33 @@
+// The commands of mosa-wall: each has the options that were given, returns an exit status and
+// throws std::runtime_error with what keeps it from its work.
+#pragma once
+
+#include "tools/liveProgram.h"
+#include "tools/wallDemo.h"
+#include "tools/wallLayout.h"
+
+#include <string>
+#include <vector>
+
+struct WallOptions {
+    int (*command)(const WallOptions&) = nullptr; // the one given
+    Grid grid;
+    std::string wall, hosts, output, picture;
+    std::vector<std::string> streams; // names of scenes or files
+    PlayOptions play;
+    int frames = 600;
+    bool dryRun = false, force = false, label = false, list = false;
+    DemoOptions demo;
+    LiveOptions live;
+};
+
+int layoutCommand(const WallOptions& options);
+int checkCommand(const WallOptions& options);
+int runCommand(const WallOptions& options);
+int recordCommand(const WallOptions& options);
+int snapshotCommand(const WallOptions& options);
+int patternCommand(const WallOptions& options);
+int demoCommand(const WallOptions& options);
+
+/// What `run` has mpiexec start on the nodes.
+int probeCommand(const WallOptions& options);

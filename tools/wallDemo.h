@@ -1,0 +1,24 @@
+// A wall of virtual displays on this machine, with a recorded program on it.
+#pragma once
+
+#include "client/playOptions.h"
+#include "tools/liveProgram.h"
+
+#include <string>
+
+struct DemoOptions {
+    std::string scene = "gears"; // a scene's name or a stream file
+    Size screens{2, 2};
+    Size screen;       // of a tile; 0: as large as the program's own window
+    int gap = 0;       // pixels of bezel between tiles
+    bool show = false; // tiles in a window of the user's display, not only in the picture
+    std::string picture = "wall.png";
+};
+
+/// Plays the scene, or runs the program where there is one, writes a picture of the wall with the
+/// last frame and prints its path. Returns an exit status; throws std::runtime_error when something
+/// cannot be started.
+int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions live);
+
+/// Prints the scenes that come with the system, one a line: name, window, frames and bytes.
+void listScenes();

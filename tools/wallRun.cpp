@@ -1,0 +1,266 @@
+#include "tools/wallRun.h"
+#include "client/locations.h"
+#include "tools/wallDrawing.h"
+
+#include <X11/Xlib.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr Timeout probeTime = std::chrono::seconds(60);
+constexpr char answerMark[] = "mosa-wall-probe"; // begins an answer: mark, server, whether it is a
+                                                 // fault, what there is to say
+
+std::string ownHost()
+{
+    char name[256] = "";
+    gethostname(name, sizeof name - 1);
+    return name;
+}
+
+std::string openGLOf(const char* fromEnvironment)
+{
+    return fromEnvironment ? fromEnvironment : findSystemOpenGL();
+}
+
+// What keeps a library from being the servers' OpenGL; empty when nothing does.
+std::string faultOfLibrary(const char* name)
+{
+    if (!name)
+        return "no OpenGL library is named";
+    void* library = dlopen(name, RTLD_LAZY);
+    if (!library)
+        return std::string("the OpenGL library ") + name + " cannot be loaded: " + dlerror();
+    for (const char* function : {"glXChooseVisual", "glXMakeCurrent"})
+        if (!dlsym(library, function))
+            return std::string(name) + " is no OpenGL library: it has no " + function;
+    return {};
+}
+
+// Why a display did not open: it is its screen alone that is missing, or all of it.
+std::string faultOfDisplay(const WallEntry& entry)
+{
+    const std::size_t point = entry.dpyName.find('.', entry.dpyName.find(':'));
+    const std::string display = entry.dpyName.substr(0, point);
+    Display* dpy = point == std::string::npos ? nullptr : XOpenDisplay(display.c_str());
+    if (!dpy)
+        return "the display " + display + " cannot be opened";
+    XCloseDisplay(dpy);
+    return "the display " + display + " has no screen " + std::to_string(entry.scrn);
+}
+
+// What is wrong with an open display, or worth knowing; empty when nothing is.
+Finding judgeScreen(Display* dpy, const WallTile& tile)
+{
+    const WallEntry& entry = tile.entry;
+    const auto fault = [&tile](const std::string& text) { return Finding{tile.line, true, text}; };
+    int opcode = 0;
+    int event = 0;
+    int error = 0;
+    if (!XQueryExtension(dpy, "GLX", &opcode, &event, &error))
+        return fault("the display " + entry.dpyName + " has no GLX");
+    const PixelArea area = areaOf(entry);
+    const Size screen{DisplayWidth(dpy, entry.scrn), DisplayHeight(dpy, entry.scrn)};
+    if (entry.rect.w == 0 || (area.w == screen.w && area.h == screen.h))
+        return {tile.line, false, ""};
+    const std::string text =
+        "the tile is " + toText({area.w, area.h}) + ", its screen " + toText(screen);
+    // A larger screen shows all of its tile, in its upper left corner.
+    return {tile.line, area.w > screen.w || area.h > screen.h, text};
+}
+
+// What keeps a server from showing its tile, or is worth knowing; empty when nothing is.
+Finding judgeServer(const Wall& wall, std::size_t server)
+{
+    if (server >= wall.tiles.size())
+        return {0, true, "the wall file has too few entries on this node"};
+    const WallTile& tile = wall.tiles[server];
+    const std::string library = faultOfLibrary(std::getenv("SYSTEM_OPENGL_LIB"));
+    if (!library.empty())
+        return {tile.line, true, library};
+    Display* dpy = XOpenDisplay(tile.entry.dpyName.c_str());
+    if (!dpy)
+        return {tile.line, true, faultOfDisplay(tile.entry)};
+    const Finding finding = judgeScreen(dpy, tile);
+    XCloseDisplay(dpy);
+    return finding;
+}
+
+// True when one of the programs that mpiexec started to reach the nodes has ended with a fault.
+// mpiexec would go on waiting for that node.
+bool launcherFailed(pid_t mpiexec)
+{
+    const std::string process = "/proc/" + std::to_string(mpiexec);
+    std::ifstream children(process + "/task/" + std::to_string(mpiexec) + "/children");
+    for (pid_t child = 0; children >> child;) {
+        // Its line ends with the exit status, as wait gives it, once it is a zombie.
+        std::ifstream file("/proc/" + std::to_string(child) + "/stat");
+        std::string line;
+        std::getline(file, line);
+        const std::size_t state = line.rfind(')') + 2;
+        const std::size_t status = line.rfind(' ') + 1;
+        if (state < line.size() && line[state] == 'Z' && line.compare(status, 1, "0") != 0)
+            return true;
+    }
+    return false;
+}
+
+// Runs the job that asks the nodes, until it ends or one of them cannot be reached.
+Ending askNodes(const Job& job)
+{
+    constexpr Timeout step = std::chrono::milliseconds(100);
+    constexpr Timeout others = std::chrono::seconds(2); // those that can be reached answer by then
+    Process process = startJob(job);
+    for (Timeout spent{}; spent < probeTime && !waitForEnd(process, step); spent += step)
+        if (launcherFailed(process.pid)) {
+            waitForEnd(process, others);
+            break;
+        }
+    return waitForEnd(process, Timeout{}) ? finishProcess(process, step) : stopProcess(process);
+}
+
+std::string withoutRemarks(const std::string& text)
+{
+    std::istringstream lines(text);
+    std::string kept;
+    for (std::string line; std::getline(lines, line);)
+        if (!isRemark(line))
+            kept += (kept.empty() ? "" : "\n") + line;
+    return kept;
+}
+
+} // namespace
+
+LastFrame lastFrameOn(const Wall& wall, const std::vector<Place>& places,
+                      const PlayOptions& options, const std::string& picture)
+{
+    LastFrame last{.picture = {}, .then = options.then, .hold = options.hold};
+    if (!picture.empty())
+        last.picture = [=] { writePng(picture, snapshotWall(wall, places)); };
+    return last;
+}
+
+Job playJob(const std::vector<std::string>& files, const PlayOptions& options,
+            const LastFrame& last)
+{
+    Job job;
+    job.inputPipe = last.picture || !last.then.empty() || last.hold > 0;
+    job.client = {playProgram()};
+    for (const auto& more : {files, playArguments(options, job.inputPipe)})
+        job.client.insert(job.client.end(), more.begin(), more.end());
+    job.server = {serverProgram()};
+    return job;
+}
+
+Job liveJob(const PlayOptions& options)
+{
+    Job job;
+    job.client = {playProgram()};
+    if (options.loose)
+        job.client.emplace_back("--loose");
+    job.server = {serverProgram()};
+    return job;
+}
+
+void putOnWall(Job& job, const Wall& wall, const std::vector<Host>& hosts)
+{
+    job.servers = static_cast<int>(wall.tiles.size());
+    job.environment = {"MOSA_DISPLAY=" + std::filesystem::absolute(wall.file).string(),
+                       "SYSTEM_OPENGL_LIB=" + openGLOf(std::getenv("SYSTEM_OPENGL_LIB"))};
+    if (!hosts.empty()) {
+        placeServers(hosts, job.servers); // are there enough?
+        std::string list = ownHost() + ":1";
+        for (const Host& host : hosts)
+            list += "," + host.name + ":" + std::to_string(host.servers);
+        job.options = {"-hosts", list};
+    }
+}
+
+StreamFile requireStream(const std::string& file)
+{
+    if (!std::filesystem::exists(file))
+        throw std::runtime_error(file + ": no such file, and no scene of that name (a program "
+                                        "stands behind --); mosa-wall demo "
+                                        "--list names the scenes");
+    return readStreamFile(file);
+}
+
+void requireWritable(const std::string& file)
+{
+    const std::string folder = std::filesystem::absolute(file).parent_path();
+    if (access(folder.c_str(), W_OK) != 0)
+        throw std::runtime_error(file + ": its folder: " + std::strerror(errno));
+    if (std::filesystem::is_directory(file))
+        throw std::runtime_error(file + " is a folder");
+}
+
+std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places)
+{
+    Job probe = job;
+    probe.client = {"true"}; // keeps the client's place
+    probe.label = false;
+    probe.server = {ownProgram(), "probe", std::filesystem::absolute(wall.file)};
+    probe.output = Output::capture;
+    probe.inputPipe = false;
+    if (!job.options.empty())
+        std::fputs("mosa-wall: asking the nodes ...\n", stderr);
+    const Ending ending = askNodes(probe);
+
+    std::map<std::size_t, Finding> answers;
+    std::istringstream out(ending.out);
+    for (std::string line; std::getline(out, line);) {
+        std::istringstream words(line);
+        std::string mark;
+        std::size_t server = 0;
+        Finding answer{};
+        if (words >> mark >> server >> answer.fault && mark == answerMark) {
+            std::getline(words >> std::ws, answer.text);
+            answers[server] = answer;
+        }
+    }
+    std::vector<Finding> findings;
+    for (std::size_t server = 0; server < wall.tiles.size(); ++server) {
+        const auto answer = answers.find(server);
+        const bool silent = answer == answers.end();
+        if (!silent && answer->second.text.empty())
+            continue;
+        const int line = wall.tiles[server].line;
+        const std::string& host = places.at(server).host;
+        findings.push_back({line, silent || answer->second.fault,
+                            "server " + std::to_string(server) + " (line " + std::to_string(line) +
+                                ")" + (host.empty() ? "" : " on " + host) + ": " +
+                                (silent ? "its node does not answer" : answer->second.text)});
+    }
+    if (ending.status != 0) { // the launcher's own words say why
+        const std::string words = withoutRemarks(ending.err);
+        if (!words.empty() || findings.empty())
+            findings.push_back({0, true, words.empty() ? "mpiexec failed: " + ending.err : words});
+    }
+    return findings;
+}
+
+int probeNode(const std::string& wallFile)
+{
+    const char* rank = std::getenv("PMI_RANK");
+    const int server = (rank ? std::atoi(rank) : 0) - 1;
+    Finding finding{};
+    try {
+        finding = judgeServer(readWall(wallFile), static_cast<std::size_t>(server));
+    } catch (const std::exception& trouble) {
+        finding = {0, true, std::string("the wall file cannot be read: ") + trouble.what()};
+    }
+    std::printf("%s %d %d %s\n", answerMark, server, finding.fault, finding.text.c_str());
+    return 0;
+}
