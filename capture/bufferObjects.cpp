@@ -101,7 +101,7 @@ void installBufferObjects()
 {
     for (const char* suffix : {"", "ARB"}) {
         const auto name = [suffix](const char* stem) {
-            return strdup((std::string(stem) + suffix).c_str()); // kept as long as the process
+            return std::string(stem) + suffix;
         };
         install(name("glBindBuffer"), bindBuffer);
         install(name("glBufferData"), bufferData);

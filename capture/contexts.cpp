@@ -55,8 +55,9 @@ constexpr AppDisplay wallDisplay(1U);
 thread_local Context* current;
 
 std::mutex streamLock; // guards all below, and what stream.h and windows.h have
-std::map<NativeContext, std::unique_ptr<Context>> contexts;
-std::vector<std::unique_ptr<Context>> retired; // destroyed, but current in some thread
+// Never destroyed, as all that this library keeps: threads may draw while the process exits.
+auto& contexts = *new std::map<NativeContext, std::unique_ptr<Context>>;
+auto& retired = *new std::vector<std::unique_ptr<Context>>; // destroyed, but current in some thread
 std::uint32_t handles;
 unsigned long shownWindow;
 

@@ -19,8 +19,8 @@ namespace {
     }()))
 
 std::mutex surfacesLock;
-std::map<EGLSurface, Window> surfaces;
-std::map<EGLDisplay, Display*> displays;
+auto& surfaces = *new std::map<EGLSurface, Window>;
+auto& displays = *new std::map<EGLDisplay, Display*>;
 
 Window windowOf(EGLSurface surface)
 {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -83,9 +84,9 @@ struct Known {
     NativeEntry entry; // null: the node's own
 };
 
-std::unordered_map<std::string_view, Known>& known()
+std::unordered_map<std::string, Known>& known()
 {
-    static std::unordered_map<std::string_view, Known> all;
+    static auto& all = *new std::unordered_map<std::string, Known>;
     return all;
 }
 
@@ -120,7 +121,9 @@ bool isHarmless(std::string_view name)
 
 void sayUnseen(const char* name)
 {
-    static std::unordered_set<std::string> said;
+    static std::mutex lock;
+    static auto& said = *new std::unordered_set<std::string>;
+    const std::lock_guard guard(lock);
     if (said.insert(name).second)
         std::fprintf(stderr, "MOSA: capture: %s: the wall does not see it\n", name);
 }
@@ -129,7 +132,7 @@ void missing() {}
 
 } // namespace
 
-void install(const char* name, NativeEntry entry)
+void install(const std::string& name, NativeEntry entry)
 {
     auto [place, added] = known().try_emplace(name, Known{-1, entry});
     if (!added)

@@ -5,6 +5,8 @@
 #include "capture/effects.h"
 #include "capture/native.h"
 
+#include <string>
+
 /// The entry that the program gets for a name; null when the program is not to know of it.
 NativeEntry entryFor(const char* name);
 
@@ -14,9 +16,9 @@ NativeEntry entryForExport(const char* name);
 
 /// Puts an entry in place of the one that the layout gives. The two below install those of their
 /// files.
-void install(const char* name, NativeEntry entry);
+void install(const std::string& name, NativeEntry entry);
 template <class F>
-void install(const char* name, F* entry)
+void install(const std::string& name, F* entry)
 {
     install(name, reinterpret_cast<NativeEntry>(entry));
 }

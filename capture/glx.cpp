@@ -12,7 +12,7 @@ namespace {
 
 // What drawables that are no windows stand for: a GLXWindow for its window, others for none.
 std::mutex drawablesLock;
-std::map<GLXDrawable, Window> drawables;
+auto& drawables = *new std::map<GLXDrawable, Window>;
 
 void setDrawable(GLXDrawable drawable, Window window)
 {

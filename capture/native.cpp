@@ -29,12 +29,19 @@ Library openGL{"MOSA_CAPTURE_OPENGL", "libOpenGL.so.0"};
 Library egl{"MOSA_CAPTURE_EGL", "libEGL.so.1"};
 Library* const libraries[] = {&openGL, &glx, &egl};
 
-// By its path, for its name leads to this library; its own references stay within itself.
+// The library's own references stay within itself, which the address sanitizer can't bear.
+#ifdef __SANITIZE_ADDRESS__
+constexpr int ownReferences = 0;
+#else
+constexpr int ownReferences = RTLD_DEEPBIND;
+#endif
+
+// By its path, for its name leads to this library.
 void open(Library& library)
 {
     const char* given = std::getenv(library.variable);
     const std::string path = given ? given : std::string(MOSA_SYSTEM_LIBRARIES) + library.file;
-    library.handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL | RTLD_DEEPBIND);
+    library.handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL | ownReferences);
 }
 
 NativeEntry exported(const char* name)

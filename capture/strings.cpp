@@ -103,7 +103,7 @@ constexpr std::string_view glxExtensions[] = {
 const char* kept(const std::string& text)
 {
     static std::mutex lock;
-    static std::set<std::string> all;
+    static auto& all = *new std::set<std::string>;
     const std::lock_guard guard(lock);
     return all.insert(text).first->c_str();
 }

@@ -15,7 +15,7 @@ template <class T>
 using Reply = std::unique_ptr<T, Freed>;
 
 xcb_connection_t* connection;
-std::map<xcb_window_t, WindowState> known; // those of which nothing has been told since
+auto& known = *new std::map<xcb_window_t, WindowState>; // those of which nothing has been told since
 
 bool isConnected(const char* displayName)
 {

@@ -4,7 +4,7 @@ if(NOT TARGET mosa-wall OR NOT TARGET capture)
 endif()
 
 add_executable(captureProgram captureProgram.cpp)
-# Without sanitizers: the capture library takes the place of what it is linked with.
+# The capture library takes the place of what it is linked with.
 target_link_libraries(captureProgram PRIVATE mosa_settings GL X11::X11)
 add_executable(capture_test capture_test.cpp)
 target_compile_definitions(capture_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")

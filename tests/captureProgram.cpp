@@ -197,7 +197,7 @@ void images()
     glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
     glPixelStorei(GL_UNPACK_SKIP_ROWS, 0);
     glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     glPixelZoom(4, 4);
     glPixelStorei(GL_UNPACK_SWAP_BYTES, 1);
     glRasterPos2i(60, 100);
@@ -449,6 +449,7 @@ int main(int argc, char** argv)
     context = glXCreateContext(dpy, visual, nullptr, True);
     glXMakeCurrent(dpy, window, context);
     glShadeModel(GL_FLAT); // before the window can be seen
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     XMapWindow(dpy, window);
     XSync(dpy, False);
     for (int frame = 0; frames == 0 || frame < frames; ++frame) {
