@@ -100,9 +100,7 @@ void deleteBuffers(GLsizei n, const GLuint* buffers)
 void installBufferObjects()
 {
     for (const char* suffix : {"", "ARB"}) {
-        const auto name = [suffix](const char* stem) {
-            return std::string(stem) + suffix;
-        };
+        const auto name = [suffix](const char* stem) { return std::string(stem) + suffix; };
         install(name("glBindBuffer"), bindBuffer);
         install(name("glBufferData"), bufferData);
         install(name("glBufferSubData"), bufferSubData);

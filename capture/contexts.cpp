@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include <unistd.h>
 
@@ -102,7 +103,8 @@ void sendMakeCurrent(const ShareGroup& group)
 
 // Sends records of one of a group's contexts, which is on the wall. Another than the one whose
 // state the wall has leaves that as it was.
-void sendRecords(const ShareGroup& group, bool ofMain, Bytes records, bool endsFrame)
+void sendRecords(const ShareGroup& group, bool ofMain, Bytes records, bool endsFrame,
+                 bool reserved = false)
 {
     CommandBuffer before;
     if (wall.group != &group || wall.window != group.window) {
@@ -113,6 +115,12 @@ void sendRecords(const ShareGroup& group, bool ofMain, Bytes records, bool endsF
     if (!ofMain) {
         encode<Op::glPushAttrib>(before, GLbitfield{GL_ALL_ATTRIB_BITS});
         encode<Op::glPopAttrib>(after);
+    }
+    if (reserved) {
+        const Bytes piece[] = {before};
+        sendBuffer(piece, false);
+        sendReserved(records, endsFrame);
+        return;
     }
     const Bytes pieces[] = {before, records, after};
     sendBuffer(pieces, endsFrame);
@@ -135,20 +143,6 @@ void keepBack(Context& c, Bytes records)
     group.pending.push_back({&c, {records.begin(), records.end()}});
 }
 
-// Passes on what is on the tape, and rewinds it.
-void passOnTape(Context& c, bool endsFrame)
-{
-    Tape& tape = c.tape;
-    const Bytes records(tape.begin, static_cast<std::size_t>(tape.at - tape.begin));
-    tape.at = tape.begin;
-    if (!capturing || (records.empty() && !endsFrame))
-        return;
-    if (c.group->onWall)
-        sendRecords(*c.group, c.group->main == &c, records, endsFrame);
-    else
-        keepBack(c, records);
-}
-
 void setEnds(Context& c)
 {
     Tape& tape = c.tape;
@@ -164,11 +158,46 @@ void setEnds(Context& c)
         tape.drawsEnd = limit;
 }
 
+// Passes on what is on the tape, and rewinds it.
+void passOnTape(Context& c, bool endsFrame)
+{
+    Tape& tape = c.tape;
+    const Bytes records(tape.begin, static_cast<std::size_t>(tape.at - tape.begin));
+    tape.at = tape.begin;
+    if (const bool reserved = c.ownTape.begin) {
+        tape = std::exchange(c.ownTape, {});
+        setEnds(c);
+        sendRecords(*c.group, c.group->main == &c, records, endsFrame, reserved);
+        return;
+    }
+    if (!capturing || (records.empty() && !endsFrame))
+        return;
+    if (c.group->onWall)
+        sendRecords(*c.group, c.group->main == &c, records, endsFrame);
+    else
+        keepBack(c, records);
+}
+
 void resizeTape(Tape& tape, std::size_t room)
 {
     std::free(tape.begin);
     tape.begin = tape.at = static_cast<unsigned char*>(std::malloc(room));
     tape.room = tape.begin ? room : 0;
+}
+
+// A large record is written where the wall's process reads it. Until it is passed on.
+bool reserveTape(Context& c, std::size_t bytes)
+{
+    if (!c.group->onWall || c.group->main != &c || c.inList)
+        return false;
+    const std::span<unsigned char> room = reserveRoom(bytes);
+    if (room.empty())
+        return false;
+    c.ownTape = c.tape;
+    c.tape.begin = c.tape.at = room.data();
+    c.tape.room = room.size();
+    setEnds(c);
+    return true;
 }
 
 // A list stays in one piece until it is too large. Then what there is of it is passed on, behind a
@@ -369,7 +398,7 @@ namespace {
 void forget(Context& c)
 {
     ShareGroup* group = c.group;
-    std::free(c.tape.begin);
+    std::free(c.ownTape.begin ? c.ownTape.begin : c.tape.begin);
     if (group->main == &c)
         group->main = nullptr;
     if (--group->members > 0)
@@ -443,9 +472,14 @@ bool makeRoom(Tape& tape, Effect effect, std::int64_t bytes)
         return false;
     const std::lock_guard lock(streamLock);
     const auto size = static_cast<std::size_t>(bytes);
-    if (current->inList && !current->listPassedOn && growListTape(*current, size))
-        return true;
+    if (current->inList && !current->listPassedOn) {
+        if (size <= tape.room - static_cast<std::size_t>(tape.at - tape.begin) ||
+            growListTape(*current, size))
+            return true;
+    }
     passOnTape(*current, false);
+    if (reserveTape(*current, size))
+        return true;
     if (size > tape.room || (tape.room > mostTapeRoom && size <= mostTapeRoom))
         resizeTape(tape, std::max(size, tapeRoom));
     setEnds(*current);

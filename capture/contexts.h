@@ -25,6 +25,7 @@ struct Context {
     NativeContext native = nullptr;
     ShareGroup* group = nullptr;
     Tape tape{};
+    Tape ownTape{}; // while the tape lies in the memory that is shared with the wall's process
     ClientState client{};
     Display* dpy = nullptr; // of the connection that it was made for
     unsigned long visual = 0;

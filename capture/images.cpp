@@ -121,7 +121,7 @@ void recordImage(const Picture& picture, Scalars... scalars)
     const bool none = !picture.pixels;
     const std::int64_t bytes = none ? 0 : packedBytes(picture);
     Tape& tape = *currentTape;
-    if (bytes < 0 || bytes > INT32_MAX - head || !hasRoom<effectOf<op>>(tape, head + bytes))
+    if (bytes < 0 || bytes > INT32_MAX - head || !hasRoomForBlock<effectOf<op>>(tape, head + bytes))
         return;
     store(tape.at, static_cast<std::uint16_t>(op));
     encoding::storeScalars<F, S::scalars>(tape.at + opcodeBytes, std::tuple(scalars...));

@@ -23,6 +23,7 @@ int outstanding; // frames that the wall has not shown yet
 long sent;       // frames
 CaptureRing* ring;
 std::uint64_t ringUsed; // bytes, in all
+bool ringReserved;      // the last of them are still being written
 
 void stop(const char* why)
 {
@@ -108,6 +109,8 @@ bool sendHandshake()
 // Room for so many bytes in one piece of the ring; negative when the reader still needs it.
 std::int32_t reserveInRing(std::size_t bytes)
 {
+    if (ringReserved)
+        return -1;
     const std::uint64_t released = ring->released.load(std::memory_order_acquire);
     const auto room = static_cast<std::uint64_t>(ringBytes);
     std::uint64_t at = ringUsed % room;
@@ -164,11 +167,55 @@ void readCaptureOptions()
     capturing = options.socket && *options.socket;
 }
 
+namespace {
+
+constexpr std::size_t mostPieces = 8;
+
+// The first of the pieces is the message's.
+void sendMessage(CaptureMessage what, std::span<iovec> pieces)
+{
+    pieces[0] = {&what, sizeof what};
+    msghdr message{};
+    message.msg_iov = pieces.data();
+    message.msg_iovlen = pieces.size();
+    if (!sendAll(message))
+        return stop("the wall is gone");
+    if (what.hdr.sync) {
+        ++outstanding;
+        ++sent;
+    }
+}
+
+} // namespace
+
+std::span<unsigned char> reserveRoom(std::size_t bytes)
+{
+    if (!capturing || !ring || bytes < leastInRing || bytes > ringBytes)
+        return {};
+    const std::int32_t at = reserveInRing(bytes);
+    if (at < 0)
+        return {};
+    ringReserved = true;
+    return {ring->bytes + at, bytes};
+}
+
+void sendReserved(std::span<const unsigned char> written, bool endsFrame)
+{
+    ringReserved = false;
+    if (!capturing || written.empty())
+        return;
+    iovec piece{};
+    sendMessage({{static_cast<std::int32_t>(written.size()), endsFrame},
+                 static_cast<std::int32_t>(written.data() - ring->bytes),
+                 0,
+                 ringUsed},
+                {&piece, 1});
+}
+
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame)
 {
     if (!capturing || (connection < 0 && !connectToWall()))
         return;
-    constexpr std::size_t mostPieces = 8;
     std::array<iovec, mostPieces + 1> vector;
     std::size_t size = 0;
     std::size_t n = 1;
@@ -190,18 +237,7 @@ void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool end
         what.ringEnd = ringUsed;
         n = 1;
     }
-    vector[0] = {&what, sizeof what};
-    msghdr message{};
-    message.msg_iov = vector.data();
-    message.msg_iovlen = n;
-    if (!sendAll(message)) {
-        stop("the wall is gone");
-        return;
-    }
-    if (!endsFrame)
-        return;
-    ++outstanding;
-    ++sent;
+    sendMessage(what, std::span(vector).first(n));
 }
 
 bool allFramesSent() { return captureOptions.frames > 0 && sent >= captureOptions.frames; }

@@ -30,6 +30,11 @@ extern bool capturing;
 /// Bytes of a command buffer in pieces. Connects at the first. Any thread, one at a time.
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame);
 
+/// Room in the memory that is shared with the other side, for a large buffer that is to be written
+/// there and then sent by sendReserved; empty when there is none. One at a time.
+std::span<unsigned char> reserveRoom(std::size_t bytes);
+void sendReserved(std::span<const unsigned char> written, bool endsFrame);
+
 /// True once as many frames were sent as were asked for.
 bool allFramesSent();
 

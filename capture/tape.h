@@ -35,6 +35,8 @@ unsigned char* endFor(const Tape& tape)
                                      : tape.drawsEnd;
 }
 
+inline constexpr std::int64_t largeBlock = 64 << 10;
+
 /// Passes on what is written and makes room for `bytes` bytes, where operations of the kind are
 /// recorded; otherwise returns false.
 [[gnu::cold, gnu::noinline]] bool makeRoom(Tape& tape, Effect effect, std::int64_t bytes);
@@ -46,6 +48,13 @@ bool hasRoom(Tape& tape, std::int64_t bytes)
     const auto at = reinterpret_cast<std::uintptr_t>(tape.at);
     const auto end = reinterpret_cast<std::uintptr_t>(endFor<effect>(tape));
     return at + static_cast<std::uintptr_t>(bytes) <= end || makeRoom(tape, effect, bytes);
+}
+
+/// The same for a record with a large block, which is not to be copied twice.
+template <Effect effect>
+bool hasRoomForBlock(Tape& tape, std::int64_t bytes)
+{
+    return bytes >= largeBlock ? makeRoom(tape, effect, bytes) : hasRoom<effect>(tape, bytes);
 }
 
 /// Writes a record, if it is wanted.

@@ -15,7 +15,8 @@ template <class T>
 using Reply = std::unique_ptr<T, Freed>;
 
 xcb_connection_t* connection;
-auto& known = *new std::map<xcb_window_t, WindowState>; // those of which nothing has been told since
+auto& known =
+    *new std::map<xcb_window_t, WindowState>; // those of which nothing has been told since
 
 bool isConnected(const char* displayName)
 {
