@@ -47,6 +47,7 @@ struct ShareGroup {
 namespace {
 
 constexpr std::size_t tapeRoom = 256 << 10;
+constexpr std::size_t sharedTapeRoom = 1 << 20;
 constexpr std::size_t mostTapeRoom = 8 << 20; // that is kept once a record needed it
 constexpr std::size_t mostPending = 64 << 20;
 constexpr std::size_t mostListRoom = 8 << 20; // that a list is kept whole for
@@ -185,12 +186,13 @@ void resizeTape(Tape& tape, std::size_t room)
     tape.room = tape.begin ? room : 0;
 }
 
-// A large record is written where the wall's process reads it. Until it is passed on.
+// A large record, and what follows until there is no more room, is written where the wall's process
+// reads it.
 bool reserveTape(Context& c, std::size_t bytes)
 {
     if (!c.group->onWall || c.group->main != &c || c.inList)
         return false;
-    const std::span<unsigned char> room = reserveRoom(bytes);
+    const std::span<unsigned char> room = reserveRoom(std::max(bytes, sharedTapeRoom));
     if (room.empty())
         return false;
     c.ownTape = c.tape;
@@ -472,11 +474,11 @@ bool makeRoom(Tape& tape, Effect effect, std::int64_t bytes)
         return false;
     const std::lock_guard lock(streamLock);
     const auto size = static_cast<std::size_t>(bytes);
-    if (current->inList && !current->listPassedOn) {
-        if (size <= tape.room - static_cast<std::size_t>(tape.at - tape.begin) ||
-            growListTape(*current, size))
-            return true;
-    }
+    const bool fits = size <= tape.room - static_cast<std::size_t>(tape.at - tape.begin);
+    if (fits && (current->ownTape.begin || current->inList))
+        return true;
+    if (current->inList && !current->listPassedOn && growListTape(*current, size))
+        return true;
     passOnTape(*current, false);
     if (reserveTape(*current, size))
         return true;

@@ -190,7 +190,7 @@ void recordArray(const ClientArrayState& array, const Elements& elements, Scalar
     constexpr int head = opcodeBytes + S::offsets[S::count - 1];
     const std::int64_t bytes = head + std::int64_t{elements.count} * bytesOf(array);
     Tape& tape = *currentTape;
-    if (!hasRoom<Effect::draws>(tape, bytes))
+    if (!hasRoomForBlock<Effect::draws>(tape, bytes))
         return;
     store(tape.at, static_cast<std::uint16_t>(op));
     encoding::storeScalars<F, S::count - 1>(tape.at + opcodeBytes,

@@ -23,7 +23,7 @@ int outstanding; // frames that the wall has not shown yet
 long sent;       // frames
 CaptureRing* ring;
 std::uint64_t ringUsed; // bytes, in all
-bool ringReserved;      // the last of them are still being written
+std::size_t reserved;   // the last of them that are still being written
 
 void stop(const char* why)
 {
@@ -109,7 +109,7 @@ bool sendHandshake()
 // Room for so many bytes in one piece of the ring; negative when the reader still needs it.
 std::int32_t reserveInRing(std::size_t bytes)
 {
-    if (ringReserved)
+    if (reserved > 0)
         return -1;
     const std::uint64_t released = ring->released.load(std::memory_order_acquire);
     const auto room = static_cast<std::uint64_t>(ringBytes);
@@ -195,20 +195,19 @@ std::span<unsigned char> reserveRoom(std::size_t bytes)
     const std::int32_t at = reserveInRing(bytes);
     if (at < 0)
         return {};
-    ringReserved = true;
+    reserved = bytes;
     return {ring->bytes + at, bytes};
 }
 
 void sendReserved(std::span<const unsigned char> written, bool endsFrame)
 {
-    ringReserved = false;
+    const auto at = static_cast<std::int32_t>(written.data() - ring->bytes);
+    ringUsed -= reserved - written.size();
+    reserved = 0;
     if (!capturing || written.empty())
         return;
     iovec piece{};
-    sendMessage({{static_cast<std::int32_t>(written.size()), endsFrame},
-                 static_cast<std::int32_t>(written.data() - ring->bytes),
-                 0,
-                 ringUsed},
+    sendMessage({{static_cast<std::int32_t>(written.size()), endsFrame}, at, 0, ringUsed},
                 {&piece, 1});
 }
 
