@@ -213,7 +213,8 @@ int recordProgram(const LiveOptions& options, const std::string& file)
 
     LiveOptions once = options;
     once.fit = "corner";
-    std::vector<std::string> environment = captureEnvironment(once, path, 2);
+    constexpr int ahead = 64; // a file is quick: what bounds a program's lead is the memory between
+    std::vector<std::string> environment = captureEnvironment(once, path, ahead);
     environment.insert(environment.end(), desk.environment.begin(), desk.environment.end());
     Process running = startProgram(options, environment);
     using Clock = JobClock;
