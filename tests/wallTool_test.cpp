@@ -111,7 +111,7 @@ TEST(WallTool, CheckFindsEachMistakeOnItsLine)
         {6, ":7.0 600 400 300 0 300 200", "6: the same screen as line 5"},
         {6, ":8 600 400 300 0", "6: .*only 4 of the 6 numbers.*"},
         {6, ":8 600.5 400 300 0 300 200", "6: .*only 1 of the 6 numbers.*"},
-        {6, ":8 600 400 300 0 300 200x", "6: .*does not read what follows the numbers:x.*"},
+        {6, ":8 600 400 300 0 300 200x", "6: .*does not read what follows the numbers: \"x\""},
         {6, ":8 600 400 300 0 300 -200", "6: .*holds no pixel.*"},
         {6, ":8 600 400 300 0 nan 200", "6: .*no number of pixels.*"},
         {4, "node:0.1 600 500 300 200 300 200", "4: the wall is 600x500 here and 600x400.*"},

@@ -4,6 +4,7 @@
 #include "tools/wallCommands.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <stdexcept>
 #include <string_view>
@@ -11,13 +12,13 @@
 namespace {
 
 CLI::Option* addSize(CLI::App* command, const std::string& name, Size& size,
-                     const std::string& about)
+                     const std::string& about, int least = 1)
 {
     return command
         ->add_option_function<std::string>(
             name,
-            [name, &size](const std::string& text) {
-                if (!parseSize(text, size))
+            [name, &size, least](const std::string& text) {
+                if (!parseSize(text, size) || std::min(size.w, size.h) < least)
                     throw CLI::ValidationError(name, "\"" + text + "\" should read like 4x2");
             },
             about)
@@ -43,6 +44,29 @@ void addJobFlags(CLI::App* command, WallOptions& options)
     command->add_flag("--force", options.force, "go on whatever the checks find");
 }
 
+const CLI::Validator aboveZero(
+    [](const std::string& text) {
+        double value = 0;
+        return CLI::detail::lexical_cast(text, value) && value > 0 && std::isfinite(value)
+                   ? std::string()
+                   : "\"" + text + "\" is no number above 0";
+    },
+    "NUMBER");
+
+constexpr const char* liveOptionNames[] = {"--window", "--fit", "--seconds", "--frames"};
+
+// Options of running programs go with one alone, and a recording does not go with one.
+void requireOneKind(const CLI::App* command, const WallOptions& options, const char* streams)
+{
+    const bool isLive = !options.live.program.empty();
+    for (const char* name : liveOptionNames)
+        if (!isLive && command->count(name) > 0)
+            throw CLI::ValidationError(name, "goes with a program behind -- alone");
+    if (isLive && command->count(streams) > 0)
+        throw CLI::ValidationError(streams, "stands beside a program behind --: it is one or "
+                                            "the other");
+}
+
 // A program behind "--" on the command line, which main has taken off.
 void addLive(CLI::App* command, LiveOptions& options)
 {
@@ -57,9 +81,9 @@ void addLive(CLI::App* command, LiveOptions& options)
         ->check(CLI::IsMember({"middle", "corner", "stretch"}))
         ->capture_default_str();
     command->add_option("--seconds", options.seconds, "end the program after so many seconds")
-        ->check(CLI::PositiveNumber);
+        ->check(aboveZero);
     command->add_option("--frames", options.frames, "end the program after so many frames")
-        ->check(CLI::PositiveNumber);
+        ->check(aboveZero);
 }
 
 void addRecord(CLI::App& app, WallOptions& options)
@@ -81,7 +105,8 @@ void addLayout(CLI::App& app, WallOptions& options)
     addSize(command, "SCREEN", options.grid.screen, "pixels of a screen, as 1920x1080")->required();
     addSize(command, "--bezel", options.grid.bezel,
             "pixels of the wall behind the frames between two screens, as 40x40: the "
-            "picture goes on behind them");
+            "picture goes on behind them",
+            0);
     addHosts(command, options);
     command->add_option("-o,--output", options.output, "file to write, instead of standard output");
     command->footer(
@@ -117,7 +142,8 @@ void addRun(CLI::App& app, WallOptions& options)
         app.add_subcommand("run", "Show a running program, or stream files, on a wall");
     command->add_option("STREAM", options.streams, "stream files or names of scenes");
     command->add_option("--wall", options.wall,
-                        "wall file; without one, a program runs on a wall of virtual displays");
+                        "wall file; without one, a program runs on a wall of virtual displays, of "
+                        "which a picture is left in wall.png");
     addLive(command, options.live);
     addHosts(command, options);
     addPlayOptions(*command, options.play);
@@ -138,7 +164,10 @@ void addRun(CLI::App& app, WallOptions& options)
         "Without hosts they all run on this machine. The wall file, the streams and the programs\n"
         "need the same paths on every node. SYSTEM_OPENGL_LIB names another OpenGL library than\n"
         "this machine's; the other variables of the servers are passed on as they are set.");
-    command->callback([&options] { options.command = runCommand; });
+    command->callback([command, &options] {
+        requireOneKind(command, options, "STREAM");
+        options.command = runCommand;
+    });
 }
 
 void addSnapshot(CLI::App& app, WallOptions& options)
@@ -206,7 +235,10 @@ void addDemo(CLI::App& app, WallOptions& options)
         "  mosa-wall demo pulsar --wall 3x2 --tile 400x300 --gap 20 -o pulsar.png\n"
         "  mosa-wall demo gears --show --loop 50\n"
         "  mosa-wall demo -- glxgears");
-    command->callback([&options] { options.command = demoCommand; });
+    command->callback([command, &options] {
+        requireOneKind(command, options, "SCENE");
+        options.command = demoCommand;
+    });
 }
 
 // What `run` has mpiexec start on the nodes.
@@ -233,6 +265,17 @@ bool refuseUnknownCommand(const CLI::App& app, const std::string& given)
     return !known;
 }
 
+std::string failureMessage(const CLI::App* app, const CLI::Error& error)
+{
+    const bool extra = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+    std::string name = app->get_name();
+    for (const CLI::App* command : app->get_subcommands())
+        name += " " + command->get_name();
+    return "mosa-wall: " + std::string(error.what()) +
+           (extra ? " (a program to run stands behind --)" : "") + "\n" + name +
+           " --help says what there is.\n";
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -241,11 +284,16 @@ int main(int argc, char** argv)
     if (const auto dashes = std::find(argv, argv + argc, std::string_view("--"));
         dashes != argv + argc) {
         options.live.program.assign(dashes + 1, argv + argc);
+        if (options.live.program.empty()) {
+            std::fputs("mosa-wall: no program stands behind --\n", stderr);
+            return static_cast<int>(CLI::ExitCodes::RequiredError);
+        }
         argc = static_cast<int>(dashes - argv);
     }
     CLI::App app{"Lays out, checks and runs display walls.", "mosa-wall"};
     app.set_version_flag("--version", MOSA_VERSION);
     app.require_subcommand(1);
+    app.failure_message(failureMessage);
     for (const auto add :
          {addLayout, addCheck, addRun, addRecord, addSnapshot, addPattern, addDemo, addProbe})
         add(app, options);

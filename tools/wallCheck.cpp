@@ -73,6 +73,13 @@ void checkDisplayName(const WallTile& tile, std::vector<Finding>& findings)
                                 "\" is no X display name: HOST:DISPLAY.SCREEN or :DISPLAY"});
 }
 
+std::string trimmed(const std::string& text)
+{
+    constexpr char blanks[] = " \t\r";
+    const std::size_t first = text.find_first_not_of(blanks);
+    return first == text.npos ? "" : text.substr(first, text.find_last_not_of(blanks) + 1 - first);
+}
+
 void checkNumbers(const WallTile& tile, std::vector<Finding>& findings)
 {
     const WallEntry& entry = tile.entry;
@@ -86,9 +93,10 @@ void checkNumbers(const WallTile& tile, std::vector<Finding>& findings)
                                 missing});
         return;
     }
-    if (entry.rest.find_first_not_of(" \t\r") != std::string::npos)
+    if (!trimmed(entry.rest).empty())
         findings.push_back(
-            {tile.line, true, "the server does not read what follows the numbers:" + entry.rest});
+            {tile.line, true,
+             "the server does not read what follows the numbers: \"" + trimmed(entry.rest) + "\""});
     const MWRect& rect = entry.rect;
     for (const float value : {rect.x, rect.y, rect.w, rect.h})
         if (!std::isfinite(value) || std::fabs(value) > 1e9F) {

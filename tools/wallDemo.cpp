@@ -116,6 +116,8 @@ int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions liv
     job.servers = static_cast<int>(displays.size());
     job.environment = virtualWallEnvironment(wall.file);
     const std::string what = isLive ? live.program[0] : sceneName(scene.name);
+    if (isLive && findProgram(what).empty())
+        throw std::runtime_error(what + ": there is no such program");
     std::fprintf(stderr, "%s on a wall of %s tiles of %s pixels\n", what.c_str(),
                  toText(grid.screens).c_str(), toText(grid.screen).c_str());
     if (isLive) {
