@@ -19,6 +19,8 @@ GLuint* boundBuffer(GLenum target)
 // The contents of the buffer that is bound, or null.
 BufferObject* boundObject(GLenum target)
 {
+    if (currentContext().asPicture)
+        return nullptr;
     const GLuint* name = boundBuffer(target);
     return name && *name ? &bufferObject(*name) : nullptr;
 }

@@ -150,7 +150,7 @@ void setEnds(Context& c)
     unsigned char* const limit = tape.begin + tape.room;
     const ShareGroup& group = *c.group;
     tape.definesEnd = tape.stateEnd = tape.drawsEnd = nullptr;
-    if (!capturing || (!group.onWall && group.lost))
+    if (!capturing || (!group.onWall && group.lost) || (c.asPicture && !c.drawsPicture))
         return;
     tape.definesEnd = limit;
     if (c.inList || !group.onWall || group.main == &c)
@@ -238,10 +238,18 @@ bool growListTape(Context& c, std::size_t more)
 // depends on it. In the thread of the context.
 void describeWindow(Context& c)
 {
+    const Placement area = placementOf(c.group->size);
+    if (c.asPicture) {
+        const auto& [width, height] = c.group->size;
+        const CaptureOptions& options = captureOptions;
+        describePicture(c.picture, width, height,
+                        options.wallWidth != area.width || options.wallHeight != area.height);
+        recordViewport(0, 0, width, height);
+        return;
+    }
     GLint viewport[4] = {};
     callNative<Op::glGetIntegerv>(GL_VIEWPORT, viewport);
     recordViewport(viewport[0], viewport[1], viewport[2], viewport[3]);
-    const Placement area = placementOf(c.group->size);
     if (area.dx > 0 || area.dy > 0)
         record<Op::glEnable, Effect::state>(GLenum{GL_SCISSOR_TEST});
     recordScissor();
@@ -338,7 +346,7 @@ bool isWanted(const Context& c, const WindowState& state)
            std::int64_t{state.width} * state.height > std::int64_t{shown.width} * shown.height;
 }
 
-void reconsider(Context& c)
+void considerWindow(Context& c)
 {
     if (!capturing || !c.window || c.inList)
         return;
@@ -360,6 +368,26 @@ void reconsider(Context& c)
         show(c, state);
 }
 
+// What is recorded between the two belongs to the picture of a context that is shown by pictures.
+void beginPicture(Context& c)
+{
+    c.drawsPicture = c.asPicture;
+    setEnds(c);
+}
+
+void endPicture(Context& c)
+{
+    c.drawsPicture = false;
+    setEnds(c);
+}
+
+void reconsider(Context& c)
+{
+    beginPicture(c);
+    considerWindow(c);
+    endPicture(c);
+}
+
 } // namespace
 
 // ---- Contexts ----------------------------------------------------------------------------------
@@ -372,26 +400,24 @@ Context& currentContext()
 
 bool hasContext() { return current; }
 
-void addContext(NativeContext native, NativeContext shared, Display* dpy, unsigned long visual,
-                std::vector<int> attributes, bool doubleBuffered)
+void addContext(NewContext created)
 {
     const std::lock_guard lock(streamLock);
-    const auto found = contexts.find(shared);
+    const auto found = contexts.find(created.shared);
     ShareGroup* group = found != contexts.end() ? found->second->group : new ShareGroup{};
     ++group->members;
-    auto context = std::make_unique<Context>(Context{.native = native,
+    auto context = std::make_unique<Context>(Context{.native = created.native,
                                                      .group = group,
-                                                     .tape = {},
-                                                     .client = {},
-                                                     .dpy = dpy,
-                                                     .visual = visual,
-                                                     .attributes = std::move(attributes),
-                                                     .doubleBuffered = doubleBuffered});
+                                                     .dpy = created.dpy,
+                                                     .visual = created.visual,
+                                                     .attributes = std::move(created.attributes),
+                                                     .doubleBuffered = created.doubleBuffered,
+                                                     .asPicture = created.asPicture});
     if (capturing)
         resizeTape(context->tape, tapeRoom);
     if (!group->main)
         group->main = context.get();
-    contexts[native] = std::move(context);
+    contexts[created.native] = std::move(context);
 }
 
 namespace {
@@ -456,9 +482,7 @@ void contextIsCurrent(NativeContext native, unsigned long window)
     if (!current)
         return;
     current->window = window;
-    setEnds(*current);
     reconsider(*current);
-    setEnds(*current);
 }
 
 // ---- Tapes and frames --------------------------------------------------------------------------
@@ -506,7 +530,10 @@ void endFrame(bool swap)
         passOn();
         return;
     }
-    if (swap)
+    beginPicture(c);
+    if (c.asPicture)
+        recordPicture(c.picture, !swap);
+    if (swap || c.asPicture)
         record<Op::glXSwapBuffers, Effect::draws>(asParameter<Display*>(wallDisplay),
                                                   GLXDrawable{c.window});
     const std::lock_guard lock(streamLock);
@@ -519,10 +546,11 @@ void endFrame(bool swap)
     passOnTape(c, due && c.tape.at > c.tape.begin);
     waitForFrames();
     setEnds(c);
-    if (swap && framesWithMargins > 0) {
+    if ((swap || c.asPicture) && framesWithMargins > 0) {
         --framesWithMargins;
         recordMargins(c);
     }
+    endPicture(c);
 }
 
 void holdAfterLastFrame()
@@ -551,7 +579,6 @@ void reconsiderWindow()
         return;
     const std::lock_guard lock(streamLock);
     reconsider(*current);
-    setEnds(*current);
 }
 
 bool isOnWall() { return current && isShown(*current); }
@@ -601,7 +628,8 @@ KeptLists& keptLists()
 Placement placementOf(WindowSize size)
 {
     Placement area{0, 0, size.width, size.height};
-    const auto& [socket, ahead, frames, window, fit, wallWidth, wallHeight] = captureOptions;
+    const char* const fit = captureOptions.fit;
+    const int wallWidth = captureOptions.wallWidth, wallHeight = captureOptions.wallHeight;
     if (!fit || std::strcmp(fit, "middle") != 0 || wallWidth <= 0 || wallHeight <= 0 ||
         size.width <= 0 || size.height <= 0)
         return area;

@@ -5,6 +5,7 @@
 
 #include "capture/arrays.h"
 #include "capture/lists.h"
+#include "capture/pictures.h"
 #include "capture/tape.h"
 
 #include <X11/Xlib.h>
@@ -31,6 +32,9 @@ struct Context {
     unsigned long visual = 0;
     std::vector<int> attributes{}; // as the servers choose a visual by, ended by a 0
     bool doubleBuffered = true;
+    bool asPicture = false;    // its finished pictures are shown, not its calls
+    bool drawsPicture = false; // what is recorded just now is of a picture
+    ShownPicture picture{};
     unsigned long window = 0; // in which it is current; 0: none, or no window
     GLenum renderMode = GL_RENDER;
     bool inList = false; // a list is being compiled
@@ -48,8 +52,15 @@ Context& currentContext();
 bool hasContext();
 
 /// A new context; `shared` is one that it shares with, or null.
-void addContext(NativeContext native, NativeContext shared, Display* dpy, unsigned long visual,
-                std::vector<int> attributes, bool doubleBuffered);
+struct NewContext {
+    NativeContext native, shared;
+    Display* dpy;
+    unsigned long visual;
+    std::vector<int> attributes;
+    bool doubleBuffered = true;
+    bool asPicture = false;
+};
+void addContext(NewContext created);
 
 /// The context is not to be used again; its record goes when it is current nowhere.
 void removeContext(NativeContext native);

@@ -133,8 +133,8 @@ EGLContext createContext(EGLDisplay display, EGLConfig config, EGLContext shared
     // The default profile only counts from OpenGL 3.2 on.
     const bool core =
         openGL && major >= 3 && !(profile & EGL_CONTEXT_OPENGL_COMPATIBILITY_PROFILE_BIT);
-    if (!openGL || major != carriedMajor || minor > carriedMinor) {
-        sayRefused(openGL ? "OpenGL" : "OpenGL ES", major, minor, core);
+    bool asPicture = false;
+    if (!isCarried({openGL ? "OpenGL" : "OpenGL ES", major, minor, core}, asPicture)) {
         const EGLint impossible[] = {EGL_CONTEXT_MAJOR_VERSION, 99, EGL_NONE};
         return OWN(eglCreateContext)(display, config, shared, impossible);
     }
@@ -147,8 +147,8 @@ EGLContext createContext(EGLDisplay display, EGLConfig config, EGLContext shared
         }
         EGLint visual = 0;
         OWN(eglGetConfigAttrib)(display, config, EGL_NATIVE_VISUAL_ID, &visual);
-        addContext(context, shared, dpy, static_cast<unsigned long>(visual),
-                   attributesOf(display, config), true);
+        addContext({context, shared, dpy, static_cast<unsigned long>(visual),
+                    attributesOf(display, config), true, asPicture});
     }
     return context;
 }

@@ -1,4 +1,5 @@
 #include "capture/entries.h"
+#include "capture/contexts.h"
 #include "capture/stream.h"
 
 #include <cstdio>
@@ -139,13 +140,26 @@ void install(const std::string& name, NativeEntry entry)
         place->second.entry = entry;
 }
 
+namespace {
+
+// Of OpenGL, what ends frames or tells where they are drawn.
+bool endsFrames(std::string_view name)
+{
+    return name == "glFlush" || name == "glFinish" || name == "glDrawBuffer";
+}
+
+bool isOpenGL(std::string_view name) { return name.starts_with("gl") && !name.starts_with("glX"); }
+
+} // namespace
+
 NativeEntry entryFor(const char* name)
 {
+    // Where pictures are shown, OpenGL is the node's own.
+    if (captureOptions.showing == Showing::pictures && isOpenGL(name) && !endsFrames(name))
+        return nativeByName(name);
     const auto found = known().find(name);
     if (found == known().end()) // of GLX and EGL all, of OpenGL what the wall carries
-        return std::strncmp(name, "glX", 3) == 0 || std::strncmp(name, "egl", 3) == 0
-                   ? nativeByName(name)
-                   : nullptr;
+        return !isOpenGL(name) || currentContext().asPicture ? nativeByName(name) : nullptr;
     const auto& [opcode, entry] = found->second;
     NativeEntry native = opcode >= 0 ? nativeTable[opcode] : nullptr;
     if (!native)

@@ -2,6 +2,7 @@
 // node's own library; of what it does the client keeps what the wall has to know.
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "capture/stream.h"
 #include "capture/strings.h"
 
 #include <cstdio>
@@ -54,6 +55,9 @@ std::vector<int> attributesBy(Value value, bool& doubleBuffered)
     return list;
 }
 
+// Whether a context that asks for no version is shown by its pictures.
+bool asPictureAlways() { return captureOptions.showing == Showing::pictures; }
+
 GLXContext keepContext(Display* dpy, GLXContext context, GLXContext shared, XVisualInfo* visual)
 {
     if (context) {
@@ -65,12 +69,14 @@ GLXContext keepContext(Display* dpy, GLXContext context, GLXContext shared, XVis
                 return v;
             },
             doubleBuffered);
-        addContext(context, shared, dpy, visual->visualid, std::move(attributes), doubleBuffered);
+        addContext({context, shared, dpy, visual->visualid, std::move(attributes), doubleBuffered,
+                    asPictureAlways()});
     }
     return context;
 }
 
-GLXContext keepContext(Display* dpy, GLXContext context, GLXContext shared, GLXFBConfig config)
+GLXContext keepContext(Display* dpy, GLXContext context, GLXContext shared, GLXFBConfig config,
+                       bool asPicture)
 {
     if (context) {
         const auto value = [=](int name) {
@@ -80,8 +86,8 @@ GLXContext keepContext(Display* dpy, GLXContext context, GLXContext shared, GLXF
         };
         bool doubleBuffered = true;
         std::vector<int> attributes = attributesBy(value, doubleBuffered);
-        addContext(context, shared, dpy, static_cast<unsigned long>(value(GLX_VISUAL_ID)),
-                   std::move(attributes), doubleBuffered);
+        addContext({context, shared, dpy, static_cast<unsigned long>(value(GLX_VISUAL_ID)),
+                    std::move(attributes), doubleBuffered, asPicture});
     }
     return context;
 }
@@ -96,7 +102,7 @@ GLXContext createNewContext(Display* dpy, GLXFBConfig config, int type, GLXConte
                             int direct)
 {
     return keepContext(dpy, callNative<Op::glXCreateNewContext>(dpy, config, type, shared, direct),
-                       shared, config);
+                       shared, config, asPictureAlways());
 }
 
 GLXContext createContextWithConfig(Display* dpy, GLXFBConfig config, int type, GLXContext shared,
@@ -104,7 +110,7 @@ GLXContext createContextWithConfig(Display* dpy, GLXFBConfig config, int type, G
 {
     return keepContext(
         dpy, callNative<Op::glXCreateContextWithConfigSGIX>(dpy, config, type, shared, direct),
-        shared, config);
+        shared, config, asPictureAlways());
 }
 
 // One of a version that the wall does not carry is refused as the node's library refuses a version
@@ -124,14 +130,16 @@ GLXContext createContextAttribs(Display* dpy, GLXFBConfig config, GLXContext sha
             profile = a[1];
     }
     constexpr int compatibility = GLX_CONTEXT_COMPATIBILITY_PROFILE_BIT_ARB;
-    const bool carried = major == carriedMajor && minor <= carriedMinor &&
-                         (profile == 0 || (profile & compatibility));
-    if (!carried) {
-        sayRefused("OpenGL", major, minor, profile && !(profile & compatibility));
+    constexpr int es = GLX_CONTEXT_ES2_PROFILE_BIT_EXT;
+    bool asPicture = false;
+    if (!isCarried({profile & es ? "OpenGL ES" : "OpenGL", major, minor,
+                    profile && !(profile & (compatibility | es))},
+                   asPicture)) {
         const int impossible[] = {GLX_CONTEXT_MAJOR_VERSION_ARB, 99, None};
         return native(dpy, config, shared, direct, impossible);
     }
-    return keepContext(dpy, native(dpy, config, shared, direct, attributes), shared, config);
+    return keepContext(dpy, native(dpy, config, shared, direct, attributes), shared, config,
+                       asPicture);
 }
 
 void destroyContext(Display* dpy, GLXContext context)

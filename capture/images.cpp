@@ -3,6 +3,7 @@
 // other unpack parameter is ever sent.
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "capture/imageRecords.h"
 #include "capture/raster.h"
 #include "wire/sizes.h"
 
@@ -112,25 +113,10 @@ void pack(unsigned char* to, const Picture& picture)
 template <Op op, class... Scalars>
 void recordImage(const Picture& picture, Scalars... scalars)
 {
-    using F = Prototype<op>;
-    using S = Signature<F>;
-    static_assert(sizeof...(Scalars) == S::scalars);
-    constexpr bool flagged = op != Op::glDrawPixels && op != Op::glBitmap;
-    constexpr int countAt = opcodeBytes + S::scalarBytes;
-    constexpr int head = countAt + (flagged ? 8 : 4);
     const bool none = !picture.pixels;
-    const std::int64_t bytes = none ? 0 : packedBytes(picture);
-    Tape& tape = *currentTape;
-    if (bytes < 0 || bytes > INT32_MAX - head || !hasRoomForBlock<effectOf<op>>(tape, head + bytes))
-        return;
-    store(tape.at, static_cast<std::uint16_t>(op));
-    encoding::storeScalars<F, S::scalars>(tape.at + opcodeBytes, std::tuple(scalars...));
-    store(tape.at + countAt, static_cast<std::int32_t>(bytes));
-    if constexpr (flagged)
-        store(tape.at + countAt + 4, none ? 1 : 0);
-    if (bytes > 0)
-        pack(tape.at + head, picture);
-    tape.at += head + bytes;
+    recordPixels<op>(
+        none ? 0 : packedBytes(picture), none, [&](unsigned char* to) { pack(to, picture); },
+        scalars...);
 }
 
 bool isProxy(GLenum target)

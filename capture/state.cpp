@@ -79,7 +79,7 @@ void clear(GLbitfield mask)
 void newList(GLuint list, GLenum mode)
 {
     callNative<Op::glNewList>(list, mode);
-    if (!currentContext().inList && list != 0 && hasContext())
+    if (!currentContext().inList && list != 0 && hasContext() && !currentContext().asPicture)
         beginList(list, mode);
 }
 
@@ -196,7 +196,8 @@ void prioritizeTexturesEXT(GLsizei n, const GLuint* names, const GLclampf* prior
 
 const GLubyte* getString(GLenum name)
 {
-    return carriedString(name, callNative<Op::glGetString>(name));
+    const GLubyte* text = callNative<Op::glGetString>(name);
+    return currentContext().asPicture ? text : carriedString(name, text);
 }
 
 // The client's own alone: images are sent packed.

@@ -158,6 +158,11 @@ void readCaptureOptions()
     options.socket = std::getenv("MOSA_CAPTURE");
     options.window = std::getenv("MOSA_CAPTURE_WINDOW");
     options.fit = std::getenv("MOSA_CAPTURE_FIT");
+    const char* const as = std::getenv("MOSA_CAPTURE_AS");
+    options.showing = !as                            ? Showing::automatic
+                      : !std::strcmp(as, "calls")    ? Showing::calls
+                      : !std::strcmp(as, "pictures") ? Showing::pictures
+                                                     : Showing::automatic;
     if (const char* ahead = std::getenv("MOSA_CAPTURE_AHEAD"))
         options.ahead = std::atoi(ahead) > 0 ? std::atoi(ahead) : 1;
     if (const char* frames = std::getenv("MOSA_CAPTURE_FRAMES"))

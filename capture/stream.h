@@ -10,14 +10,19 @@
 #include <cstdint>
 #include <span>
 
+/// How the wall shows a context: by its calls, or by its finished pictures. `automatic`: by its
+/// calls if the stream carries its version.
+enum class Showing { automatic, calls, pictures };
+
 /// How the program is captured, from the environment.
 struct CaptureOptions {
     const char* socket = nullptr; // MOSA_CAPTURE: path of the socket; null: nothing is captured
     int ahead = 2;                // MOSA_CAPTURE_AHEAD: frames on their way to the wall at most
     long frames = 0;              // MOSA_CAPTURE_FRAMES: so many, then the program is held; 0: all
     const char* window = nullptr; // MOSA_CAPTURE_WINDOW: largest, all, or a title
-    const char* fit = nullptr;    // MOSA_CAPTURE_FIT: middle, corner or stretch
-    int wallWidth = 0, wallHeight = 0; // MOSA_CAPTURE_WALL: WxH; 0: none
+    Showing showing = Showing::automatic; // MOSA_CAPTURE_AS: calls or pictures
+    const char* fit = nullptr;            // MOSA_CAPTURE_FIT: middle, corner or stretch
+    int wallWidth = 0, wallHeight = 0;    // MOSA_CAPTURE_WALL: WxH; 0: none
 };
 extern CaptureOptions captureOptions;
 

@@ -1,4 +1,5 @@
 #include "capture/strings.h"
+#include "capture/stream.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -88,14 +89,26 @@ constexpr std::string_view openGLExtensions[] = {
 
 // And of GLX, whose contexts and drawables the library follows.
 constexpr std::string_view glxExtensions[] = {
-    "GLX_ARB_create_context",    "GLX_ARB_create_context_profile",
-    "GLX_ARB_get_proc_address",  "GLX_ARB_multisample",
-    "GLX_EXT_swap_control",      "GLX_EXT_swap_control_tear",
-    "GLX_EXT_visual_info",       "GLX_EXT_visual_rating",
-    "GLX_MESA_query_renderer",   "GLX_MESA_swap_control",
-    "GLX_OML_swap_method",       "GLX_SGIS_multisample",
-    "GLX_SGIX_fbconfig",         "GLX_SGIX_pbuffer",
-    "GLX_SGI_make_current_read", "GLX_SGI_swap_control",
+    "GLX_ARB_create_context",
+    "GLX_ARB_create_context_profile",
+    "GLX_ARB_get_proc_address",
+    "GLX_ARB_multisample",
+    "GLX_EXT_create_context_es2_profile",
+    "GLX_EXT_create_context_es_profile",
+    "GLX_EXT_framebuffer_sRGB",
+    "GLX_ARB_framebuffer_sRGB",
+    "GLX_EXT_swap_control",
+    "GLX_EXT_swap_control_tear",
+    "GLX_EXT_visual_info",
+    "GLX_EXT_visual_rating",
+    "GLX_MESA_query_renderer",
+    "GLX_MESA_swap_control",
+    "GLX_OML_swap_method",
+    "GLX_SGIS_multisample",
+    "GLX_SGIX_fbconfig",
+    "GLX_SGIX_pbuffer",
+    "GLX_SGI_make_current_read",
+    "GLX_SGI_swap_control",
     "GLX_SGI_video_sync",
 };
 
@@ -148,14 +161,23 @@ const GLubyte* carriedString(GLenum name, const GLubyte* native)
 
 const char* carriedGlxExtensions(const char* native) { return carried(glxExtensions, native); }
 
-void sayRefused(const char* api, int major, int minor, bool core)
+bool isCarried(const AskedVersion& asked, bool& asPicture)
 {
+    const bool byCalls = std::strcmp(asked.api, "OpenGL") == 0 && asked.major == carriedMajor &&
+                         asked.minor <= carriedMinor && !asked.core;
+    asPicture = captureOptions.showing == Showing::pictures || !byCalls;
+    if (byCalls || captureOptions.showing == Showing::pictures)
+        return true;
+    const bool refused = captureOptions.showing == Showing::calls;
     // A program may try one version after the other.
     static std::once_flag once;
-    std::call_once(once, [=] {
-        std::fprintf(
-            stderr,
-            "MOSA: capture: a context of %s %d.%d%s is refused: the wall carries OpenGL %d.%d\n",
-            api, major, minor, core ? " core" : "", carriedMajor, carriedMinor);
+    std::call_once(once, [&] {
+        std::fprintf(stderr,
+                     "MOSA: capture: a context of %s %d.%d%s is %s: the wall carries the calls of "
+                     "OpenGL %d.%d\n",
+                     asked.api, asked.major, asked.minor, asked.core ? " core" : "",
+                     refused ? "refused" : "shown by its finished pictures", carriedMajor,
+                     carriedMinor);
     });
+    return !refused;
 }

@@ -14,5 +14,13 @@ const char* carriedGlxExtensions(const char* native);
 inline constexpr int carriedMajor = 1;
 inline constexpr int carriedMinor = 5;
 
-/// Says that a context was refused, and what the wall carries.
-void sayRefused(const char* api, int major, int minor, bool core);
+/// A version of OpenGL that a context is asked for.
+struct AskedVersion {
+    const char* api;
+    int major, minor;
+    bool core = false;
+};
+
+/// How a context of a version is shown; says so where that is by pictures for its version. False
+/// when it is to be refused, which is said.
+bool isCarried(const AskedVersion& asked, bool& asPicture);

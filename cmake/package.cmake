@@ -10,7 +10,7 @@ install(TARGETS streamdump mosa-wall DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 # The capture library stands under the system libraries' names, in a folder where only mosa-wall looks.
 install(TARGETS capture LIBRARY DESTINATION lib/mosa/capture)
-foreach(library libGL.so.1 libOpenGL.so.0 libGLX.so.0 libEGL.so.1)
+foreach(library ${CAPTURE_NAMES})
     install(FILES ${CMAKE_BINARY_DIR}/capture/${library} DESTINATION lib/mosa/capture)
 endforeach()
 

@@ -74,6 +74,7 @@ std::vector<std::string> captureEnvironment(const LiveOptions& options, const st
         "MOSA_CAPTURE_FRAMES=" + std::to_string(options.frames),
         "MOSA_CAPTURE_WINDOW=" + options.window,
         "MOSA_CAPTURE_FIT=" + options.fit,
+        "MOSA_CAPTURE_AS=" + options.showing,
     };
     for (const auto& [variable, library] : {std::pair{"MOSA_CAPTURE_GLX=", "libGLX.so.0"},
                                             {"MOSA_CAPTURE_OPENGL=", "libOpenGL.so.0"},

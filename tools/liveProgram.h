@@ -9,6 +9,7 @@
 struct LiveOptions {
     std::vector<std::string> program; // and its arguments; none: streams are played
     std::string window = "largest";   // largest, all, or a title
+    std::string showing;              // calls or pictures; empty: as the program needs
     std::string fit = "middle";       // middle, corner or stretch
     double seconds = 0;               // after which it is ended; 0: it ends itself
     long frames = 0;                  // likewise

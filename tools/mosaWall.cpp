@@ -53,7 +53,8 @@ const CLI::Validator aboveZero(
     },
     "NUMBER");
 
-constexpr const char* liveOptionNames[] = {"--window", "--fit", "--seconds", "--frames"};
+constexpr const char* liveOptionNames[] = {"--window", "--fit",     "--pixels",
+                                           "--calls",  "--seconds", "--frames"};
 
 // Options of running programs go with one alone, and a recording does not go with one.
 void requireOneKind(const CLI::App* command, const WallOptions& options, const char* streams)
@@ -80,6 +81,14 @@ void addLive(CLI::App* command, LiveOptions& options)
                      "lower left corner, or is stretched")
         ->check(CLI::IsMember({"middle", "corner", "stretch"}))
         ->capture_default_str();
+    CLI::Option* const pixels = command->add_flag_callback(
+        "--pixels", [&options] { options.showing = "pictures"; },
+        "show the program's finished pictures, whatever OpenGL it uses");
+    command
+        ->add_flag_callback(
+            "--calls", [&options] { options.showing = "calls"; },
+            "show its calls alone: what needs a newer OpenGL than the wall carries is refused")
+        ->excludes(pixels);
     command->add_option("--seconds", options.seconds, "end the program after so many seconds")
         ->check(aboveZero);
     command->add_option("--frames", options.frames, "end the program after so many frames")
