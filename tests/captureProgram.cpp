@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -415,6 +416,93 @@ void lines()
     glPointSize(1);
 }
 
+// ---- A context whose calls the wall does not carry ---------------------------------------------
+
+template <class F>
+F* entryPoint(const char* name)
+{
+    return reinterpret_cast<F*>(glXGetProcAddressARB(reinterpret_cast<const GLubyte*>(name)));
+}
+
+GLXContext modernContext()
+{
+    const int wanted[] = {GLX_VISUAL_ID, static_cast<int>(visual->visualid), None};
+    const int version[] = {GLX_CONTEXT_MAJOR_VERSION_ARB,
+                           3,
+                           GLX_CONTEXT_MINOR_VERSION_ARB,
+                           3,
+                           GLX_CONTEXT_PROFILE_MASK_ARB,
+                           GLX_CONTEXT_CORE_PROFILE_BIT_ARB,
+                           None};
+    int count = 0;
+    GLXFBConfig* configs = glXGetFBConfigs(dpy, DefaultScreen(dpy), &count);
+    GLXFBConfig config = nullptr;
+    for (int i = 0; i < count && !config; ++i) {
+        int id = 0;
+        glXGetFBConfigAttrib(dpy, configs[i], GLX_VISUAL_ID, &id);
+        config = id == wanted[1] ? configs[i] : nullptr;
+    }
+    auto* const create =
+        entryPoint<GLXContext(Display*, GLXFBConfig, GLXContext, Bool, const int*)>(
+            "glXCreateContextAttribsARB");
+    GLXContext made = config && create ? create(dpy, config, nullptr, True, version) : nullptr;
+    if (!made)
+        std::exit(4);
+    return made;
+}
+
+void clearTo(int x, int y, int w, int h, int shade)
+{
+    const auto level = [shade](int step) { return static_cast<float>(shade * step % 256) / 255; };
+    glScissor(x, y, w, h);
+    glClearColor(level(1), level(7), level(31), 1);
+    glClear(GL_COLOR_BUFFER_BIT);
+}
+
+// Leaves state behind that reading back has to go round, and looks whether it is as it was.
+void modernFrame(int frame)
+{
+    static GLuint framebuffer = 0, buffer = 0;
+    if (frame == 0) {
+        entryPoint<void(GLsizei, GLuint*)>("glGenFramebuffers")(1, &framebuffer);
+        entryPoint<void(GLsizei, GLuint*)>("glGenBuffers")(1, &buffer);
+    }
+    const auto bind = [](GLuint toRead, GLuint toPack) {
+        entryPoint<void(GLenum, GLuint)>("glBindFramebuffer")(GL_READ_FRAMEBUFFER, toRead);
+        entryPoint<void(GLenum, GLuint)>("glBindBuffer")(GL_PIXEL_PACK_BUFFER, toPack);
+    };
+    bind(0, 0);
+    glEnable(GL_SCISSOR_TEST);
+    if (frame == 0) // both buffers
+        for (int i = 0; i < 2; ++i) {
+            clearTo(0, 0, width, height, 40);
+            for (int y = 0; y < height; y += 5)
+                for (int x = y % 3; x < width; x += 7)
+                    clearTo(x, y, 1, 2, x + y);
+            glXSwapBuffers(dpy, window);
+        }
+    clearTo(50, 60, 30, 20, 90 + frame);
+    clearTo(width - 2, height - 1, 2, 1, 200 + frame);
+    clearTo(0, 0, 1, 1, 120 + frame);
+    const std::pair<GLenum, GLint> kept[] = {{GL_PACK_ROW_LENGTH, 300}, {GL_PACK_SKIP_PIXELS, 5}};
+    for (const auto& [name, value] : kept)
+        glPixelStorei(name, value);
+    bind(framebuffer, buffer);
+    glXSwapBuffers(dpy, window);
+    bool asBefore = glGetError() == GL_NO_ERROR;
+    const auto check = [&](GLenum name, GLint value) {
+        GLint now = -1;
+        glGetIntegerv(name, &now);
+        asBefore &= now == value;
+    };
+    for (const auto& [name, value] : kept)
+        check(name, value);
+    check(GL_READ_FRAMEBUFFER_BINDING, static_cast<GLint>(framebuffer));
+    check(GL_PIXEL_PACK_BUFFER_BINDING, static_cast<GLint>(buffer));
+    if (!asBefore)
+        std::exit(6);
+}
+
 struct Scene {
     const char* name;
     void (*draw)();
@@ -446,8 +534,16 @@ int main(int argc, char** argv)
     XDestroyWindow(dpy, probe);
 
     window = openWindow(width, height, false);
-    context = glXCreateContext(dpy, visual, nullptr, True);
+    const bool modern = name == "modern";
+    context = modern ? modernContext() : glXCreateContext(dpy, visual, nullptr, True);
     glXMakeCurrent(dpy, window, context);
+    if (modern) {
+        XMapWindow(dpy, window);
+        XSync(dpy, False);
+        for (int frame = 0; frames == 0 || frame < frames; ++frame)
+            modernFrame(frame);
+        return 5;
+    }
     glShadeModel(GL_FLAT); // before the window can be seen
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     XMapWindow(dpy, window);

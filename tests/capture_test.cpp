@@ -100,7 +100,8 @@ TEST_P(Captured, LooksLikeTheProgramsOwnWindow)
     for (const int tiles : {1, 2}) {
         // The program is held with the frame that the wall shows, while both pictures are taken.
         const Ending ending = run(Strings{"run", "--wall", wallFile(tiles), "--force", "--frames",
-                                          "3", "--snapshot", shown, "--then",
+                                          GetParam() == std::string("modern") ? "5" : "3",
+                                          "--snapshot", shown, "--then",
                                           PROGRAMS "/mosa-wall snapshot -o " + own + " " +
                                               temporaryFile(desk() + " 240 180 0 0 240 180\n")} +
                                   program(GetParam()));
@@ -120,7 +121,7 @@ TEST_P(Captured, LooksLikeTheProgramsOwnWindow)
 
 INSTANTIATE_TEST_SUITE_P(Scenes, Captured,
                          testing::Values("arrays", "multitexture", "images", "lists", "rasters",
-                                         "lines", "unseen", "single"),
+                                         "lines", "unseen", "single", "modern"),
                          [](const auto& test) { return std::string(test.param); });
 
 double litPixels(const Image& image)
@@ -173,6 +174,18 @@ TEST(Recorded, HasWhatIsSeenAndNothingElse)
     EXPECT_EQ(counts["glDrawPixels"], 6);
 }
 
+// Of finished pictures, what has changed.
+TEST(Recorded, PicturesInParts)
+{
+    const std::string file = temporaryFile("");
+    run(Strings{"record", "-o", file, "--frames", "20"} + program("modern"));
+    int frames = 0;
+    std::map<std::string, int> counts = operationsIn(file, frames);
+    EXPECT_EQ(frames, 20);
+    EXPECT_EQ(counts["glTexImage2D"], 1);
+    EXPECT_LT(std::filesystem::file_size(file), 20 * 4 * width * height / 4);
+}
+
 // A child that its program leaves behind draws on; the status is the program's.
 TEST(Recorded, FollowsTheProcessThatDraws)
 {
@@ -212,6 +225,7 @@ TEST(Faults, EndWithOneLineAndTheRightStatus)
              program("single"),
          1, titled);
     ends(Strings{"record", "-o", file, "--window", "no such"} + program("single", 3), 5, titled);
+    ends(Strings{"record", "-o", file, "--calls"} + program("modern", 3), 1, "3.3 core is refused");
     ends(Strings{"record", "-o", "/dev/full"} + program("images", 50), 1, "No space left");
 }
 

@@ -122,7 +122,8 @@ bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd)
     const auto said = [&watch] { return std::pair(watch.out.ready, watch.out.shown); };
     const auto before = said();
     for (;;) {
-        const auto left = std::chrono::duration_cast<Timeout>(until - JobClock::now()).count();
+        // Upwards: who asks whether the time is over is told so then.
+        const auto left = std::chrono::ceil<Timeout>(until - JobClock::now()).count();
         pollfd events[] = {{watch.process.pidFd, POLLIN, 0},
                            {otherPidFd, POLLIN, 0},
                            {watch.out.fd, POLLIN, 0},
