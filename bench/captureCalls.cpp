@@ -1,7 +1,7 @@
 // A program that calls OpenGL and measures how long each call takes: run as it is, and captured.
-// Prints a line of JSON for each operation. With an argument "frames SECONDS INTERVAL" it swaps for
-// so long instead, a frame every so many milliseconds (0: as fast as it goes), and prints when each
-// swap was called, in seconds of the monotonic clock.
+// Prints a line of JSON for each operation. With arguments "frames SECONDS INTERVAL [SIZE]" it swaps
+// for so long instead, a frame every so many milliseconds (0: as fast as it goes), of a window so
+// many pixels wide and high, and prints when each swap was called, in seconds of the monotonic clock.
 #define GL_GLEXT_PROTOTYPES
 #include <GL/gl.h>
 #include <GL/glext.h>
@@ -27,7 +27,7 @@ double seconds(Clock::duration d) { return std::chrono::duration<double>(d).coun
 Display* dpy;
 Window window;
 
-void openWindow()
+void openWindow(unsigned size)
 {
     dpy = XOpenDisplay(nullptr);
     int attributes[] = {GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 8, GLX_DEPTH_SIZE, 16, None};
@@ -37,7 +37,7 @@ void openWindow()
     XSetWindowAttributes set{};
     set.colormap = XCreateColormap(dpy, DefaultRootWindow(dpy), visual->visual, AllocNone);
     set.override_redirect = True;
-    window = XCreateWindow(dpy, DefaultRootWindow(dpy), 0, 0, 300, 300, 0, visual->depth,
+    window = XCreateWindow(dpy, DefaultRootWindow(dpy), 0, 0, size, size, 0, visual->depth,
                            InputOutput, visual->visual, CWColormap | CWOverrideRedirect, &set);
     XMapWindow(dpy, window);
     XSync(dpy, False);
@@ -119,7 +119,7 @@ void swapFrames(double length, int interval)
 
 int main(int argc, char** argv)
 {
-    openWindow();
+    openWindow(argc > 4 ? static_cast<unsigned>(std::atoi(argv[4])) : 300);
     if (argc > 3 && std::strcmp(argv[1], "frames") == 0)
         swapFrames(std::atof(argv[2]), std::atoi(argv[3]));
     else
