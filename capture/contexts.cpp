@@ -420,6 +420,17 @@ void addContext(NewContext created)
     contexts[created.native] = std::move(context);
 }
 
+void endAttributes(std::vector<int>& list, int samples)
+{
+    // A server that has no such visual would end, and not every combination is there.
+    const bool asAsked = std::find(list.begin(), list.end(), GLX_DOUBLEBUFFER) != list.end() &&
+                         std::find(list.begin(), list.end(), GLX_ACCUM_RED_SIZE) == list.end();
+    const int most = std::min(samples, captureOptions.samples);
+    if (most > 1 && asAsked)
+        list.insert(list.end(), {GLX_SAMPLE_BUFFERS, 1, GLX_SAMPLES, most});
+    list.push_back(None);
+}
+
 namespace {
 
 // Nothing of a context that was never shown reaches the wall once it is gone.

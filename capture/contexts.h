@@ -62,6 +62,10 @@ struct NewContext {
 };
 void addContext(NewContext created);
 
+/// Ends a list of the attributes by which servers choose a visual; with as many samples of a pixel
+/// as the program has, or the wall.
+void endAttributes(std::vector<int>& list, int samples);
+
 /// The context is not to be used again; its record goes when it is current nowhere.
 void removeContext(NativeContext native);
 

@@ -113,7 +113,7 @@ std::vector<int> attributesOf(EGLDisplay display, EGLConfig config)
                                     {EGL_STENCIL_SIZE, GLX_STENCIL_SIZE}})
         if (value(name) > 0)
             list.insert(list.end(), {glx, 1});
-    list.push_back(None);
+    endAttributes(list, value(EGL_SAMPLES));
     return list;
 }
 

@@ -51,7 +51,7 @@ std::vector<int> attributesBy(Value value, bool& doubleBuffered)
                            GLX_ACCUM_GREEN_SIZE, GLX_ACCUM_BLUE_SIZE})
         if (value(size) > 0)
             list.insert(list.end(), {size, 1});
-    list.push_back(None);
+    endAttributes(list, value(GLX_SAMPLES));
     return list;
 }
 

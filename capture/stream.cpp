@@ -167,6 +167,8 @@ void readCaptureOptions()
         options.ahead = std::atoi(ahead) > 0 ? std::atoi(ahead) : 1;
     if (const char* frames = std::getenv("MOSA_CAPTURE_FRAMES"))
         options.frames = std::atol(frames);
+    if (const char* samples = std::getenv("MOSA_CAPTURE_SAMPLES"))
+        options.samples = std::atoi(samples);
     if (const char* wall = std::getenv("MOSA_CAPTURE_WALL"))
         std::sscanf(wall, "%dx%d", &options.wallWidth, &options.wallHeight);
     capturing = options.socket && *options.socket;

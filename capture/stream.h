@@ -22,6 +22,7 @@ struct CaptureOptions {
     const char* window = nullptr; // MOSA_CAPTURE_WINDOW: largest, all, or a title
     Showing showing = Showing::automatic; // MOSA_CAPTURE_AS: calls or pictures
     const char* fit = nullptr;            // MOSA_CAPTURE_FIT: middle, corner or stretch
+    int samples = 0;                      // MOSA_CAPTURE_SAMPLES: of a pixel, that every server has
     int wallWidth = 0, wallHeight = 0;    // MOSA_CAPTURE_WALL: WxH; 0: none
 };
 extern CaptureOptions captureOptions;

@@ -75,6 +75,7 @@ std::vector<std::string> captureEnvironment(const LiveOptions& options, const st
         "MOSA_CAPTURE_WINDOW=" + options.window,
         "MOSA_CAPTURE_FIT=" + options.fit,
         "MOSA_CAPTURE_AS=" + options.showing,
+        "MOSA_CAPTURE_SAMPLES=" + std::to_string(options.samples),
     };
     for (const auto& [variable, library] : {std::pair{"MOSA_CAPTURE_GLX=", "libGLX.so.0"},
                                             {"MOSA_CAPTURE_OPENGL=", "libOpenGL.so.0"},
@@ -214,6 +215,7 @@ int recordProgram(const LiveOptions& options, const std::string& file)
 
     LiveOptions once = options;
     once.fit = "corner";
+    once.samples = 0;         // whoever plays it may have none
     constexpr int ahead = 64; // a file is quick: what bounds a program's lead is the memory between
     std::vector<std::string> environment = captureEnvironment(once, path, ahead);
     environment.insert(environment.end(), desk.environment.begin(), desk.environment.end());

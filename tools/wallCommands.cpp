@@ -26,17 +26,20 @@ std::vector<Place> placesOf(const Wall& wall, const WallOptions& options)
     return placeServers(hostsOf(options), static_cast<int>(wall.tiles.size()));
 }
 
-// Asks the nodes; throws when they are not ready for the job.
-void requireReady(const Wall& wall, const Job& job, const std::vector<Place>& places, bool force)
+// Asks the nodes; throws when they are not ready for the job. Returns how many samples of a pixel
+// each of them has.
+int requireReady(const Wall& wall, const Job& job, const std::vector<Place>& places, bool force)
 {
     int faults = 0;
-    for (const Finding& finding : probeWall(wall, job, places)) {
+    const WallAnswers answers = probeWall(wall, job, places);
+    for (const Finding& finding : answers.findings) {
         faults += finding.fault;
         std::fprintf(stderr, "mosa-wall: %s%s\n",
                      finding.fault ? "" : "note: ", finding.text.c_str());
     }
     if (faults > 0 && !force)
         throw std::runtime_error("the wall is not ready; --force goes on");
+    return answers.samples;
 }
 
 // Plays stream files on a wall, or runs a program there, or prints the job that would.
@@ -54,9 +57,11 @@ int play(const Wall& wall, const std::vector<std::string>& files, const WallOpti
         std::printf("%s\n", shellLine(jobLine(job)).c_str());
         return 0;
     }
-    requireReady(wall, job, places, options.force);
+    const int samples = requireReady(wall, job, places, options.force);
+    LiveOptions live = options.live;
+    live.samples = samples;
     if (isLive)
-        return runLive(job, options.live, wallSize(wall), options.play.ahead, last, stdout, false);
+        return runLive(job, live, wallSize(wall), options.play.ahead, last, stdout, false);
     return reportEnding(watchJob(job, last, noLimit, stdout));
 }
 

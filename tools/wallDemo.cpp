@@ -121,6 +121,7 @@ int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions liv
     std::fprintf(stderr, "%s on a wall of %s tiles of %s pixels\n", what.c_str(),
                  toText(grid.screens).c_str(), toText(grid.screen).c_str());
     if (isLive) {
+        live.samples = mostSamples(displays.front().name, 0, findSystemOpenGL());
         constexpr double usualSeconds = 5;
         if (live.seconds == 0 && live.frames == 0 && !options.show)
             live.seconds = usualSeconds;

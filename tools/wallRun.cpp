@@ -2,9 +2,11 @@
 #include "client/locations.h"
 #include "tools/wallDrawing.h"
 
-#include <X11/Xlib.h>
+#include <GL/glx.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,8 +22,8 @@
 namespace {
 
 constexpr Timeout probeTime = std::chrono::seconds(60);
-constexpr char answerMark[] = "mosa-wall-probe"; // begins an answer: mark, server, whether it is a
-                                                 // fault, what there is to say
+// Begins an answer: mark, server, whether it is a fault, samples of a pixel, what there is to say.
+constexpr char answerMark[] = "mosa-wall-probe";
 
 std::string ownHost()
 {
@@ -82,7 +84,7 @@ Finding judgeScreen(Display* dpy, const WallTile& tile)
 }
 
 // What keeps a server from showing its tile, or is worth knowing; empty when nothing is.
-Finding judgeServer(const Wall& wall, std::size_t server)
+Finding judgeServer(const Wall& wall, std::size_t server, int& samples)
 {
     if (server >= wall.tiles.size())
         return {0, true, "the wall file has too few entries on this node"};
@@ -95,6 +97,9 @@ Finding judgeServer(const Wall& wall, std::size_t server)
         return {tile.line, true, faultOfDisplay(tile.entry)};
     const Finding finding = judgeScreen(dpy, tile);
     XCloseDisplay(dpy);
+    if (!finding.fault)
+        samples =
+            mostSamples(tile.entry.dpyName, tile.entry.scrn, std::getenv("SYSTEM_OPENGL_LIB"));
     return finding;
 }
 
@@ -206,7 +211,46 @@ void requireWritable(const std::string& file)
         throw std::runtime_error(file + " is a folder");
 }
 
-std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places)
+int mostSamples(const std::string& display, int screen, const std::string& library)
+{
+    Display* dpy = XOpenDisplay(display.c_str());
+    void* const loaded = dpy ? dlopen(library.c_str(), RTLD_LAZY) : nullptr;
+    auto* const choose =
+        loaded ? reinterpret_cast<decltype(&glXChooseVisual)>(dlsym(loaded, "glXChooseVisual"))
+               : nullptr;
+    int samples = choose ? 16 : 0;
+    for (; samples > 1; samples /= 2) {
+        // As the capture library asks for at most.
+        int wanted[] = {GLX_RGBA,
+                        GLX_DOUBLEBUFFER,
+                        GLX_RED_SIZE,
+                        1,
+                        GLX_GREEN_SIZE,
+                        1,
+                        GLX_BLUE_SIZE,
+                        1,
+                        GLX_ALPHA_SIZE,
+                        1,
+                        GLX_DEPTH_SIZE,
+                        1,
+                        GLX_STENCIL_SIZE,
+                        1,
+                        GLX_SAMPLE_BUFFERS,
+                        1,
+                        GLX_SAMPLES,
+                        samples,
+                        None};
+        if (XVisualInfo* visual = choose(dpy, screen, wanted)) {
+            XFree(visual);
+            break;
+        }
+    }
+    if (dpy)
+        XCloseDisplay(dpy);
+    return samples > 1 ? samples : 0;
+}
+
+WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places)
 {
     Job probe = job;
     probe.client = {"true"}; // keeps the client's place
@@ -219,13 +263,16 @@ std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vect
     const Ending ending = askNodes(probe);
 
     std::map<std::size_t, Finding> answers;
+    int samples = INT_MAX;
     std::istringstream out(ending.out);
     for (std::string line; std::getline(out, line);) {
         std::istringstream words(line);
         std::string mark;
         std::size_t server = 0;
         Finding answer{};
-        if (words >> mark >> server >> answer.fault && mark == answerMark) {
+        int ofServer = 0;
+        if (words >> mark >> server >> answer.fault >> ofServer && mark == answerMark) {
+            samples = std::min(samples, ofServer);
             std::getline(words >> std::ws, answer.text);
             answers[server] = answer;
         }
@@ -248,7 +295,7 @@ std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vect
         if (!words.empty() || findings.empty())
             findings.push_back({0, true, words.empty() ? "mpiexec failed: " + ending.err : words});
     }
-    return findings;
+    return {findings, answers.size() == wall.tiles.size() ? samples : 0};
 }
 
 int probeNode(const std::string& wallFile)
@@ -256,11 +303,13 @@ int probeNode(const std::string& wallFile)
     const char* rank = std::getenv("PMI_RANK");
     const int server = (rank ? std::atoi(rank) : 0) - 1;
     Finding finding{};
+    int samples = 0;
     try {
-        finding = judgeServer(readWall(wallFile), static_cast<std::size_t>(server));
+        finding = judgeServer(readWall(wallFile), static_cast<std::size_t>(server), samples);
     } catch (const std::exception& trouble) {
         finding = {0, true, std::string("the wall file cannot be read: ") + trouble.what()};
     }
-    std::printf("%s %d %d %s\n", answerMark, server, finding.fault, finding.text.c_str());
+    std::printf("%s %d %d %d %s\n", answerMark, server, finding.fault, samples,
+                finding.text.c_str());
     return 0;
 }

@@ -29,9 +29,17 @@ StreamFile requireStream(const std::string& file);
 /// Throws std::runtime_error when a file cannot be written.
 void requireWritable(const std::string& file);
 
+/// How many samples of a pixel a screen has at most, by an OpenGL library.
+int mostSamples(const std::string& display, int screen, const std::string& library);
+
 /// Asks every node, the way the job will reach it, whether its wall file, display, GLX and OpenGL
-/// library are there, and whether its screen is as large as its tile. Returns what is wrong.
-std::vector<Finding> probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places);
+/// library are there, and whether its screen is as large as its tile.
+struct WallAnswers {
+    std::vector<Finding> findings; // what is wrong
+    int samples; // of a pixel, that every server has; 0: there is no multisampling, or one is
+                 // silent
+};
+WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places);
 
 /// The node's side of it: looks as the server of this MPI task would, and answers in one line.
 int probeNode(const std::string& wallFile);
