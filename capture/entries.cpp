@@ -25,6 +25,10 @@ template <class F>
 inline constexpr bool followsFromLayout<F, CountedArrays> = true;
 template <class F, const ParamSizes& sizes>
 inline constexpr bool followsFromLayout<F, ParameterArray<sizes>> = true;
+template <class F, class Layout>
+inline constexpr bool followsFromLayout<F, Guarded<Layout>> = followsFromLayout<F, Layout>;
+template <class F, class Layout>
+inline constexpr bool followsFromLayout<F, Noted<Layout>> = followsFromLayout<F, Layout>;
 
 // Whether a call has a record at all: a count below zero, a name that the wire does not know.
 template <class... A>

@@ -4,9 +4,12 @@
 #pragma once
 
 #include "coding/buffer.h"
+#include "coding/clientMemory.h"
 #include "coding/decoder.h"
 #include "coding/fromWire.h"
 #include "coding/keptData.h"
+
+#include <algorithm>
 
 #include <cstdio>
 
@@ -76,8 +79,16 @@ char* decode(ParameterArray<sizes>, char* args)
     if (!size)
         std::fprintf(stderr, "Attention MOSA: unknown enum in %s\n", opNames[indexOf(op)]);
     char* values = args + S::scalarBytes;
+    if (!size) {
+        // The library may know the parameter, and read as many values as it has.
+        constexpr int most = 16;
+        alignas(double) char padded[most * sizeof(double)] = {};
+        std::copy_n(values, sizes.otherwise, padded);
+        call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(padded));
+        return values + sizes.otherwise;
+    }
     call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(values));
-    return values + (size ? size->bytes : sizes.otherwise);
+    return values + size->bytes;
 }
 
 template <Op op, class F, Count count, Null null, Memory memory>
@@ -101,8 +112,7 @@ char* decode(DataBlock<count, null, memory>, char* args)
             passed = scratchOf(memory).data;
     }
     if constexpr (null == Null::lastArrived) {
-        if ((op == Op::glCallLists || isNull) &&
-            !enoughArrived(opNames[indexOf(op)], elementsNeeded<op>(args),
+        if (!enoughArrived(opNames[indexOf(op)], elementsNeeded<op>(args),
                            scratchOf(memory).arrived))
             return data + bytes;
     }
@@ -120,6 +130,22 @@ char* decode(ClientArray<memory, components, typeAt>, char* args)
     constexpr GLsizei packed = 0; // the stride: elements are tightly packed on the wire
     call<op, F, Places::stride>(args, packed, arrayAt<F, Places::stride + 1>(array));
     return data + bytes;
+}
+
+template <Op op, class F, class Layout>
+char* decode(Guarded<Layout>, char* args)
+{
+    if (!mayPerform<op>(args)) [[unlikely]]
+        return args + blockBytes(recordExtents[indexOf(op)], args);
+    return decode<op, F>(Layout{}, args);
+}
+
+template <Op op, class F, class Layout>
+char* decode(Noted<Layout>, char* args)
+{
+    char* const end = decode<op, F>(Layout{}, args);
+    notePerformed<op, Layout>(args);
+    return end;
 }
 
 // ---- In the walk -------------------------------------------------------------------------------

@@ -7,12 +7,14 @@
 
 /// Memory that OpenGL or a decoder keeps using after its command buffer has gone back to the pool.
 /// It grows to what the largest record needed and is never released. Memory that OpenGL may still
-/// write to when its buffer has grown is kept beside it.
+/// write to when its buffer has grown is kept beside it. Memory of client arrays stays where it is:
+/// any context may still draw from it.
 struct ScratchBuffer {
     const char* name; // for the message when it cannot grow
     char* data = nullptr;
     int size = 0;
-    int arrived = 0; // bytes that the latest record brought
+    int arrived = 0;       // bytes that the latest record brought
+    std::int64_t room = 0; // bytes of addresses that are set aside for a kind of client array
     std::vector<char*> outgrown{};
 };
 

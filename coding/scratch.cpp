@@ -1,9 +1,12 @@
 #include "coding/buffer.h"
+#include "coding/clientMemory.h"
 #include "coding/invariant.h"
 
 #include <cstdlib>
 #include <limits>
 #include <string>
+
+#include <sys/mman.h>
 
 // In the order of the kinds.
 constinit ScratchBuffer scratchBuffers[memoryKinds] = {
@@ -37,6 +40,31 @@ char* besideOutgrown(ScratchBuffer& scratch, int& bytes)
     return allocate(bytes);
 }
 
+constexpr bool isClientArray(Memory kind)
+{
+    return kind >= Memory::vertex && kind <= Memory::vertexAttrib;
+}
+
+// Addresses for as large an array as can arrive, with elements as large as the library may take
+// them for; memory comes with what is written. Where so many are not to be had, fewer, and then an
+// array that outgrows them begins anew elsewhere.
+void setAside(ScratchBuffer& scratch, Memory kind, int bytes)
+{
+    constexpr std::int64_t most = std::int64_t{64} << 30;
+    if (scratch.room > 0)
+        clientMemory::forgetArrays(kind);
+    scratch.data = nullptr;
+    for (scratch.room = most; scratch.room >= bytes; scratch.room /= 2) {
+        void* const addresses =
+            mmap(nullptr, static_cast<std::size_t>(scratch.room), PROT_READ | PROT_WRITE,
+                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (addresses != MAP_FAILED) {
+            scratch.data = static_cast<char*>(addresses);
+            return;
+        }
+    }
+}
+
 } // namespace
 
 char* reserve(Memory kind, int bytes, const char* operation)
@@ -45,7 +73,10 @@ char* reserve(Memory kind, int bytes, const char* operation)
     if (bytes > scratch.size) {
         if (kind == Memory::feedback)
             scratch.data = besideOutgrown(scratch, bytes);
-        else {
+        else if (isClientArray(kind)) {
+            if (bytes > scratch.room)
+                setAside(scratch, kind, bytes);
+        } else {
             std::free(scratch.data);
             scratch.data = allocate(bytes);
         }

@@ -20,8 +20,7 @@ Size windowIn(char* at, const char* end)
             if (block.width > 0 && block.height > 0)
                 return {block.width, block.height};
         }
-        const Extent& extent = recordExtents[opcode];
-        at += extent.head + (extent.rest ? extent.rest(at) : 0);
+        at += blockBytes(recordExtents[opcode], at);
     }
     return {};
 }

@@ -100,6 +100,17 @@ template <class Block>
 struct HandWritten {
 };
 
+/// A layout whose operation makes OpenGL read more than its record says: pixels under the unpack
+/// state, elements of client arrays. Whoever performs it looks first whether all of that is there.
+template <class Layout>
+struct Guarded : Layout {
+};
+
+/// A layout whose operation changes what others make OpenGL read.
+template <class Layout>
+struct Noted : Layout {
+};
+
 /// Queries that the client answers itself: an empty block, and a message.
 struct Refused {};
 
@@ -162,6 +173,12 @@ struct Extent {
     int head;
     std::int64_t (*rest)(const char* args);
 };
+
+/// Bytes of the block at `args`, which lies wholly within its buffer.
+inline std::int64_t blockBytes(const Extent& extent, const char* args)
+{
+    return extent.head + (extent.rest ? extent.rest(args) : 0);
+}
 
 /// True when the block at `args` lies wholly within `room` bytes.
 inline bool blockFits(const Extent& extent, const char* args, std::int64_t room)

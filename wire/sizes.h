@@ -81,14 +81,25 @@ constexpr int pixelComponents(GLenum format)
     case GL_ALPHA:
     case GL_LUMINANCE:
     case GL_INTENSITY:
+    case GL_RED_INTEGER:
+    case GL_GREEN_INTEGER:
+    case GL_BLUE_INTEGER:
         return 1;
     case GL_LUMINANCE_ALPHA:
+    case GL_RG:
+    case GL_RG_INTEGER:
+    case GL_DEPTH_STENCIL:
+    case GL_YCBCR_MESA:
         return 2;
     case GL_RGB:
     case GL_BGR:
+    case GL_RGB_INTEGER:
+    case GL_BGR_INTEGER:
         return 3;
     case GL_RGBA:
     case GL_BGRA:
+    case GL_RGBA_INTEGER:
+    case GL_BGRA_INTEGER:
     case GL_ABGR_EXT:
     case GL_CMYK_EXT:
         return 4;
@@ -126,13 +137,19 @@ constexpr PixelUnit pixelUnit(GLenum type)
     case GL_UNSIGNED_SHORT_4_4_4_4_REV:
     case GL_UNSIGNED_SHORT_5_5_5_1:
     case GL_UNSIGNED_SHORT_1_5_5_5_REV:
+    case GL_UNSIGNED_SHORT_8_8_MESA:
+    case GL_UNSIGNED_SHORT_8_8_REV_MESA:
         return {2, true};
     case GL_UNSIGNED_INT_8_8_8_8:
     case GL_UNSIGNED_INT_8_8_8_8_REV:
     case GL_UNSIGNED_INT_10_10_10_2:
     case GL_UNSIGNED_INT_2_10_10_10_REV:
     case GL_UNSIGNED_INT_24_8:
+    case GL_UNSIGNED_INT_10F_11F_11F_REV:
+    case GL_UNSIGNED_INT_5_9_9_9_REV:
         return {4, true};
+    case GL_FLOAT_32_UNSIGNED_INT_24_8_REV:
+        return {8, true};
     default:
         return {0, false};
     }
@@ -144,4 +161,32 @@ constexpr int pixelBytes(GLenum format, GLenum type)
     const PixelUnit unit = pixelUnit(type);
     return unit.wholePixel ? (pixelComponents(format) ? unit.bytes : 0)
                            : unit.bytes * pixelComponents(format);
+}
+
+/// Bytes of an image in one of the formats of blocks of 4 x 4 pixels; 0 for another.
+constexpr std::int64_t compressedBytes(GLenum format, std::int64_t width, std::int64_t height,
+                                       std::int64_t depth)
+{
+    std::int64_t block = 0;
+    switch (format) {
+    case GL_COMPRESSED_RGB_S3TC_DXT1_EXT:
+    case GL_COMPRESSED_RGBA_S3TC_DXT1_EXT:
+    case GL_COMPRESSED_RED_RGTC1:
+    case GL_COMPRESSED_SIGNED_RED_RGTC1:
+        block = 8;
+        break;
+    case GL_COMPRESSED_RGBA_S3TC_DXT3_EXT:
+    case GL_COMPRESSED_RGBA_S3TC_DXT5_EXT:
+    case GL_COMPRESSED_RG_RGTC2:
+    case GL_COMPRESSED_SIGNED_RG_RGTC2:
+        block = 16;
+        break;
+    default:
+        break;
+    }
+    if (block == 0 || width <= 0 || height <= 0 || depth <= 0)
+        return 0;
+    constexpr std::int64_t beyondAll = std::int64_t{1} << 40;
+    const std::int64_t layer = (width + 3) / 4 * ((height + 3) / 4);
+    return layer > beyondAll / depth ? beyondAll : layer * depth * block;
 }

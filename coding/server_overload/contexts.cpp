@@ -1,10 +1,13 @@
 // Contexts and pbuffers. The decoder has written the application's handle into the first free
 // record; a creation that fails leaves the count alone, so that the next one reuses the record.
+#include "coding/clientMemory.h"
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
 #include "coding/server_overload/overloads.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <vector>
 
 namespace {
 
@@ -12,6 +15,15 @@ void useDisplay(Display* appDisplay, std::source_location where = std::source_lo
 {
     currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     require(currLocalDisplay, "currLocalDisplay", where);
+}
+
+// Local contexts that the stream has destroyed: the library must not see them again. One that is
+// created later may have the address of one of them.
+std::vector<GLXContext> destroyed;
+
+bool isDestroyed(GLXContext local)
+{
+    return std::find(destroyed.begin(), destroyed.end(), local) != destroyed.end();
 }
 
 // Commits the record at nContexts with the context that `create` makes, or with the one it is to
@@ -23,8 +35,10 @@ GLXContext commitContext(AppContext shareList, Create create)
     if (shareList != AppContext()) {
         const LocalContextInfo* shared = _getLocalContext(shareList);
         record.localCtx = shared ? shared->localCtx : nullptr;
-    } else
-        record.localCtx = create();
+    } else if ((record.localCtx = create())) {
+        clientMemory::create(record.localCtx);
+        std::erase(destroyed, record.localCtx);
+    }
     if (!record.localCtx)
         return nullptr;
     require(nContexts + 1 < tableSlots, "nContexts + 1 < 64");
@@ -35,6 +49,24 @@ GLXContext commitContext(AppContext shareList, Create create)
 }
 
 } // namespace
+
+LocalContextInfo* liveContext(AppContext context)
+{
+    const auto live = [context](const LocalContextInfo& record) {
+        return AppContext(record.appCtx) == context && !isDestroyed(record.localCtx);
+    };
+    LocalContextInfo* const end = LocalContextTable + nContexts;
+    LocalContextInfo* const found = std::find_if(LocalContextTable, end, live);
+    return found == end ? nullptr : found;
+}
+
+bool refuseDestroyed(const char* operation, AppContext context)
+{
+    if (!_getLocalContext(context) || liveContext(context))
+        return false;
+    std::fprintf(stderr, "Attention MOSA: %s: the context has been destroyed\n", operation);
+    return true;
+}
 
 GLXContext _glXCreateContext(Display* appDisplay, XVisualInfo* avis, GLXContext shareList,
                              int direct)
@@ -63,9 +95,16 @@ GLXContext _glXCreateNewContext(Display* appDisplay, GLXFBConfig config, int ren
 void _glXDestroyContext(Display* appDisplay, GLXContext ctx)
 {
     useDisplay(appDisplay);
+    if (refuseDestroyed("glXDestroyContext", AppContext(ctx)))
+        return;
     for (int i = 0; i < nContexts; ++i)
-        if (AppContext(LocalContextTable[i].appCtx) == AppContext(ctx))
-            callSystem<Op::glXDestroyContext>(currLocalDisplay->dpy, LocalContextTable[i].localCtx);
+        if (AppContext(LocalContextTable[i].appCtx) == AppContext(ctx)) {
+            const GLXContext local = LocalContextTable[i].localCtx;
+            if (isDestroyed(local))
+                continue;
+            callSystem<Op::glXDestroyContext>(currLocalDisplay->dpy, local);
+            destroyed.push_back(local);
+        }
 }
 
 void _glXCopyContext(Display* appDisplay, GLXContext src, GLXContext dst, unsigned long mask)
@@ -78,6 +117,11 @@ void _glXCopyContext(Display* appDisplay, GLXContext src, GLXContext dst, unsign
                      static_cast<void*>(from ? dst : src));
         return;
     }
+    for (const GLXContext given : {src, dst})
+        if (refuseDestroyed("glXCopyContext", AppContext(given)))
+            return;
+    from = liveContext(AppContext(src));
+    to = liveContext(AppContext(dst));
     callSystem<Op::glXCopyContext>(currLocalDisplay->dpy, from->localCtx, to->localCtx, mask);
 }
 

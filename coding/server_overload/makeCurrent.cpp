@@ -1,4 +1,5 @@
 // Make-current and buffer swap.
+#include "coding/clientMemory.h"
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
 #include "coding/serverProcess.h"
@@ -83,6 +84,8 @@ template <class Release>
 int releaseCurrent(GLXContext ctx, Release release)
 {
     const int result = release();
+    if (result)
+        clientMemory::use(nullptr);
     if (ctx)
         std::fputs("MOSA: Drawable is FALSE\n", stderr);
     setUpNewContext();
@@ -107,14 +110,18 @@ int _glXMakeCurrent(Display* appDisplay, GLXDrawable drawable, GLXContext ctx)
             return callSystem<Op::glXMakeCurrent>(dpy, GLXDrawable{None}, GLXContext{});
         });
 
+    if (refuseDestroyed("glXMakeCurrent", AppContext(ctx)))
+        return False;
     currDrawableInfo = _getLocalDrawable(AppDrawable(drawable));
     require(currDrawableInfo, "currDrawableInfo");
-    currDrawableInfo->lctx = _getLocalContext(AppContext(ctx));
+    currDrawableInfo->lctx = liveContext(AppContext(ctx));
     require(currDrawableInfo->lctx, "currDrawableInfo->lctx");
     placeWindow(appDisplay);
     XFlush(dpy);
     const int result = callSystem<Op::glXMakeCurrent>(dpy, currDrawableInfo->localDrawable,
                                                       currDrawableInfo->lctx->localCtx);
+    if (result)
+        clientMemory::use(currDrawableInfo->lctx->localCtx);
     if (swapOnRetrace && setupSwapGroupNeeded) {
         setupSwapGroupNeeded = 0;
         joinSwapGroup(currDrawableInfo->localDrawable);
@@ -134,12 +141,14 @@ int _glXMakeContextCurrent(Display* appDisplay, GLXDrawable draw, GLXDrawable re
                                                          GLXContext{});
         });
 
+    if (refuseDestroyed("glXMakeContextCurrent", AppContext(ctx)))
+        return False;
     currDrawableInfo = _getLocalDrawable(AppDrawable(draw));
     require(currDrawableInfo, "currDrawableInfo");
     LocalDrawableInfo* const ldi = currDrawableInfo;
     LocalDrawableInfo* const rldi = _getLocalDrawable(AppDrawable(read));
     require(rldi, "rldi");
-    rldi->lctx = ldi->lctx = _getLocalContext(AppContext(ctx));
+    rldi->lctx = ldi->lctx = liveContext(AppContext(ctx));
     require(rldi->lctx, "rldi->lctx");
     placeWindow(appDisplay);
     if (!rldi->localDrawable) {
@@ -149,6 +158,8 @@ int _glXMakeContextCurrent(Display* appDisplay, GLXDrawable draw, GLXDrawable re
     XFlush(dpy);
     const int result = callSystem<Op::glXMakeContextCurrent>(
         dpy, ldi->localDrawable, rldi->localDrawable, ldi->lctx->localCtx);
+    if (result)
+        clientMemory::use(ldi->lctx->localCtx);
     setUpNewContext();
     return result;
 }
