@@ -255,6 +255,13 @@ std::int64_t clientMemory::elementsIn(const char* indices, GLsizei count, GLenum
 
 void clientMemory::use(GLXContext context) { client = context ? &clients[context] : nullptr; }
 
+void clientMemory::reset()
+{
+    client = nullptr;
+    clients.clear();
+    unevenLists = false;
+}
+
 void clientMemory::create(GLXContext context)
 {
     if (context && client != &clients[context])

@@ -17,6 +17,9 @@ void use(GLXContext context);
 /// A context has been created: nothing of another with its address counts.
 void create(GLXContext context);
 
+/// All contexts are forgotten.
+void reset();
+
 /// An image in memory, as an operation describes it.
 struct ImageSize {
     std::int64_t width, height, depth;
@@ -137,15 +140,15 @@ bool mayPerform(char* args)
                                  name, std::int64_t{static_cast<GLuint>(first)} + count);
     } else if constexpr (op == Op::glDrawElements || op == Op::glDrawRangeElements) {
         constexpr int last = Signature<F>::scalars - 1;
-        const std::int64_t there = clientMemory::elementsThere();
-        if (!clientMemory::elementsArrived(
-                name,
-                clientMemory::elementsIn(args + Signature<F>::scalarBytes,
-                                         parameter<F, last - 1>(args), parameter<F, last>(args))))
+        const std::int64_t needed =
+            clientMemory::elementsIn(args + Signature<F>::scalarBytes, parameter<F, last - 1>(args),
+                                     parameter<F, last>(args));
+        if (!clientMemory::elementsArrived(name, needed))
             return false;
         if constexpr (op == Op::glDrawRangeElements) {
             // The range is a promise that the library may take for what it is to read.
-            if (std::int64_t{parameter<F, 2>(args)} >= there) {
+            const std::int64_t there = clientMemory::elementsThere();
+            if (needed > 0 && std::int64_t{parameter<F, 2>(args)} >= there) {
                 store(args + Signature<F>::offsets[2], static_cast<GLuint>(there - 1));
                 if (std::int64_t{parameter<F, 1>(args)} >= there)
                     store(args + Signature<F>::offsets[1], GLuint{0});

@@ -9,6 +9,8 @@
 #include "coding/display/rect.h"
 #include "wire/prototypes.h"
 
+#include <vector>
+
 /// A local X display and the part of the wall that it shows.
 struct LocalDisplay {
     Display* dpy;        // this server's connection
@@ -104,6 +106,10 @@ extern LocalPbufferInfo LocalPbufferTable[tableSlots];
 extern LocalVertexArrayRangePointersInfo LocalVertexArrayRangeTable[tableSlots];
 extern LocalProgramInfo LocalProgramTable[tableSlots];
 extern LocalTextureIDInfo LocalTextureIDTable[textureSlots];
+/// Local contexts that the stream has destroyed. The library must not see them again; one that is
+/// created later may have the address of one of them.
+extern std::vector<GLXContext> destroyedContexts;
+
 extern int nContexts, nVisualInfos, nDrawables, nFBConfigs, nPbuffers, nVertexArrayRanges,
     nPrograms, nTextureIDs;
 

@@ -6,7 +6,7 @@ set(FUZZ_DICTIONARY ${CMAKE_CURRENT_BINARY_DIR}/opcodes.dict)
 set(FUZZ_CASES ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/cases)
 file(GLOB EXAMPLES ${PROJECT_SOURCE_DIR}/examples/*.mws ${PROJECT_SOURCE_DIR}/examples/*.mws.gz)
 
-add_library(fuzz_server OBJECT fuzz/standInSystem.cpp support/serverTables.cpp)
+add_library(fuzz_server OBJECT fuzz/standInSystem.cpp fuzz/standInMemory.cpp support/serverTables.cpp)
 target_link_libraries(fuzz_server PUBLIC mosa_settings)
 set(FUZZ_OBJECTS $<TARGET_OBJECTS:fuzz_server> $<TARGET_OBJECTS:mosa_wire>
     $<FILTER:$<TARGET_OBJECTS:mosa_coding>,EXCLUDE,${LEFT_OUT}>)
@@ -38,6 +38,7 @@ file(GLOB FUZZ_SOURCES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/wire/*.cpp
     ${PROJECT_SOURCE_DIR}/coding/*.cpp ${PROJECT_SOURCE_DIR}/coding/server_overload/*.cpp)
 list(APPEND FUZZ_SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/decoderFuzz.cpp
     ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/standInSystem.cpp
+    ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/standInMemory.cpp
     ${CMAKE_CURRENT_SOURCE_DIR}/support/serverTables.cpp)
 list(FILTER FUZZ_SOURCES EXCLUDE REGEX ${LEFT_OUT})
 set(FUZZ_CLANG_OBJECTS "")

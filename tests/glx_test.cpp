@@ -215,9 +215,13 @@ TEST_F(Glx, ContextsThatShareAreOneLocalContext)
     EXPECT_EQ(LocalContextTable[1].localCtx, LocalContextTable[0].localCtx);
     EXPECT_NE(LocalContextTable[1].attrStack, LocalContextTable[0].attrStack);
     EXPECT_EQ(LocalContextTable[1].firsttime, 1);
+    EXPECT_EQ(namesOf(run("glXCopyContext i:16 i:9 i:10 i:1").calls), "glXCopyContext\n");
     EXPECT_TRUE(run("glXDestroyContext i:16 i:10").calls.ends_with(" 0x1389\n"));
     EXPECT_EQ(run("glXDestroyContext i:16 i:77"), performed(""));
-    EXPECT_EQ(namesOf(run("glXCopyContext i:16 i:9 i:10 i:1").calls), "glXCopyContext\n");
+    // Both are gone with it.
+    for (const char* again : {"glXDestroyContext i:16 i:9", "glXCopyContext i:16 i:9 i:10 i:1"})
+        EXPECT_TRUE(run(again).calls.empty() &&
+                    run(again).messages.ends_with(": the context has been destroyed\n"));
     EXPECT_EQ(run("glXCopyContext i:16 i:9 i:77 i:1"),
               (Outcome{1, "", "Attention MOSA: glXCopyContext: context 0x4d is not known\n"}));
     // One that the system refuses leaves its slot to the next.

@@ -4,6 +4,7 @@
 #include "coding/server_overload/localDrawing.h"
 
 #include <algorithm>
+#include <memory>
 #include <new>
 
 void lctxInitAttrStack(LocalContextInfo* lctx)
@@ -39,10 +40,10 @@ void lctxPushVP(LocalContextInfo* lctx, GLbitfield bits)
 
 void lctxPopVP(LocalContextInfo* lctx)
 {
-    _vp* popped = lctx->attrStack;
-    require(popped, "vptr");
-    if (!popped->next)
+    require(lctx->attrStack, "vptr");
+    if (!lctx->attrStack->next)
         return; // a pop without a push: OpenGL reports the underflow and changes nothing
+    const std::unique_ptr<_vp> popped(lctx->attrStack);
     _vp* top = lctx->attrStack = popped->next;
 
     // What the mask does not restore stays in force, as in OpenGL.
@@ -54,7 +55,6 @@ void lctxPopVP(LocalContextInfo* lctx)
         _glRasterPos4dv(top->rp);
     else
         std::ranges::copy(popped->rp, top->rp);
-    delete popped;
 }
 
 // True when the system library will refuse a push, which then changes nothing. Every library takes

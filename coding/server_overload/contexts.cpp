@@ -17,13 +17,10 @@ void useDisplay(Display* appDisplay, std::source_location where = std::source_lo
     require(currLocalDisplay, "currLocalDisplay", where);
 }
 
-// Local contexts that the stream has destroyed: the library must not see them again. One that is
-// created later may have the address of one of them.
-std::vector<GLXContext> destroyed;
-
 bool isDestroyed(GLXContext local)
 {
-    return std::find(destroyed.begin(), destroyed.end(), local) != destroyed.end();
+    return std::find(destroyedContexts.begin(), destroyedContexts.end(), local) !=
+           destroyedContexts.end();
 }
 
 // Commits the record at nContexts with the context that `create` makes, or with the one it is to
@@ -37,7 +34,7 @@ GLXContext commitContext(AppContext shareList, Create create)
         record.localCtx = shared ? shared->localCtx : nullptr;
     } else if ((record.localCtx = create())) {
         clientMemory::create(record.localCtx);
-        std::erase(destroyed, record.localCtx);
+        std::erase(destroyedContexts, record.localCtx);
     }
     if (!record.localCtx)
         return nullptr;
@@ -103,7 +100,7 @@ void _glXDestroyContext(Display* appDisplay, GLXContext ctx)
             if (isDestroyed(local))
                 continue;
             callSystem<Op::glXDestroyContext>(currLocalDisplay->dpy, local);
-            destroyed.push_back(local);
+            destroyedContexts.push_back(local);
         }
 }
 

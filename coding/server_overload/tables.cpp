@@ -13,6 +13,7 @@ LocalPbufferInfo LocalPbufferTable[tableSlots];
 LocalVertexArrayRangePointersInfo LocalVertexArrayRangeTable[tableSlots];
 LocalProgramInfo LocalProgramTable[tableSlots];
 LocalTextureIDInfo LocalTextureIDTable[textureSlots];
+std::vector<GLXContext> destroyedContexts;
 int nContexts, nVisualInfos, nDrawables, nFBConfigs, nPbuffers, nVertexArrayRanges, nPrograms,
     nTextureIDs;
 

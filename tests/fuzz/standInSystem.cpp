@@ -1,9 +1,11 @@
 #include "tests/fuzz/standInSystem.h"
 
 #include "coding/buffer.h"
+#include "coding/clientMemory.h"
 #include "coding/displayConfig.h"
 #include "coding/invariant.h"
 #include "coding/serverProcess.h"
+#include "tests/fuzz/standInMemory.h"
 #include "tests/support/serverTables.h"
 
 #include <X11/Xlib.h>
@@ -103,11 +105,123 @@ template <class R>
 R something()
 {
     if constexpr (std::is_same_v<R, GLXContext>)
-        return reinterpret_cast<GLXContext>(&visual);
+        return standIn::create();
     else if constexpr (std::is_pointer_v<R>)
         return nullptr;
     else if constexpr (!std::is_void_v<R>)
         return R{1};
+}
+
+// The kind of memory behind a pointer operation.
+template <class>
+inline constexpr Memory memoryOf = Memory::none;
+template <Memory memory, Components components, int typeAt>
+inline constexpr Memory memoryOf<Noted<ClientArray<memory, components, typeAt>>> = memory;
+
+// What an operation does with client memory.
+template <Op op, class... P>
+void useMemory(P... p)
+{
+    [[maybe_unused]] const std::tuple given(p...);
+    [[maybe_unused]] const auto at = [&given]<int i>(std::integral_constant<int, i>) {
+        return std::get<i>(given);
+    };
+#define PARAMETER(i) at(std::integral_constant<int, i>{})
+    constexpr Memory kind = memoryOf<Layout<op>>;
+    if constexpr (kind == Memory::vertexAttrib)
+        standIn::setPointer(kind, PARAMETER(0), PARAMETER(1), PARAMETER(2), PARAMETER(5));
+    else if constexpr (kind == Memory::normal || kind == Memory::index || kind == Memory::fogCoord)
+        standIn::setPointer(kind, 0, 1, PARAMETER(0), PARAMETER(2));
+    else if constexpr (kind == Memory::edgeFlag)
+        standIn::setPointer(kind, 0, 1, 0, PARAMETER(1));
+    else if constexpr (kind != Memory::none)
+        standIn::setPointer(kind, 0, PARAMETER(0), PARAMETER(1), PARAMETER(3));
+    else if constexpr (op == Op::glEnableClientState || op == Op::glEnable)
+        standIn::setEnabled(PARAMETER(0), true);
+    else if constexpr (op == Op::glDisableClientState)
+        standIn::setEnabled(PARAMETER(0), false);
+    else if constexpr (op == Op::glEnableVertexAttribArrayARB)
+        standIn::setAttributeEnabled(PARAMETER(0), true);
+    else if constexpr (op == Op::glDisableVertexAttribArrayARB)
+        standIn::setAttributeEnabled(PARAMETER(0), false);
+    else if constexpr (op == Op::glClientActiveTexture || op == Op::glClientActiveTextureARB)
+        standIn::setUnit(PARAMETER(0));
+    else if constexpr (op == Op::glPixelStorei)
+        standIn::setPixelStore(PARAMETER(0), PARAMETER(1));
+    else if constexpr (op == Op::glPixelStoref)
+        standIn::setPixelStore(PARAMETER(0), truncate(PARAMETER(1)));
+    else if constexpr (op == Op::glPushClientAttrib)
+        standIn::push(PARAMETER(0));
+    else if constexpr (op == Op::glPopClientAttrib)
+        standIn::pop();
+    else if constexpr (op == Op::glBegin)
+        standIn::begin();
+    else if constexpr (op == Op::glEnd)
+        standIn::end();
+    else if constexpr (op == Op::glNewList)
+        standIn::newList(PARAMETER(0), PARAMETER(1));
+    else if constexpr (op == Op::glEndList)
+        standIn::endList();
+    else if constexpr (op == Op::glCallList)
+        standIn::callList(PARAMETER(0));
+    else if constexpr (op == Op::glCallLists) {
+        if (PARAMETER(1) == GL_UNSIGNED_BYTE && PARAMETER(2))
+            for (GLsizei i = 0; i < PARAMETER(0); ++i)
+                standIn::callList(static_cast<const GLubyte*>(PARAMETER(2))[i]);
+    } else if constexpr (op == Op::glArrayElement || op == Op::glArrayElementEXT)
+        standIn::readElement(PARAMETER(0));
+    else if constexpr (op == Op::glDrawArrays || op == Op::glDrawArraysEXT) {
+        if (PARAMETER(2) > 0) {
+            standIn::readElement(PARAMETER(1));
+            standIn::readElement(std::int64_t{PARAMETER(1)} + PARAMETER(2) - 1);
+        }
+    } else if constexpr (op == Op::glDrawElements)
+        standIn::readElements(PARAMETER(1), PARAMETER(2), PARAMETER(3));
+    else if constexpr (op == Op::glDrawRangeElements) {
+        const GLenum type = PARAMETER(4);
+        if (PARAMETER(3) > 0 &&
+            (type == GL_UNSIGNED_BYTE || type == GL_UNSIGNED_SHORT || type == GL_UNSIGNED_INT)) {
+            standIn::readElement(PARAMETER(1));
+            standIn::readElement(PARAMETER(2));
+        }
+        standIn::readElements(PARAMETER(3), type, PARAMETER(5));
+    } else if constexpr (op == Op::glPolygonStipple)
+        standIn::readImage(2, 32, 32, 1, GL_COLOR_INDEX, GL_BITMAP, PARAMETER(0));
+    else if constexpr (op == Op::glDrawPixels)
+        standIn::readImage(2, PARAMETER(0), PARAMETER(1), 1, PARAMETER(2), PARAMETER(3),
+                           PARAMETER(4));
+    else if constexpr (op == Op::glTexImage1D)
+        standIn::readImage(1, PARAMETER(3), 1, 1, PARAMETER(5), PARAMETER(6), PARAMETER(7));
+    else if constexpr (op == Op::glTexImage2D)
+        standIn::readImage(2, PARAMETER(3), PARAMETER(4), 1, PARAMETER(6), PARAMETER(7),
+                           PARAMETER(8));
+    else if constexpr (op == Op::glTexImage3D || op == Op::glTexImage3DEXT)
+        standIn::readImage(3, PARAMETER(3), PARAMETER(4), PARAMETER(5), PARAMETER(7), PARAMETER(8),
+                           PARAMETER(9));
+    else if constexpr (op == Op::glTexSubImage1D)
+        standIn::readImage(1, PARAMETER(3), 1, 1, PARAMETER(4), PARAMETER(5), PARAMETER(6));
+    else if constexpr (op == Op::glTexSubImage2D)
+        standIn::readImage(2, PARAMETER(4), PARAMETER(5), 1, PARAMETER(6), PARAMETER(7),
+                           PARAMETER(8));
+    else if constexpr (op == Op::glTexSubImage3D)
+        standIn::readImage(3, PARAMETER(5), PARAMETER(6), PARAMETER(7), PARAMETER(8), PARAMETER(9),
+                           PARAMETER(10));
+    else if constexpr (op == Op::glColorTable || op == Op::glColorTableEXT ||
+                       op == Op::glColorSubTable || op == Op::glConvolutionFilter1D)
+        standIn::readImage(1, PARAMETER(2), 1, 1, PARAMETER(3), PARAMETER(4), PARAMETER(5));
+    else if constexpr (op == Op::glConvolutionFilter2D)
+        standIn::readImage(2, PARAMETER(2), PARAMETER(3), 1, PARAMETER(4), PARAMETER(5),
+                           PARAMETER(6));
+    else if constexpr (op == Op::glSeparableFilter2D) {
+        standIn::readImage(1, PARAMETER(2), 1, 1, PARAMETER(4), PARAMETER(5), PARAMETER(6));
+        standIn::readImage(1, PARAMETER(3), 1, 1, PARAMETER(4), PARAMETER(5), PARAMETER(7));
+    } else if constexpr (op == Op::glXMakeCurrent)
+        standIn::use(PARAMETER(2));
+    else if constexpr (op == Op::glXMakeContextCurrent)
+        standIn::use(PARAMETER(3));
+    else if constexpr (op == Op::glXDestroyContext)
+        standIn::destroy(PARAMETER(1));
+#undef PARAMETER
 }
 
 template <Op op, class F = Prototype<op>>
@@ -124,6 +238,7 @@ struct StandIn<op, R(P...)> {
             (touchArray<F, S::scalars + i>(Layout<op>{}, given), ...);
         }
         (std::make_integer_sequence<int, S::arrays>{});
+        useMemory<op>(p...);
         // As many lists are called one by one as the operation says.
         if constexpr (op == Op::glCallLists)
             if (const auto [n, type, lists] = given; lists)
@@ -202,10 +317,16 @@ void resetServer(bool current)
 {
     clearServerTables();
     for (ScratchBuffer& scratch : scratchBuffers) {
-        std::free(scratch.data);
         std::ranges::for_each(scratch.outgrown, std::free);
-        scratch = {.name = scratch.name};
+        if (scratch.room > 0) // of a client array: it stays where it is
+            scratch = {.name = scratch.name, .data = scratch.data, .room = scratch.room};
+        else {
+            std::free(scratch.data);
+            scratch = {.name = scratch.name};
+        }
     }
+    clientMemory::reset();
+    standIn::reset(queriedNumber > 0);
     feedback = {};
     if (!current)
         return;
@@ -213,7 +334,9 @@ void resetServer(bool current)
     LocalContextInfo& context = makeTileCurrent(localDisplay.rect, 300, 200, 2);
     currLocalDisplay = &localDisplay;
     context.appCtx = appHandle<GLXContext>(1);
-    context.localCtx = reinterpret_cast<GLXContext>(&visual);
+    context.localCtx = standIn::create();
+    standIn::use(context.localCtx);
+    clientMemory::use(context.localCtx);
     LocalVisualTable[nVisualInfos++] = {1, &visual};
     currDrawableInfo->appDrawID = 1;
     currDrawableInfo->appVI = 1;

@@ -30,6 +30,7 @@ void clearServerTables()
     clear(LocalVertexArrayRangeTable, nVertexArrayRanges);
     clear(LocalProgramTable, nPrograms);
     clear(LocalTextureIDTable, nTextureIDs);
+    destroyedContexts.clear();
     currDrawableInfo = nullptr;
     currLocalDisplay = nullptr;
     currAppWidth = currAppHeight = glV_currAppWidth = glV_currAppHeight = updateScalingNeeded = 0;

@@ -1,0 +1,303 @@
+#include "tests/fuzz/standInMemory.h"
+
+#include "wire/sizes.h"
+
+#include <array>
+#include <cstdlib>
+#include <deque>
+#include <map>
+#include <vector>
+
+namespace {
+
+constexpr unsigned units = 8, attributes = 16;
+constexpr std::size_t stackDepth = 16;
+
+struct HeldArray {
+    bool enabled = false;
+    GLint size = 4;
+    GLenum type = GL_FLOAT;
+    const char* pointer = nullptr;
+};
+struct ClientState {
+    std::map<unsigned, HeldArray> arrays; // by kind, behind the kinds by unit and attribute
+    unsigned unit = 0;
+    std::map<GLenum, GLint> store;
+};
+struct Context {
+    ClientState state;
+    std::vector<std::pair<GLbitfield, ClientState>> stack;
+    bool inside = false, compiling = false, executing = false, destroyed = false;
+    GLuint list = 0;
+};
+enum class Event { begin, end, call };
+using Events = std::vector<std::pair<Event, GLuint>>;
+
+std::deque<Context> contexts; // handles are addresses
+Context* current;
+std::map<GLuint, Events> lists;
+bool refuses;
+
+volatile char sink;
+
+bool refused() { return !current || (refuses && current->inside); }
+
+unsigned keyOf(Memory kind, unsigned index) { return static_cast<unsigned>(kind) + 100 * index; }
+
+unsigned arrayKey(GLenum array)
+{
+    switch (array) {
+    case GL_VERTEX_ARRAY:
+        return keyOf(Memory::vertex, 0);
+    case GL_NORMAL_ARRAY:
+        return keyOf(Memory::normal, 0);
+    case GL_COLOR_ARRAY:
+        return keyOf(Memory::color, 0);
+    case GL_INDEX_ARRAY:
+        return keyOf(Memory::index, 0);
+    case GL_EDGE_FLAG_ARRAY:
+        return keyOf(Memory::edgeFlag, 0);
+    case GL_FOG_COORDINATE_ARRAY:
+        return keyOf(Memory::fogCoord, 0);
+    case GL_SECONDARY_COLOR_ARRAY:
+        return keyOf(Memory::secondaryColor, 0);
+    case GL_TEXTURE_COORD_ARRAY:
+        return keyOf(Memory::texCoord, current->state.unit);
+    default:
+        return 0;
+    }
+}
+
+bool takes(Memory kind, unsigned index, GLint size, GLenum type)
+{
+    const bool signedType =
+        type == GL_SHORT || type == GL_INT || type == GL_FLOAT || type == GL_DOUBLE;
+    const bool any = (type >= GL_BYTE && type <= GL_FLOAT) || type == GL_DOUBLE;
+    switch (kind) {
+    case Memory::vertex:
+        return size >= 2 && size <= 4 && signedType;
+    case Memory::normal:
+        return signedType || type == GL_BYTE;
+    case Memory::color:
+        return size >= 3 && size <= 4 && any;
+    case Memory::index:
+        return signedType || type == GL_UNSIGNED_BYTE;
+    case Memory::texCoord:
+        return size >= 1 && size <= 4 && signedType;
+    case Memory::edgeFlag:
+        return true;
+    case Memory::fogCoord:
+        return type == GL_FLOAT || type == GL_DOUBLE;
+    case Memory::secondaryColor:
+        return size == 3 && any;
+    case Memory::vertexAttrib:
+        return index < attributes && size >= 1 && size <= 4 && any;
+    default:
+        return false; // not there
+    }
+}
+
+void happen(Event event, GLuint list, int depth);
+
+void run(const Events& events, int depth)
+{
+    for (const auto& [event, list] : events)
+        happen(event, list, depth);
+}
+
+void happen(Event event, GLuint list, int depth)
+{
+    if (event != Event::call)
+        current->inside = event == Event::begin;
+    else if (const auto found = lists.find(list); found != lists.end() && depth < 8)
+        run(Events(found->second), depth + 1);
+}
+
+// Performed, or compiled, or both.
+void happenOrCompile(Event event, GLuint list = 0)
+{
+    if (!current)
+        return;
+    if (current->compiling)
+        lists[current->list].push_back({event, list});
+    if (!current->compiling || current->executing)
+        happen(event, list, 0);
+}
+
+} // namespace
+
+void standIn::use(GLXContext context)
+{
+    current = nullptr;
+    for (Context& one : contexts)
+        if (reinterpret_cast<GLXContext>(&one) == context)
+            current = &one;
+    if (current && current->destroyed)
+        std::abort();
+}
+
+GLXContext standIn::create() { return reinterpret_cast<GLXContext>(&contexts.emplace_back()); }
+
+void standIn::destroy(GLXContext context)
+{
+    for (Context& one : contexts)
+        if (reinterpret_cast<GLXContext>(&one) == context) {
+            if (one.destroyed)
+                std::abort();
+            one.destroyed = true;
+        }
+}
+
+void standIn::reset(bool refusing)
+{
+    current = nullptr;
+    contexts.clear();
+    lists.clear();
+    refuses = refusing;
+}
+
+void standIn::setPointer(Memory kind, unsigned index, GLint size, GLenum type, const void* pointer)
+{
+    if (refused() || !takes(kind, index, size, type))
+        return;
+    if (kind == Memory::texCoord)
+        index = current->state.unit;
+    if (kind == Memory::normal || kind == Memory::secondaryColor)
+        size = 3;
+    if (kind == Memory::index || kind == Memory::fogCoord || kind == Memory::edgeFlag)
+        size = 1;
+    if (kind == Memory::edgeFlag)
+        type = GL_UNSIGNED_BYTE;
+    HeldArray& array = current->state.arrays[keyOf(kind, index)];
+    array = {array.enabled, size, type, static_cast<const char*>(pointer)};
+}
+
+void standIn::setEnabled(GLenum array, bool enabled)
+{
+    if (refused())
+        return;
+    if (const unsigned key = arrayKey(array))
+        current->state.arrays[key].enabled = enabled;
+}
+
+void standIn::setAttributeEnabled(GLuint index, bool enabled)
+{
+    if (!refused() && index < attributes)
+        current->state.arrays[keyOf(Memory::vertexAttrib, index)].enabled = enabled;
+}
+
+void standIn::setUnit(GLenum unit)
+{
+    if (!refused() && unit - GL_TEXTURE0 < units)
+        current->state.unit = unit - GL_TEXTURE0;
+}
+
+void standIn::setPixelStore(GLenum name, GLint value)
+{
+    const bool alignment = name == GL_UNPACK_ALIGNMENT;
+    if (refused() || value < 0 ||
+        (alignment && value != 1 && value != 2 && value != 4 && value != 8))
+        return;
+    current->state.store[name] = value;
+}
+
+void standIn::push(GLbitfield mask)
+{
+    if (!refused() && current->stack.size() < stackDepth)
+        current->stack.push_back({mask, current->state});
+}
+
+void standIn::pop()
+{
+    if (refused() || current->stack.empty())
+        return;
+    auto& [mask, saved] = current->stack.back();
+    if (mask & GL_CLIENT_VERTEX_ARRAY_BIT) {
+        current->state.arrays = saved.arrays;
+        current->state.unit = saved.unit;
+    }
+    if (mask & GL_CLIENT_PIXEL_STORE_BIT)
+        current->state.store = saved.store;
+    current->stack.pop_back();
+}
+
+void standIn::begin() { happenOrCompile(Event::begin); }
+void standIn::end() { happenOrCompile(Event::end); }
+void standIn::callList(GLuint list) { happenOrCompile(Event::call, list); }
+
+void standIn::newList(GLuint list, GLenum mode)
+{
+    if (!current || current->inside || current->compiling || list == 0 ||
+        (mode != GL_COMPILE && mode != GL_COMPILE_AND_EXECUTE))
+        return;
+    current->compiling = true;
+    current->executing = mode == GL_COMPILE_AND_EXECUTE;
+    current->list = list;
+    lists[list].clear();
+}
+
+void standIn::endList()
+{
+    if (current && !current->inside)
+        current->compiling = false;
+}
+
+void standIn::readElement(std::int64_t index)
+{
+    if (!current)
+        return;
+    for (const auto& [key, array] : current->state.arrays)
+        if (array.enabled) {
+            const int bytes = array.size * elementBytes(array.type);
+            sink = array.pointer[index * bytes];
+            sink = array.pointer[index * bytes + bytes - 1];
+        }
+}
+
+void standIn::readElements(GLsizei count, GLenum type, const void* indices)
+{
+    const auto* at = static_cast<const char*>(indices);
+    for (GLsizei i = 0; i < count; ++i)
+        if (type == GL_UNSIGNED_BYTE)
+            readElement(load<GLubyte>(at + i));
+        else if (type == GL_UNSIGNED_SHORT)
+            readElement(load<GLushort>(at + 2 * std::ptrdiff_t{i}));
+        else if (type == GL_UNSIGNED_INT)
+            readElement(load<GLuint>(at + 4 * std::ptrdiff_t{i}));
+}
+
+// The address of the last pixel, as OpenGL defines it.
+void standIn::readImage(int dimensions, GLsizei width, GLsizei height, GLsizei depth, GLenum format,
+                        GLenum type, const void* pixels)
+{
+    if (!current || !pixels || width <= 0 || height <= 0 || depth <= 0)
+        return;
+    const auto value = [](GLenum name) {
+        const auto found = current->state.store.find(name);
+        return std::int64_t{found == current->state.store.end()
+                                ? (name == GL_UNPACK_ALIGNMENT ? 4 : 0)
+                                : found->second};
+    };
+    const bool bits = type == GL_BITMAP;
+    const int bytes = pixelBytes(format, type);
+    if (!bits && bytes == 0)
+        return; // refused
+    const std::int64_t length =
+        value(GL_UNPACK_ROW_LENGTH) > 0 ? value(GL_UNPACK_ROW_LENGTH) : width;
+    const std::int64_t alignment = value(GL_UNPACK_ALIGNMENT);
+    const std::int64_t tight = bits ? (length + 7) / 8 : length * bytes;
+    const std::int64_t row = (tight + alignment - 1) / alignment * alignment;
+    const std::int64_t rows = dimensions == 3 && value(GL_UNPACK_IMAGE_HEIGHT) > 0
+                                  ? value(GL_UNPACK_IMAGE_HEIGHT)
+                                  : height;
+    const std::int64_t images = dimensions == 3 ? value(GL_UNPACK_SKIP_IMAGES) : 0;
+    const std::int64_t x = value(GL_UNPACK_SKIP_PIXELS) + width - 1;
+    // In 128 bits, for the stream's numbers may be any.
+    __extension__ using Large = __int128;
+    const Large at =
+        (Large{images + depth - 1} * rows + value(GL_UNPACK_SKIP_ROWS) + height - 1) * row +
+        (bits ? x / 8 : x * bytes + bytes - 1);
+    if (at > Large{1} << 40)
+        std::abort(); // no buffer has so many
+    sink = static_cast<const char*>(pixels)[static_cast<std::int64_t>(at)];
+}

@@ -1,0 +1,36 @@
+// Client memory as a real library uses it: addresses that it was given stay in use, per context,
+// for as long as OpenGL says; every element that a draw reaches and every byte of an image is read.
+// It follows the rules of OpenGL by itself, so that what the server forgets to check is found.
+#pragma once
+
+#include "wire/operations.h"
+
+namespace standIn {
+
+/// Another context is current; null: none. A destroyed one must never come.
+void use(GLXContext context);
+GLXContext create();
+void destroy(GLXContext context);
+
+/// All contexts are gone. `refusing`: client state is refused between glBegin and glEnd.
+void reset(bool refusing);
+
+void setPointer(Memory kind, unsigned index, GLint size, GLenum type, const void* pointer);
+void setEnabled(GLenum array, bool enabled);
+void setAttributeEnabled(GLuint index, bool enabled);
+void setUnit(GLenum unit);
+void setPixelStore(GLenum name, GLint value);
+void push(GLbitfield mask);
+void pop();
+void begin();
+void end();
+void newList(GLuint list, GLenum mode);
+void endList();
+void callList(GLuint list);
+
+void readElement(std::int64_t index);
+void readElements(GLsizei count, GLenum type, const void* indices);
+void readImage(int dimensions, GLsizei width, GLsizei height, GLsizei depth, GLenum format,
+               GLenum type, const void* pixels);
+
+} // namespace standIn
