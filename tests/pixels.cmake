@@ -16,3 +16,12 @@ foreach(group Recordings Scenes)
     add_test(NAME pixels.${group} COMMAND pixels_test --gtest_filter=*${group}*)
     set_tests_properties(pixels.${group} PROPERTIES TIMEOUT 600 ENVIRONMENT "${environment}")
 endforeach()
+
+# Damaged recordings to a real server: as many as the time allows.
+add_executable(damaged damaged.cpp)
+target_link_libraries(damaged PRIVATE mosa_wire mosa_process mosa_stream_file mosa_settings)
+add_dependencies(damaged server play)
+set(DAMAGE_SECONDS 30 CACHE STRING "How long the test damaged plays")
+add_test(NAME damaged COMMAND damaged ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR}/examples
+    ${DAMAGE_SECONDS})
+set_tests_properties(damaged PROPERTIES TIMEOUT 300 PROCESSORS 2 RESOURCE_LOCK jobs)
