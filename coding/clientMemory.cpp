@@ -168,18 +168,16 @@ std::int64_t plus(std::int64_t a, std::int64_t b)
     return __builtin_add_overflow(a, b, &sum) ? veryMany : sum;
 }
 
-// Bits of a pixel, and bytes of what the alignment of rows compares itself with. A format or type
-// that is not known may be one of the largest.
+// Bits of a pixel, and bytes of what the alignment of rows compares itself with. No bits where
+// there is no such format or type: the library refuses the image and reads nothing.
 struct PixelSize {
     int bits, unit;
 };
 PixelSize pixelSize(GLenum format, GLenum type)
 {
-    constexpr PixelSize largest{128, 4};
     if (type == GL_BITMAP)
         return {1, 1};
-    const int bytes = pixelBytes(format, type);
-    return bytes ? PixelSize{8 * bytes, pixelUnit(type).bytes} : largest;
+    return {8 * pixelBytes(format, type), pixelUnit(type).bytes};
 }
 
 std::int64_t roundUp(std::int64_t value, std::int64_t to)
@@ -193,10 +191,12 @@ std::int64_t clientMemory::bytesOf(const ImageSize& image)
 {
     if (!client || image.width <= 0 || image.height <= 0 || image.depth <= 0)
         return 0;
+    const auto [bits, unit] = pixelSize(image.format, image.type);
+    if (bits == 0)
+        return 0;
     if (client->lost)
         return veryMany;
     const Unpack& u = client->unpack;
-    const auto [bits, unit] = pixelSize(image.format, image.type);
     // A length of 0 is that of the image.
     const auto longest = [](const Parameter& p, std::int64_t own) {
         return std::max<std::int64_t>(p.now > 0 ? p.now : own, p.most > 0 ? p.most : 0);
@@ -347,16 +347,21 @@ void clientMemory::noteUnpack(GLenum name, double value)
                                  : name == GL_UNPACK_SKIP_IMAGES  ? &u.skipImages
                                  : name == GL_UNPACK_ALIGNMENT    ? &u.alignment
                                                                   : nullptr;
-    if (!parameter || !(value > -1 && value < 2147483647.0))
+    if (!parameter || value <= -1)
         return;
-    const auto rounded = static_cast<GLint>(std::lround(value));
     const bool isAlignment = parameter == &u.alignment;
-    if (rounded < 0 ||
-        (isAlignment && rounded != 1 && rounded != 2 && rounded != 4 && rounded != 8))
+    constexpr double largest = std::numeric_limits<GLint>::max();
+    if (!(value <= largest)) { // who knows what it becomes
+        parameter->most = isAlignment ? 8 : std::numeric_limits<GLint>::max();
         return;
-    // Libraries round a fraction as they like.
+    }
+    const auto rounded = static_cast<GLint>(std::max(std::lround(value), 0L));
+    if (isAlignment && rounded != 1 && rounded != 2 && rounded != 4 && rounded != 8)
+        return;
+    // Libraries round a fraction as they like, and may refuse one below zero.
     const auto most = std::max(rounded, static_cast<GLint>(std::ceil(value)));
-    parameter->most = client->inside ? std::max({parameter->most, parameter->now, most}) : most;
+    const bool certain = !client->inside && value >= 0;
+    parameter->most = certain ? most : std::max({parameter->most, parameter->now, most});
     parameter->now = rounded;
 }
 

@@ -2,6 +2,7 @@
 #include "support/serverState.h"
 
 #include "coding/buffer.h"
+#include "coding/clientMemory.h"
 #include "coding/fromWire.h"
 
 #include <regex>
@@ -15,7 +16,8 @@ using ClientMemory = StartedBy<startWithoutOverloads>;
 // A buffer as at start-up, whichever tests ran before.
 void forget(ScratchBuffer& buffer)
 {
-    std::free(buffer.data);
+    if (buffer.room == 0) // memory of client arrays stays
+        std::free(buffer.data);
     buffer = {.name = buffer.name};
 }
 
@@ -191,6 +193,69 @@ TEST_F(ClientMemory, ListsAndControlPointsAreKeptForCallsThatBringNone)
 }
 
 // OpenGL writes to it until it has accepted another, which it does not tell.
+// What OpenGL would read beyond what has arrived is not performed; one line says so.
+TEST_F(ClientMemory, NothingIsReadThatHasNotArrived)
+{
+    const auto context = [](std::uintptr_t number) { return reinterpret_cast<GLXContext>(number); };
+    clientMemory::reset();
+    clientMemory::use(context(1));
+    // Whether the last record is performed, behind the others.
+    const auto performs = [&](const std::string& before, const std::string& record) {
+        if (!before.empty())
+            run(before);
+        const Outcome outcome = run(record);
+        EXPECT_EQ(outcome.calls.empty(), !outcome.messages.empty()) << record << outcome.messages;
+        return !outcome.calls.empty();
+    };
+    const std::string vertices = "glVertexPointer i:2 i:0x1406 i:4 z:32 ";
+    const std::string enable = "glEnableClientState i:0x8074 ";
+    EXPECT_TRUE(performs("", "glDrawArrays i:4 i:0 i:9")) << "no array is enabled";
+    EXPECT_FALSE(performs(enable, "glDrawArrays i:4 i:0 i:1")) << "none has arrived";
+    EXPECT_TRUE(performs(vertices, "glDrawArrays i:4 i:1 i:3"));
+    EXPECT_FALSE(performs("", "glDrawArrays i:4 i:2 i:3"));
+    EXPECT_FALSE(performs("", "glDrawArrays i:4 i:-1 i:3"));
+    EXPECT_TRUE(performs("", "glArrayElement i:3"));
+    EXPECT_FALSE(performs("", "glArrayElement i:4"));
+    EXPECT_TRUE(performs("", "glDrawElements i:4 i:3 i:0x1401 030102"));
+    EXPECT_FALSE(performs("", "glDrawElements i:4 i:3 i:0x1401 030402"));
+    EXPECT_EQ(run("glDrawRangeElements i:4 i:0 i:99 i:3 i:0x1401 030102").calls,
+              "glDrawRangeElements 4 0 3 3 0x1401 ptr\n");
+    EXPECT_FALSE(performs("glPushClientAttrib i:2 glVertexPointer i:2 i:0x1406 i:9 z:72 "
+                          "glPopClientAttrib",
+                          "glArrayElement i:8"));
+    EXPECT_FALSE(
+        performs("glBegin i:4 glVertexPointer i:2 i:0x1406 i:9 z:72 glEnd", "glArrayElement i:8"))
+        << "it may have been refused";
+    EXPECT_TRUE(performs("glDisableClientState i:0x8074", "glArrayElement i:8"));
+    EXPECT_FALSE(performs("glClientActiveTexture i:0x84c1 glEnableClientState i:0x8078 "
+                          "glClientActiveTexture i:0x84c0 glTexCoordPointer i:2 i:0x1406 i:4 z:32",
+                          "glArrayElement i:0"))
+        << "another unit";
+    clientMemory::use(context(2));
+    EXPECT_FALSE(performs(enable, "glArrayElement i:0")) << "another context";
+
+    const std::string image = "glTexImage2D i:0x0de1 i:0 i:3 i:3 i:2 i:0 i:0x1907 i:0x1401 ";
+    EXPECT_TRUE(performs("", image + "i:21 i:0 z:21")) << "rows of 9 bytes at multiples of 4";
+    EXPECT_FALSE(performs("", image + "i:20 i:0 z:20"));
+    EXPECT_TRUE(performs("", image + "i:0 i:1"));
+    EXPECT_TRUE(performs("glPixelStorei i:0x0cf5 i:1", image + "i:18 i:0 z:18"));
+    EXPECT_FALSE(performs("glPixelStorei i:0x0cf2 i:5", image + "i:18 i:0 z:18"));
+    EXPECT_TRUE(performs("glPixelStoref i:0x0cf2 f:0", image + "i:18 i:0 z:18"));
+    EXPECT_FALSE(
+        performs("glPushClientAttrib i:1 glPixelStorei i:0x0cf4 i:1", image + "i:18 i:0 z:18"));
+    EXPECT_TRUE(performs("glPopClientAttrib", image + "i:18 i:0 z:18"));
+    EXPECT_FALSE(performs("glBegin i:0 glPixelStorei i:0x0cf3 i:1 glEnd", image + "i:18 i:0 z:18"));
+    EXPECT_FALSE(performs("glPixelStorei i:0x0cf3 i:0 glPixelStorei i:0x0cf2 i:0x7fffffff",
+                          "glPolygonStipple z:1024"));
+    EXPECT_TRUE(performs("glPixelStorei i:0x0cf2 i:0", "glPolygonStipple z:1024"));
+    EXPECT_FALSE(
+        performs("", "glCompressedTexImage2D i:0x0de1 i:0 i:0x83f0 i:8 i:4 i:0 i:15 i:0 z:15"));
+    EXPECT_TRUE(
+        performs("", "glCompressedTexImage2D i:0x0de1 i:0 i:0x83f0 i:8 i:4 i:0 i:16 i:0 z:16"));
+    EXPECT_FALSE(performs("", "glMap1f i:0x0d97 f:0 f:1 i:3 i:4 i:11 i:0 z:44")) << "four points";
+    clientMemory::reset();
+}
+
 TEST_F(ClientMemory, FeedbackSpaceStaysWhereALaterOneIsLarger)
 {
     static std::vector<float*> spaces;
@@ -211,6 +276,7 @@ TEST_F(ClientMemory, FeedbackSpaceStaysWhereALaterOneIsLarger)
 TEST_F(ClientMemory, AnArrayTooLargeForMemoryEndsTheServerByName)
 {
     const auto allocateTooMuch = [] {
+        scratchOf(Memory::normal) = {.name = scratchOf(Memory::normal).name};
         const rlimit limit{1U << 28, 1U << 28};
         setrlimit(RLIMIT_AS, &limit);
         reserve(Memory::normal, 1 << 30, "glNormalPointer");

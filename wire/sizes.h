@@ -84,17 +84,23 @@ constexpr int pixelComponents(GLenum format)
     case GL_RED_INTEGER:
     case GL_GREEN_INTEGER:
     case GL_BLUE_INTEGER:
+    case GL_ALPHA_INTEGER:
+    case GL_LUMINANCE_INTEGER_EXT:
         return 1;
     case GL_LUMINANCE_ALPHA:
     case GL_RG:
     case GL_RG_INTEGER:
     case GL_DEPTH_STENCIL:
     case GL_YCBCR_MESA:
+    case GL_LUMINANCE_ALPHA_INTEGER_EXT:
+    case GL_HILO_NV:
+    case GL_DSDT_NV:
         return 2;
     case GL_RGB:
     case GL_BGR:
     case GL_RGB_INTEGER:
     case GL_BGR_INTEGER:
+    case GL_DSDT_MAG_NV:
         return 3;
     case GL_RGBA:
     case GL_BGRA:
@@ -102,6 +108,7 @@ constexpr int pixelComponents(GLenum format)
     case GL_BGRA_INTEGER:
     case GL_ABGR_EXT:
     case GL_CMYK_EXT:
+    case GL_DSDT_MAG_VIB_NV:
         return 4;
     default:
         return 0;

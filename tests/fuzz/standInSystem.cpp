@@ -325,7 +325,6 @@ void resetServer(bool current)
             scratch = {.name = scratch.name};
         }
     }
-    clientMemory::reset();
     standIn::reset(queriedNumber > 0);
     feedback = {};
     if (!current)

@@ -1,4 +1,5 @@
 #include "tests/support/serverTables.h"
+#include "coding/clientMemory.h"
 
 #include <algorithm>
 
@@ -31,6 +32,7 @@ void clearServerTables()
     clear(LocalProgramTable, nPrograms);
     clear(LocalTextureIDTable, nTextureIDs);
     destroyedContexts.clear();
+    clientMemory::reset();
     currDrawableInfo = nullptr;
     currLocalDisplay = nullptr;
     currAppWidth = currAppHeight = glV_currAppWidth = glV_currAppHeight = updateScalingNeeded = 0;
