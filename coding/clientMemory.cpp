@@ -48,12 +48,9 @@ struct Client {
     std::int64_t there = veryMany; // elements of the shortest enabled array
     Unpack unpack{};
     std::vector<Saved> stack{};
-    bool lost = false;   // the stack may be another than the library's
-    bool used = false;   // some array has been enabled
-    bool inside = false; // between glBegin and glEnd, or perhaps
-    bool compiling = false;
-    bool executing = false, certain = false; // what is compiled, or perhaps; as far as is known
-    int depth = 0, lowest = 0;               // of glBegin over glEnd in the list
+    bool lost = false; // the stack may be another than the library's
+    bool used = false; // some array has been enabled
+    clientMemory::Nesting nesting{};
 };
 
 std::unordered_map<GLXContext, Client> clients;
@@ -61,6 +58,8 @@ Client* client;   // of the current context
 bool unevenLists; // some list ends what it has not begun, or the other way round
 
 constexpr std::size_t stackDepth = 16; // that every library has
+
+clientMemory::Nesting noNesting; // without a context
 
 void findShortest(Client& c)
 {
@@ -187,6 +186,8 @@ std::int64_t roundUp(std::int64_t value, std::int64_t to)
 
 } // namespace
 
+clientMemory::Nesting* clientMemory::nesting = &noNesting;
+
 std::int64_t clientMemory::bytesOf(const ImageSize& image)
 {
     if (!client || image.width <= 0 || image.height <= 0 || image.depth <= 0)
@@ -257,7 +258,7 @@ void clientMemory::use(GLXContext context) { client = context ? &clients[context
 
 void clientMemory::reset()
 {
-    client = nullptr;
+    use(nullptr);
     clients.clear();
     unevenLists = false;
 }
@@ -276,7 +277,7 @@ void clientMemory::noteArray(Memory kind, GLuint attribute, GLint size, GLenum t
     Array* const array = kind == Memory::vertexAttrib
                              ? &client->arrays[firstAttribute + static_cast<std::size_t>(attribute)]
                              : arrayOf(*client, kind);
-    const bool accepted = !client->inside && isAccepted(kind, attribute, size, type);
+    const bool accepted = !client->nesting.inside && isAccepted(kind, attribute, size, type);
     // However large the library takes an element for, it stays within the memory.
     const bool many = kind == Memory::weight || kind == Memory::matrixIndex;
     elements = std::min(elements, scratchOf(kind).room / (many ? 256 : 32));
@@ -295,7 +296,7 @@ void clientMemory::noteEnabled(GLenum name, bool enabled)
     if (!client)
         return;
     const Memory kind = kindOf(name);
-    if (kind == Memory::none || (!enabled && client->inside))
+    if (kind == Memory::none || (!enabled && client->nesting.inside))
         return;
     client->used |= enabled;
     if (Array* const array = arrayOf(*client, kind))
@@ -308,7 +309,7 @@ void clientMemory::noteEnabled(GLenum name, bool enabled)
 
 void clientMemory::noteAttributeEnabled(GLuint attribute, bool enabled)
 {
-    if (!client || attribute >= attributes || (!enabled && client->inside))
+    if (!client || attribute >= attributes || (!enabled && client->nesting.inside))
         return;
     client->used |= enabled;
     client->arrays[firstAttribute + static_cast<std::size_t>(attribute)].enabled = enabled;
@@ -320,7 +321,7 @@ void clientMemory::noteUnit(GLenum unit)
     if (!client)
         return;
     const GLenum number = unit - GL_TEXTURE0;
-    if (client->inside) {
+    if (client->nesting.inside) {
         if (client->unit != static_cast<int>(number))
             client->unit = -1;
         return;
@@ -360,7 +361,7 @@ void clientMemory::noteUnpack(GLenum name, double value)
         return;
     // Libraries round a fraction as they like, and may refuse one below zero.
     const auto most = std::max(rounded, static_cast<GLint>(std::ceil(value)));
-    const bool certain = !client->inside && value >= 0;
+    const bool certain = !client->nesting.inside && value >= 0;
     parameter->most = certain ? most : std::max({parameter->most, parameter->now, most});
     parameter->now = rounded;
 }
@@ -369,7 +370,7 @@ void clientMemory::notePush(GLbitfield mask)
 {
     if (!client)
         return;
-    if (client->inside || client->stack.size() == stackDepth)
+    if (client->nesting.inside || client->stack.size() == stackDepth)
         lose(*client);
     else
         client->stack.push_back({mask, client->arrays, client->unit, client->unpack});
@@ -379,7 +380,7 @@ void clientMemory::notePop()
 {
     if (!client || client->stack.empty())
         return;
-    if (client->inside)
+    if (client->nesting.inside)
         return lose(*client);
     const Saved& saved = client->stack.back();
     if (saved.mask & GL_CLIENT_VERTEX_ARRAY_BIT) {
@@ -413,48 +414,29 @@ void clientMemory::forgetArrays(Memory kind)
 
 // ---- Between glBegin and glEnd -----------------------------------------------------------------
 
-void clientMemory::noteBegin()
-{
-    if (!client)
-        return;
-    ++client->depth;
-    if (!client->compiling || client->executing)
-        client->inside = true;
-}
-
-void clientMemory::noteEnd()
-{
-    if (!client)
-        return;
-    --client->depth;
-    client->lowest = std::min(client->lowest, client->depth);
-    if (!client->compiling || (client->executing && client->certain))
-        client->inside = false;
-}
-
 void clientMemory::noteNewList(GLuint list, GLenum mode)
 {
     if (!client)
         return;
-    const bool accepted = list != 0 && !client->inside && !client->compiling &&
+    const bool accepted = list != 0 && !client->nesting.inside && !client->nesting.compiling &&
                           (mode == GL_COMPILE || mode == GL_COMPILE_AND_EXECUTE);
     // Of one that may have been refused all may be executed.
-    client->certain = accepted;
-    client->executing = mode == GL_COMPILE_AND_EXECUTE || !accepted;
-    client->compiling = true;
-    client->depth = client->lowest = 0;
+    client->nesting.certain = accepted;
+    client->nesting.executing = mode == GL_COMPILE_AND_EXECUTE || !accepted;
+    client->nesting.compiling = true;
+    client->nesting.depth = client->nesting.lowest = 0;
 }
 
 void clientMemory::noteEndList()
 {
-    if (!client || !client->compiling)
+    if (!client || !client->nesting.compiling)
         return;
-    unevenLists |= client->depth != 0 || client->lowest < 0;
-    client->compiling = false;
+    unevenLists |= client->nesting.depth != 0 || client->nesting.lowest < 0;
+    client->nesting.compiling = false;
 }
 
 void clientMemory::noteListsCalled()
 {
     if (client && unevenLists)
-        client->inside = true;
+        client->nesting.inside = true;
 }

@@ -17,6 +17,30 @@ void use(GLXContext context);
 /// A context has been created: nothing of another with its address counts.
 void create(GLXContext context);
 
+/// Where the current context stands among glBegin, glEnd and lists.
+struct Nesting {
+    bool inside = false; // between glBegin and glEnd, or perhaps
+    bool compiling = false;
+    bool executing = false, certain = false; // what is compiled, or perhaps; as far as is known
+    int depth = 0, lowest = 0;               // of glBegin over glEnd in the list
+};
+extern Nesting* nesting; // never null
+
+inline void noteBegin()
+{
+    ++nesting->depth;
+    if (!nesting->compiling || nesting->executing)
+        nesting->inside = true;
+}
+
+inline void noteEnd()
+{
+    if (--nesting->depth < nesting->lowest)
+        nesting->lowest = nesting->depth;
+    if (!nesting->compiling || (nesting->executing && nesting->certain))
+        nesting->inside = false;
+}
+
 /// All contexts are forgotten.
 void reset();
 
@@ -50,8 +74,6 @@ void noteUnit(GLenum unit);
 void noteUnpack(GLenum name, double value);
 void notePush(GLbitfield mask);
 void notePop();
-void noteBegin();
-void noteEnd();
 void noteNewList(GLuint list, GLenum mode);
 void noteEndList();
 void noteListsCalled();
@@ -204,10 +226,12 @@ void notePerformed(const char* args)
     using namespace clientMemory;
     if constexpr (op == Op::glEnableClientState || op == Op::glDisableClientState)
         noteEnabled(parameter<F, 0>(args), op == Op::glEnableClientState);
-    else if constexpr (op == Op::glEnable)
-        noteEnabled(parameter<F, 0>(args), true); // as some libraries take it
-    else if constexpr (op == Op::glEnableVertexAttribArrayARB ||
-                       op == Op::glDisableVertexAttribArrayARB)
+    else if constexpr (op == Op::glEnable) {
+        // Some libraries take the arrays here, too. What programs enable often lies below.
+        if (parameter<F, 0>(args) >= GL_VERTEX_ARRAY) [[unlikely]]
+            noteEnabled(parameter<F, 0>(args), true);
+    } else if constexpr (op == Op::glEnableVertexAttribArrayARB ||
+                         op == Op::glDisableVertexAttribArrayARB)
         noteAttributeEnabled(parameter<F, 0>(args), op == Op::glEnableVertexAttribArrayARB);
     else if constexpr (op == Op::glClientActiveTexture || op == Op::glClientActiveTextureARB)
         noteUnit(parameter<F, 0>(args));
