@@ -1,7 +1,8 @@
 // A program that calls OpenGL and measures how long each call takes: run as it is, and captured.
-// Prints a line of JSON for each operation. With arguments "frames SECONDS INTERVAL [SIZE]" it swaps
-// for so long instead, a frame every so many milliseconds (0: as fast as it goes), of a window so
-// many pixels wide and high, and prints when each swap was called, in seconds of the monotonic clock.
+// Prints a line of JSON for each operation. With arguments "frames SECONDS INTERVAL [SIZE]" it
+// swaps for so long instead, a frame every so many milliseconds (0: as fast as it goes), of a
+// window so many pixels wide and high, and prints when each swap was called, in seconds of the
+// monotonic clock.
 #define GL_GLEXT_PROTOTYPES
 #include <GL/gl.h>
 #include <GL/glext.h>

@@ -254,7 +254,11 @@ std::int64_t clientMemory::elementsIn(const char* indices, GLsizei count, GLenum
 
 // ---- Changes -----------------------------------------------------------------------------------
 
-void clientMemory::use(GLXContext context) { client = context ? &clients[context] : nullptr; }
+void clientMemory::use(GLXContext context)
+{
+    client = context ? &clients[context] : nullptr;
+    nesting = client ? &client->nesting : &noNesting;
+}
 
 void clientMemory::reset()
 {
