@@ -1,6 +1,7 @@
 #include "capture/stream.h"
 #include "client/captureProtocol.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -236,10 +237,8 @@ void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool end
         what.ringAt = reserveInRing(size);
     if (what.ringAt >= 0) {
         unsigned char* at = ring->bytes + what.ringAt;
-        for (const std::span<const unsigned char> piece : pieces) {
-            std::memcpy(at, piece.data(), piece.size());
-            at += piece.size();
-        }
+        for (const std::span<const unsigned char> piece : pieces)
+            at = std::copy(piece.begin(), piece.end(), at);
         what.ringEnd = ringUsed;
         n = 1;
     }
