@@ -46,23 +46,35 @@ constexpr bool isClientArray(Memory kind)
 }
 
 // Addresses for as large an array as can arrive, with elements as large as the library may take
-// them for; memory comes with what is written. Where so many are not to be had, fewer, and then an
-// array that outgrows them begins anew elsewhere.
+// them for. They can only be read, so that they count for no memory where the system keeps account
+// of it. Where so many are not to be had, enough for this array, and one that outgrows them begins
+// anew elsewhere.
 void setAside(ScratchBuffer& scratch, Memory kind, int bytes)
 {
     constexpr std::int64_t most = std::int64_t{64} << 30;
+    constexpr std::int64_t largestElement = 32;
     if (scratch.room > 0)
         clientMemory::forgetArrays(kind);
     scratch.data = nullptr;
-    for (scratch.room = most; scratch.room >= bytes; scratch.room /= 2) {
-        void* const addresses =
-            mmap(nullptr, static_cast<std::size_t>(scratch.room), PROT_READ | PROT_WRITE,
-                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        if (addresses != MAP_FAILED) {
-            scratch.data = static_cast<char*>(addresses);
-            return;
-        }
+    for (const std::int64_t room : {most, largestElement * bytes}) {
+        void* const addresses = mmap(nullptr, static_cast<std::size_t>(room), PROT_READ,
+                                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (addresses == MAP_FAILED)
+            continue;
+        scratch.room = room;
+        scratch.data = static_cast<char*>(addresses);
+        return;
     }
+}
+
+// The memory of a client array, of which so many bytes are to be written.
+void growArray(ScratchBuffer& scratch, Memory kind, int bytes)
+{
+    if (bytes > scratch.room)
+        setAside(scratch, kind, bytes);
+    if (scratch.data &&
+        mprotect(scratch.data, static_cast<std::size_t>(bytes), PROT_READ | PROT_WRITE) != 0)
+        scratch.data = nullptr;
 }
 
 } // namespace
@@ -73,10 +85,9 @@ char* reserve(Memory kind, int bytes, const char* operation)
     if (bytes > scratch.size) {
         if (kind == Memory::feedback)
             scratch.data = besideOutgrown(scratch, bytes);
-        else if (isClientArray(kind)) {
-            if (bytes > scratch.room)
-                setAside(scratch, kind, bytes);
-        } else {
+        else if (isClientArray(kind))
+            growArray(scratch, kind, bytes);
+        else {
             std::free(scratch.data);
             scratch.data = allocate(bytes);
         }
