@@ -1,5 +1,5 @@
 // Task 0 of the measured jobs:
-//     slices            buffers to real servers, as every client sends them
+//     slices [BYTES]    buffers to real servers, as every client sends them; of this size alone
 //     bcast, whole      the same buffers over tasks that are this program too: by MPI_Bcast, and by
 //                       sending all of a buffer to each task
 //     latency           time from sending a synchronised buffer to its acknowledgement
@@ -10,6 +10,7 @@
 #include "client/connection.h"
 #include "client/encoder.h"
 #include "client/streamFile.h"
+#include "wire/finalize.h"
 
 #include <algorithm>
 #include <chrono>
@@ -200,10 +201,11 @@ int main(int argc, char** argv)
         Connection connection;
         connectServers(connection, ownHandshake);
         connection.loose = mode != "frames" || argc > 4;
-        if (mode == "slices")
+        if (mode == "slices") {
             for (const int bytes : sizes)
-                measureSlices(connection, bytes);
-        else if (mode == "latency")
+                if (argc < 3 || bytes == std::atoi(argv[2]))
+                    measureSlices(connection, bytes);
+        } else if (mode == "latency")
             measureLatency(connection);
         else if (mode == "passing")
             passBuffers(connection);
@@ -212,6 +214,6 @@ int main(int argc, char** argv)
         finishServers(connection);
         disconnectServers(connection);
     }
-    MPI_Finalize();
+    finalizeTask(0);
     return 0;
 }

@@ -1,7 +1,6 @@
 #include "capture/contexts.h"
 #include "capture/entries.h"
 #include "capture/stream.h"
-#include "capture/widths.h"
 #include "capture/windows.h"
 #include "client/programWindow.h"
 
@@ -253,7 +252,6 @@ void describeWindow(Context& c)
     if (area.dx > 0 || area.dy > 0)
         record<Op::glEnable, Effect::state>(GLenum{GL_SCISSOR_TEST});
     recordScissor();
-    recordWidths();
 }
 
 // Black around the picture, where it has another shape than the wall. Each buffer needs it once.

@@ -109,7 +109,6 @@ void fillKnown()
     installFonts();
     installRaster();
     installCopies();
-    installWidths();
     installGlx();
     installEgl();
 }

@@ -30,7 +30,6 @@ void installState();
 void installFonts();
 void installRaster();
 void installCopies();
-void installWidths();
 void installGlx();
 void installEgl();
 

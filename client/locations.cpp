@@ -65,3 +65,12 @@ std::string findStream(const std::string& wanted)
             return stream;
     return wanted;
 }
+
+std::string libraryFolder(const std::string& name, const std::string& file)
+{
+    const fs::path own = fs::path(ownProgram()).parent_path();
+    for (const fs::path& folder : {own / name, own.parent_path() / "lib/mosa" / name})
+        if (fs::exists(folder / file))
+            return folder;
+    throw std::runtime_error(file + " is not there beside " + ownProgram());
+}

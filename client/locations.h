@@ -17,3 +17,7 @@ std::string sceneName(const std::string& file);
 
 /// The file of that name, else the scene's. What is neither is returned as it is.
 std::string findStream(const std::string& wanted);
+
+/// A folder of libraries, known by a file in it: beside the running program, or where it is
+/// installed. Throws std::runtime_error when it is not there.
+std::string libraryFolder(const std::string& name, const std::string& file);

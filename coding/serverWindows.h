@@ -116,6 +116,11 @@ extern int nContexts, nVisualInfos, nDrawables, nFBConfigs, nPbuffers, nVertexAr
 extern LocalDrawableInfo* currDrawableInfo; // what the latest make-current or creation concerned
 extern LocalDisplay* currLocalDisplay;      // serves the application display named last
 
+/// Wall pixels by which a tile's viewport reaches beyond its display, at most to the application
+/// viewport's own edge. Nothing of it is seen but what starts there: the near side of a wide line,
+/// a stippled line's pattern. 0, unless an overload library sets it.
+extern int viewportMargin;
+
 extern int currAppWidth, currAppHeight;         // the application window, as in force for the tile
 extern int glV_currAppWidth, glV_currAppHeight; // the same as the latest glViewport carried it
 extern int updateScalingNeeded;                 // 1 when that glViewport changed it

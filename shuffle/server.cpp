@@ -9,6 +9,7 @@
 #include "shuffle/srvrcomm.h"
 #include "shuffle/stats.h"
 #include "shuffle/threads.h"
+#include "wire/finalize.h"
 
 #include <csignal>
 #include <cstdio>
@@ -261,6 +262,6 @@ int main(int argc, char** argv)
     wakeForShutDown(); // a decode thread may have begun to wait after the last tick
     pthread_join(decodeId, nullptr);
     printStatsSummary();
-    MPI_Finalize();
+    finalizeTask(0);
     std::exit(0);
 }

@@ -416,6 +416,54 @@ void lines()
     glPointSize(1);
 }
 
+// What crosses the seams of 2 x 2 and of 3 x 2 tiles, and would begin anew there.
+void seams()
+{
+    glColor3f(1, 1, 1);
+    glEnable(GL_LINE_STIPPLE);
+    glLineStipple(3, 0x5f27);
+    for (int i = 0; i < 6; ++i) {
+        glLineWidth(static_cast<GLfloat>(1 + i));
+        glBegin(GL_LINE_STRIP);
+        glVertex2f(7.3F, static_cast<GLfloat>(4 + 11 * i));
+        glVertex2f(230.9F, static_cast<GLfloat>(61 + 17 * i));
+        glVertex2f(59.7F, 175);
+        glEnd();
+    }
+    glDisable(GL_LINE_STIPPLE);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glEnable(GL_LINE_SMOOTH);
+    glLineWidth(7);
+    glBegin(GL_LINES);
+    glVertex2f(121, 170); // ends beside a seam
+    glVertex2f(200, 91);
+    glEnd();
+    glDisable(GL_LINE_SMOOTH);
+    glDisable(GL_BLEND);
+    glLineWidth(1);
+    glPointSize(15);
+    glBegin(GL_POINTS);
+    for (const auto& [x, y] : {std::pair{77, 20}, {163, 93}, {124, 150}, {30, 87}})
+        glVertex2f(static_cast<GLfloat>(x), static_cast<GLfloat>(y));
+    glEnd();
+    glPointSize(1);
+    std::vector<GLubyte> pattern(128);
+    for (std::size_t i = 0; i < pattern.size(); ++i)
+        pattern[i] = static_cast<GLubyte>(i * 37);
+    glPixelStorei(GL_UNPACK_LSB_FIRST, 1);
+    glPolygonStipple(pattern.data());
+    glPixelStorei(GL_UNPACK_LSB_FIRST, 0);
+    glEnable(GL_POLYGON_STIPPLE);
+    glColor3f(0, 1, 1);
+    glRecti(70, 70, 180, 110);
+    for (std::size_t i = 0; i < pattern.size(); ++i)
+        pattern[i] = i / 8 % 2 ? 0x33 : 0xcc; // repeats, and can be enlarged
+    glPolygonStipple(pattern.data());
+    glRecti(100, 10, 220, 40);
+    glDisable(GL_POLYGON_STIPPLE);
+}
+
 // ---- A context whose calls the wall does not carry ---------------------------------------------
 
 template <class F>
@@ -507,9 +555,10 @@ struct Scene {
     const char* name;
     void (*draw)();
 };
-constexpr Scene scenes[] = {{"arrays", arrays}, {"multitexture", multitexture}, {"images", images},
-                            {"lists", lists},   {"rasters", rasters},           {"lines", lines},
-                            {"unseen", unseen}};
+constexpr Scene scenes[] = {{"arrays", arrays},   {"multitexture", multitexture},
+                            {"images", images},   {"lists", lists},
+                            {"rasters", rasters}, {"lines", lines},
+                            {"seams", seams},     {"unseen", unseen}};
 
 } // namespace
 

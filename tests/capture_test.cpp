@@ -19,10 +19,17 @@ constexpr int width = 240, height = 180; // of the program's window
 constexpr Timeout limit = std::chrono::seconds(120);
 using Strings = std::vector<std::string>;
 
-// A desk as large as the program's window, and the wall's displays; one set for all tests.
+// A desk as large as the program's window, a display for walls of one, and six for tiles; one set
+// for all tests.
 std::vector<VirtualDisplay>& displays()
 {
-    static std::vector<VirtualDisplay> all = startDisplays(5, width, height);
+    static std::vector<VirtualDisplay> all = [] {
+        std::vector<VirtualDisplay> started{startDisplay(width, height),
+                                            startDisplay(3 * width, 3 * height)};
+        while (started.size() < 8)
+            started.push_back(startDisplay(3 * width / 2, 3 * height / 2));
+        return started;
+    }();
     static const struct Stop {
         ~Stop() { stopDisplays(all); }
     } stopAtExit;
@@ -31,16 +38,22 @@ std::vector<VirtualDisplay>& displays()
 
 const std::string& desk() { return displays()[0].name; }
 
-// A wall at scale 1 of one display, or of 2 x 2 that show a quarter each.
-std::string wallFile(int tiles)
+struct WallShape {
+    int columns = 1, rows = 1, scale = 1;
+};
+
+std::string wallFile(WallShape shape = {})
 {
+    const auto [columns, rows, scale] = shape;
     std::string text;
-    const int w = width / tiles, h = height / tiles;
-    for (int i = 0; i < tiles * tiles; ++i)
-        text += displays()[static_cast<std::size_t>(1 + i)].name + " " + std::to_string(width) +
-                " " + std::to_string(height) + " " + std::to_string(i % tiles * w) + " " +
-                std::to_string(i / tiles * h) + " " + std::to_string(w) + " " + std::to_string(h) +
-                "\n";
+    const int w = width * scale / columns, h = height * scale / rows;
+    for (int i = 0; i < columns * rows; ++i) {
+        const std::size_t display = columns * rows == 1 ? 1 : static_cast<std::size_t>(2 + i);
+        text += displays()[display].name;
+        for (const int n : {width * scale, height * scale, i % columns * w, i / columns * h, w, h})
+            text += " " + std::to_string(n);
+        text += "\n";
+    }
     return temporaryFile(text);
 }
 
@@ -91,37 +104,56 @@ std::map<std::string, int> operationsIn(const std::string& file, int& frames)
     return counts;
 }
 
+struct Pictures {
+    Image own, wall;
+};
+
+// A program's own window and the wall: it is held with the frame that the wall shows, while both
+// pictures are taken.
+Pictures picturesOf(const std::string& scene, WallShape shape)
+{
+    const std::string own = temporaryFile(""), shown = temporaryFile("");
+    const Ending ending = run(Strings{"run", "--wall", wallFile(shape), "--force", "--frames",
+                                      scene == "modern" ? "5" : "3", "--snapshot", shown, "--then",
+                                      PROGRAMS "/mosa-wall snapshot -o " + own + " " +
+                                          temporaryFile(desk() + " 240 180 0 0 240 180\n")} +
+                              program(scene));
+    EXPECT_EQ(ending.status, 0) << ending.err;
+    EXPECT_EQ(ending.err.find("Attention"), std::string::npos) << ending.err;
+    return {readPng(own), readPng(shown)};
+}
+
+void expectSame(const Image& shown, const Image& expected, bool exact, const std::string& what)
+{
+    EXPECT_FALSE(std::ranges::adjacent_find(expected.rgb, std::not_equal_to{}) ==
+                 expected.rgb.end());
+    const long differ = compareImages(shown, expected, exact ? 0 : 4).pixels;
+    const double most = exact ? 0 : 0.0025 * shown.width * shown.height;
+    EXPECT_LE(static_cast<double>(differ), most) << what;
+    std::printf("%s: %ld pixels differ\n", what.c_str(), differ);
+    if (testing::Test::HasFailure())
+        writePng("failed-" + what + ".png", shown);
+}
+
 class Captured : public testing::TestWithParam<const char*> {};
 
 // The wall shows the program's own window: every pixel on one display, and across the seams.
+// Enlarged, tiles show what one large display does.
 TEST_P(Captured, LooksLikeTheProgramsOwnWindow)
 {
-    const std::string own = temporaryFile(""), shown = temporaryFile("");
-    for (const int tiles : {1, 2}) {
-        // The program is held with the frame that the wall shows, while both pictures are taken.
-        const Ending ending = run(Strings{"run", "--wall", wallFile(tiles), "--force", "--frames",
-                                          GetParam() == std::string("modern") ? "5" : "3",
-                                          "--snapshot", shown, "--then",
-                                          PROGRAMS "/mosa-wall snapshot -o " + own + " " +
-                                              temporaryFile(desk() + " 240 180 0 0 240 180\n")} +
-                                  program(GetParam()));
-        ASSERT_EQ(ending.status, 0) << ending.err;
-        EXPECT_EQ(ending.err.find("Attention"), std::string::npos) << ending.err;
-        const Image expected = readPng(own);
-        EXPECT_FALSE(std::ranges::adjacent_find(expected.rgb, std::not_equal_to{}) ==
-                     expected.rgb.end());
-        const Difference difference = compareImages(readPng(shown), expected, tiles == 1 ? 0 : 4);
-        constexpr double across = 0.0025 * width * height;
-        EXPECT_LE(static_cast<double>(difference.pixels), tiles == 1 ? 0 : across) << tiles;
-        if (HasFailure())
-            std::filesystem::copy_file(shown, std::string("failed-") + GetParam() + ".png",
-                                       std::filesystem::copy_options::overwrite_existing);
+    const std::string scene = GetParam();
+    for (const WallShape shape : {WallShape{}, {2, 2}, {3, 2}}) {
+        const Pictures pictures = picturesOf(scene, shape);
+        expectSame(pictures.wall, pictures.own, shape.columns == 1,
+                   scene + " " + std::to_string(shape.columns) + "x" + std::to_string(shape.rows));
     }
+    expectSame(picturesOf(scene, {2, 2, 3}).wall, picturesOf(scene, {1, 1, 3}).wall, false,
+               scene + " enlarged");
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenes, Captured,
                          testing::Values("arrays", "multitexture", "images", "lists", "rasters",
-                                         "lines", "unseen", "single", "modern"),
+                                         "lines", "seams", "unseen", "single", "modern"),
                          [](const auto& test) { return std::string(test.param); });
 
 double litPixels(const Image& image)
@@ -132,22 +164,10 @@ double litPixels(const Image& image)
 // Lines and points are as much larger as everything else, wherever they stand.
 TEST(CapturedLarger, WidthsGrowWithThePicture)
 {
-    std::string wall;
-    for (const auto& [i, place] : {std::pair{1, " 480 360 0 0 "},
-                                   {2, " 480 360 240 0 "},
-                                   {3, " 480 360 0 180 "},
-                                   {4, " 480 360 240 180 "}})
-        wall += displays()[static_cast<std::size_t>(i)].name + place + "240 180\n";
-    const std::string own = temporaryFile(""), shown = temporaryFile("");
-    const Ending ending = run(Strings{"run", "--wall", temporaryFile(wall), "--force", "--frames",
-                                      "2", "--snapshot", shown, "--then",
-                                      PROGRAMS "/mosa-wall snapshot -o " + own + " " +
-                                          temporaryFile(desk() + " 240 180 0 0 240 180\n")} +
-                              program("lines"));
-    ASSERT_EQ(ending.status, 0) << ending.err;
-    const double area = litPixels(readPng(own));
+    const Pictures pictures = picturesOf("lines", {2, 2, 2});
+    const double area = litPixels(pictures.own);
     EXPECT_GT(area, 1000);
-    EXPECT_NEAR(litPixels(readPng(shown)) / area, 4, 0.1);
+    EXPECT_NEAR(litPixels(pictures.wall) / area, 4, 0.1);
 }
 
 TEST(Recorded, HasWhatIsSeenAndNothingElse)
@@ -214,7 +234,7 @@ TEST(Faults, EndWithOneLineAndTheRightStatus)
         EXPECT_NE(ending.err.find(line), std::string::npos) << ending.err;
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
     };
-    const std::string wall = wallFile(1);
+    const std::string wall = wallFile();
     ends({"run", "--wall", wall, "--force", "--", "no-such-program"}, 1,
          "no-such-program: there is no such program");
     ends({"run", "--wall", wall, "--force", "--", "false"}, 1, "drawn nothing with OpenGL");
@@ -246,7 +266,7 @@ TEST(Faults, AProgramThatIsKilledLeavesWholeFrames)
 TEST(Faults, AProgramOutlivesItsWall)
 {
     Process job = startProcess(
-        mosaWall(Strings{"run", "--wall", wallFile(1), "--force"} + program("single", 150)));
+        mosaWall(Strings{"run", "--wall", wallFile(), "--force"} + program("single", 150)));
     const std::string server = "^" PROGRAMS "/server$";
     while (!isRunning("^" PROGRAMS "/tests/captureProgram ") && !waitForEnd(job, Timeout{10})) {
     }

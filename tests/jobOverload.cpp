@@ -1,8 +1,9 @@
 // An overload library for whole jobs. The operations of the client's planned buffers add the bytes
 // of their records to a checksum, which glIndexi compares with the client's. glFinish lasts until
 // the stream has ended; as it begins, it counts an acknowledgement, so that the client knows.
-// glFlush reports itself. glXSwapBuffers adds the server's number to the file MOSA_TEST_SHOWN;
-// server 1 takes its time for it.
+// glFlush reports itself. glXSwapBuffers adds the server's number to the file MOSA_TEST_SHOWN, and
+// takes its time for it as MOSA_TEST_PAUSES says: "SERVER:FRAME:MILLISECONDS ...", frame 0 for all.
+// With MOSA_TEST_HARDWARE there is hardware for swap groups.
 #include "coding/wire.h"
 
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sstream>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -66,15 +68,40 @@ void blockUntilEnd()
     std::fputs("blocked until the end\n", stderr);
 }
 
+void pauseAsPlanned(int server, int frame)
+{
+    const char* pauses = std::getenv("MOSA_TEST_PAUSES");
+    std::istringstream plan(pauses ? pauses : "");
+    int ofServer = 0, ofFrame = 0;
+    unsigned milliseconds = 0;
+    for (char colon = 0; plan >> ofServer >> colon >> ofFrame >> colon >> milliseconds;)
+        if (ofServer == server && (ofFrame == 0 || ofFrame == frame))
+            usleep(1000 * milliseconds);
+}
+
 void noteFrame()
 {
     static const int file = open(std::getenv("MOSA_TEST_SHOWN"), O_WRONLY | O_APPEND);
+    static int frame;
     const int server = vtl_mpi_task_number - 1;
-    if (server == 1)
-        usleep(30'000);
+    pauseAsPlanned(server, ++frame);
     const char digit = static_cast<char>('0' + server);
     if (write(file, &digit, 1) != 1)
         std::abort();
+}
+
+const char* hardwareExtension() { return "GLX_EXT_other GLX_NV_swap_group"; }
+
+int hardwareGroups(void*, int, unsigned* groups, unsigned* barriers)
+{
+    *groups = *barriers = 1;
+    return 1;
+}
+
+int bindHardware()
+{
+    std::fputs("bound by hardware\n", stderr);
+    return 1;
 }
 
 void reportFlush() { std::fputs("a queued buffer was decoded\n", stderr); }
@@ -90,4 +117,10 @@ extern "C" void Overload(glOp* table)
     table[indexOf(Op::glFinish)] = blockUntilEnd;
     table[indexOf(Op::glFlush)] = reportFlush;
     table[indexOf(Op::glXSwapBuffers)] = noteFrame;
+    if (std::getenv("MOSA_TEST_HARDWARE")) {
+        table[indexOf(Op::glXQueryExtensionsString)] = reinterpret_cast<glOp>(hardwareExtension);
+        table[indexOf(Op::glXQueryMaxSwapGroupsNV)] = reinterpret_cast<glOp>(hardwareGroups);
+        table[indexOf(Op::glXJoinSwapGroupNV)] = reinterpret_cast<glOp>(bindHardware);
+        table[indexOf(Op::glXBindSwapBarrierNV)] = reinterpret_cast<glOp>(bindHardware);
+    }
 }

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -67,3 +69,29 @@ inline std::string waitForText(const Process& job, const std::string& text)
     EXPECT_NE(said.find(text), std::string::npos) << said;
     return said;
 }
+
+/// How many frames apart the tiles of three servers were at most, by the file MOSA_TEST_SHOWN in
+/// which jobOverload.cpp has noted each.
+inline long mostApart(const std::string& shown, int frames)
+{
+    long shownBy[3] = {};
+    long apart = 0;
+    std::ifstream file(shown);
+    for (char server = 0; file >> server;) {
+        ++shownBy[server - '0'];
+        const auto [least, most] = std::minmax_element(std::begin(shownBy), std::end(shownBy));
+        apart = std::max(apart, *most - *least);
+    }
+    for (const long count : shownBy)
+        EXPECT_EQ(count, frames);
+    return apart;
+}
+
+// Records: a glXMakeCurrent of a window of 64 x 64 pixels, the creation of visual and context
+// before the first, and a glXSwapBuffers.
+inline const std::string makeCurrent =
+    "glXMakeCurrent i:1 i:33 i:99 i:77 i:64 i:64 i:24 i:0 i:0 i:0 ";
+inline const std::string openWindow = "glXChooseVisual i:1 i:33 i:0 i:6 i:4 i:8 i:1 i:9 i:1 i:0 "
+                                      "glXCreateContext i:1 i:33 i:0 i:77 i:1 " +
+                                      makeCurrent;
+inline const std::string swapBuffers = "glXSwapBuffers i:1 i:99 ";

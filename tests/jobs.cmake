@@ -7,11 +7,11 @@ target_link_libraries(jobOverload PRIVATE mosa_settings ZLIB::ZLIB)
 set_target_properties(jobOverload PROPERTIES PREFIX ""
     LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 
-add_executable(job_test jobWire_test.cpp jobStart_test.cpp jobFault_test.cpp)
+add_executable(job_test jobWire_test.cpp jobStart_test.cpp jobFault_test.cpp jobLock_test.cpp)
 target_link_libraries(job_test PRIVATE mosa_settings mosa_process mosa_stream_file
     GTest::gtest_main)
 target_compile_definitions(job_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")
-add_dependencies(job_test server play jobClient jobOverload recorder)
+add_dependencies(job_test server frameLock play jobClient jobOverload recorder)
 # Each job keeps every core busy; two at a time take longer than one after the other.
 gtest_discover_tests(job_test PROPERTIES TIMEOUT 300 PROCESSORS 2 RESOURCE_LOCK jobs LABELS jobs
     ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")

@@ -174,12 +174,19 @@ TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
     const auto environment = virtualWallEnvironment("replaced");
 
     expectEnd(tool({"run", "--wall", two, "--hosts", hosts, "--dry-run", "it's", "--hold", "2"},
-                   {"SYSTEM_OPENGL_LIB=/opt/libGL.so"}),
+                   {"SYSTEM_OPENGL_LIB=/opt/libGL.so", "MOSA_OVERLOAD_FILE=/opt/list"}),
               0,
               ":1,upper:1,lower:3 -genv MOSA_DISPLAY " + two +
-                  " -genv SYSTEM_OPENGL_LIB /opt/libGL.so -genv HWLOC_COMPONENTS -gl -n 1 " +
+                  " -genv SYSTEM_OPENGL_LIB /opt/libGL.so -genv UCX_RNDV_THRESH inf -genv "
+                  "HWLOC_COMPONENTS -gl -n 1 " +
                   built("play") + " 'it'\\''s' --loop 1 --ahead 2 --wait : -n 2 " +
                   built("server") + "\n");
+
+    const Ending locked =
+        tool({"run", "--wall", two, "--hosts", hosts, "--plain", "--dry-run", stream}, {});
+    for (const char* part : {"MOSA_FRAMELOCK_SECRET=", "/overload/plain.list -genv",
+                             "-genv MOSA_SWAP_ON_RETRACE 1 -genv MOSA_FRAMELOCK upper:"})
+        expectEnd(locked, 0, part);
 
     const Ending noDisplay = tool({"run", "--wall", two, stream}, environment);
     expectEnd(noDisplay, 1, "server 1 (line 2): the display :5999 cannot be opened");
@@ -214,7 +221,8 @@ TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
     expectEnd(aborted, 1,
               rule + "\n     Visual Attributes Requested     \n" + rule +
                   "\n\nGLX_RGBA\nGLX_STEREO\n\n" + rule + "\nMOSA: Goodbye.\n" +
-                  "mosa-wall: the job failed; the first message above is the cause\n");
+                  "mosa-wall: the job failed: process ");
+    EXPECT_PRED_FORMAT2(testing::IsSubstring, "; the messages above say why\n", aborted.err);
     EXPECT_PRED_FORMAT2(testing::IsNotSubstring, "TERMINATION", aborted.out + aborted.err);
     Process run = startProcess(
         {.argv = {built("mosa-wall"), "run", "--wall", one, "--loop", "1000000", stream},

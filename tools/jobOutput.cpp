@@ -4,12 +4,50 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 #include <poll.h>
 #include <unistd.h>
 
 namespace {
+
+// What servers say when all is well, behind the task's number perhaps.
+bool isInformation(std::string_view line)
+{
+    if (line.starts_with('['))
+        line.remove_prefix(std::min(line.find(' '), line.size() - 1) + 1);
+    constexpr std::string_view beginnings[] = {"MOSA: ", "Vantrel MOSA ", "Overloads loaded from "};
+    return std::ranges::any_of(
+        beginnings, [line](std::string_view beginning) { return line.starts_with(beginning); });
+}
+
+// What follows a text, up to the next of these characters; empty without it.
+std::string wordAfter(const std::string& text, const std::string& before, const char* end)
+{
+    const std::size_t at = text.find(before);
+    if (at == text.npos)
+        return {};
+    const std::size_t from = at + before.size();
+    return text.substr(from, text.find_first_of(end, from) - from);
+}
+
+// Which task has ended without a word of its own, by mpiexec's remarks or by those of a task that
+// could not send to it; empty when they don't tell.
+std::string whoEnded(const std::string& remarks)
+{
+    const std::string host = wordAfter(remarks, " RUNNING AT ", " \n");
+    const std::string code = wordAfter(remarks, "=   EXIT CODE: ", " \n");
+    if (!host.empty() && !code.empty())
+        return "process " + wordAfter(remarks, "=   PID ", " ") + " on " + host +
+               " has ended, exit code " + code;
+    const std::string task = wordAfter(remarks, ", MPI_BYTE, ", ",");
+    if (task.empty())
+        return {};
+    const int server = std::atoi(task.c_str()) - 1;
+    return (server < 0 ? "its client" : "server " + std::to_string(server)) + " has gone";
+}
 
 void passLine(JobStream& stream, const std::string& line)
 {
@@ -41,7 +79,7 @@ void passLine(JobStream& stream, const std::string& line)
     }
     const std::string text = std::string(static_cast<std::size_t>(stream.blanks), '\n') + line;
     stream.blanks = 0;
-    stream.any = true;
+    stream.any |= !isInformation(line);
     if (stream.to)
         std::fwrite(text.data(), 1, text.size(), stream.to);
     else
@@ -81,6 +119,19 @@ void finish(JobStream& stream)
         std::fflush(stream.to);
 }
 
+// mpiexec would wait for a node that is gone. What ends by itself says more about the cause.
+bool endForNodes(JobWatch& watch)
+{
+    constexpr Timeout byItself = std::chrono::seconds(1), grace = std::chrono::seconds(1);
+    const std::string trouble = nodeTrouble(watch.nodes, watch.process.pid);
+    if (trouble.empty() || waitForEnd(watch.process, byItself))
+        return false;
+    watch.nodeTrouble = trouble;
+    kill(watch.process.pid, SIGTERM);
+    waitForEnd(watch.process, grace);
+    return true;
+}
+
 } // namespace
 
 bool isRemark(std::string_view line)
@@ -100,6 +151,12 @@ bool isRemark(std::string_view line)
         "Please see the FAQ page for debugging",
         "[mpiexec@",
         "[proxy:",
+        // What MPI says at a task when another is gone, and where it was just then.
+        "Abort(",
+        "internal_",
+        "MPID",
+        "MPIR",
+        "PMPI_",
     };
     return std::ranges::any_of(
         beginnings, [line](std::string_view beginning) { return line.starts_with(beginning); });
@@ -109,7 +166,8 @@ JobWatch startWatch(const Job& job, std::FILE* to)
 {
     Job piped = job;
     piped.output = Output::pipe;
-    JobWatch watch{.process = startJob(piped), .out{}, .err{}};
+    JobWatch watch{
+        .process = startJob(piped), .out = {}, .err = {}, .nodes = {}, .nodeTrouble = {}};
     watch.out.fd = watch.process.out;
     watch.out.to = to;
     watch.err.fd = watch.process.err;
@@ -121,6 +179,7 @@ bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd)
 {
     const auto said = [&watch] { return std::pair(watch.out.ready, watch.out.shown); };
     const auto before = said();
+    constexpr long look = 500; // milliseconds, after the nodes
     for (;;) {
         // Upwards: who asks whether the time is over is told so then.
         const auto left = std::chrono::ceil<Timeout>(until - JobClock::now()).count();
@@ -128,10 +187,12 @@ bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd)
                            {otherPidFd, POLLIN, 0},
                            {watch.out.fd, POLLIN, 0},
                            {watch.err.fd, POLLIN, 0}};
-        poll(events, std::size(events), static_cast<int>(std::clamp<long>(left, 0, INT_MAX)));
+        poll(events, std::size(events), static_cast<int>(std::clamp<long>(left, 0, look)));
         drain(watch.out);
         drain(watch.err);
         if (events[0].revents)
+            return true;
+        if (endForNodes(watch))
             return true;
         if (events[1].revents || left <= 0 || said() != before)
             return false;
@@ -169,6 +230,7 @@ JobEnding finishWatch(JobWatch& watch, Timeout timeout)
         finish(watch.err);
     }
     ending.status = finishProcess(watch.process, Timeout{}).status;
+    ending.nodeTrouble = watch.nodeTrouble;
     ending.complained = watch.err.any;
     ending.out = watch.out.kept;
     ending.err = watch.err.kept;
@@ -192,11 +254,19 @@ int reportEnding(const JobEnding& ending)
 {
     if (!ending.trouble.empty())
         std::fprintf(stderr, "mosa-wall: %s\n", ending.trouble.c_str());
-    if (ending.timedOut)
+    if (!ending.nodeTrouble.empty())
+        std::fprintf(stderr, "mosa-wall: %s: the job has been ended\n", ending.nodeTrouble.c_str());
+    else if (ending.timedOut)
         std::fputs("mosa-wall: the job took too long\n", stderr);
+    else if (const std::string who = whoEnded(ending.remarks); ending.status != 0 && !who.empty())
+        std::fprintf(stderr, "mosa-wall: the job failed: %s%s\n", who.c_str(),
+                     ending.complained ? "; the messages above say why" : "");
     else if (ending.status != 0 && ending.complained)
         std::fputs("mosa-wall: the job failed; the first message above is the cause\n", stderr);
     else if (ending.status != 0)
         std::fprintf(stderr, "%smosa-wall: the job failed\n", ending.remarks.c_str());
-    return ending.timedOut || ending.status != 0 || !ending.trouble.empty() ? 1 : 0;
+    return !ending.nodeTrouble.empty() || ending.timedOut || ending.status != 0 ||
+                   !ending.trouble.empty()
+               ? 1
+               : 0;
 }

@@ -1,7 +1,7 @@
 // Jobs whose output is for a person: without what mpiexec says about the end of a job.
 #pragma once
 
-#include "tools/mpiJob.h"
+#include "tools/nodeWatch.h"
 
 #include <chrono>
 #include <cstdio>
@@ -23,6 +23,7 @@ struct LastFrame {
 struct JobEnding {
     int status = 0;          // mpiexec's
     bool timedOut = false;   // it was stopped
+    std::string nodeTrouble; // for which it was stopped
     bool complained = false; // there was something on standard error
     std::string trouble;     // with the last frame
     std::string out, err;    // of the tasks, when it was not passed on
@@ -46,6 +47,8 @@ struct JobStream {
 struct JobWatch {
     Process process;
     JobStream out, err;
+    NodeWatch nodes;
+    std::string nodeTrouble; // for which the job has been stopped
 };
 
 using JobClock = std::chrono::steady_clock;

@@ -41,15 +41,6 @@ void sayDrewNothing(const LiveOptions& options)
 
 // ---- The program's environment -----------------------------------------------------------------
 
-fs::path captureFolder()
-{
-    const fs::path own = fs::path(ownProgram()).parent_path();
-    for (const fs::path& folder : {own / "capture", own.parent_path() / "lib/mosa/capture"})
-        if (fs::exists(folder / "libGL.so.1"))
-            return folder;
-    throw std::runtime_error("the capture library is not there beside " + ownProgram());
-}
-
 // The path of one of the node's own libraries, or nothing.
 std::string libraryPath(const char* name)
 {
@@ -67,7 +58,7 @@ std::vector<std::string> captureEnvironment(const LiveOptions& options, const st
 {
     const char* before = std::getenv("LD_LIBRARY_PATH");
     std::vector<std::string> environment{
-        "LD_LIBRARY_PATH=" + captureFolder().string() +
+        "LD_LIBRARY_PATH=" + libraryFolder("capture", "libGL.so.1") +
             (before && *before ? ":" + std::string(before) : ""),
         "MOSA_CAPTURE=" + socket,
         "MOSA_CAPTURE_AHEAD=" + std::to_string(ahead),
@@ -184,8 +175,12 @@ int runLive(Job job, const LiveOptions& options, Size wall, int ahead, const Las
         stopProcess(running, programGrace);
         return jobStatus;
     }
-    // A wall that fails does not take the program along.
-    const int status = finishProcess(running, std::chrono::hours(24 * 365)).status;
+    // A wall that fails does not take the program along, nor its time.
+    while (!waitForEnd(running, orphanStep) && JobClock::now() < end) {
+    }
+    const int status = (waitForEnd(running, Timeout{}) ? finishProcess(running, Timeout{})
+                                                       : stopProcess(running, programGrace))
+                           .status;
     if (!drew)
         sayDrewNothing(options);
     return status == 0 && !drew ? 1 : status;

@@ -38,6 +38,13 @@ void addHosts(CLI::App* command, WallOptions& options)
         ->check(CLI::ExistingFile);
 }
 
+void addPlain(CLI::App* command, WallOptions& options)
+{
+    command->add_flag("--plain", options.plain,
+                      "without the overload libraries that enlarge lines and patterns with the "
+                      "picture and carry them across seams");
+}
+
 void addJobFlags(CLI::App* command, WallOptions& options)
 {
     command->add_flag("--dry-run", options.dryRun, "print the mpiexec line and do nothing");
@@ -135,7 +142,10 @@ void addCheck(CLI::App& app, WallOptions& options)
     addWall(command, options);
     command->add_option("--picture", options.picture, "draw the wall as a .png or .svg file too");
     addHosts(command, options);
+    command->add_flag("--offline", options.offline, "do not ask the hosts");
     command->footer(
+        "With hosts, each is asked as `run` will ask it: whether it can be reached, and whether\n"
+        "server, wall file, display and libraries are there and the same.\n\n"
         "Says what each server will show, draws the wall, and names every fault with its line:\n"
         "bad display names, numbers that are missing, tiles that overlap or reach beyond the "
         "wall,\n"
@@ -161,6 +171,9 @@ void addRun(CLI::App& app, WallOptions& options)
     command->add_flag(
         "--label", options.label,
         "begin each line of output with its task's number: 0 is play, n server n - 1");
+    command->add_flag("--stats", options.stats,
+                      "say at the end how busy each server was, and who waited for whom");
+    addPlain(command, options);
     addJobFlags(command, options);
     command->footer(
         "First every server's node is asked, the way the job reaches it, whether the wall file,\n"
@@ -204,6 +217,7 @@ void addPattern(CLI::App& app, WallOptions& options)
     command->add_option("-o,--output", options.output,
                         "write the pattern as a stream file, instead of playing it");
     addHosts(command, options);
+    addPlain(command, options);
     addJobFlags(command, options);
     command->footer(
         "Geometry: the grid and the diagonals run straight on across the seams, the circle is\n"
@@ -233,6 +247,7 @@ void addDemo(CLI::App& app, WallOptions& options)
     command->add_flag("--show", demoOptions.show,
                       "show the tiles in a window of your display (DISPLAY) while it plays");
     addPlayOptions(*command, options.play);
+    addPlain(command, options);
     addLive(command, options.live);
     command->add_option("-o,--output", demoOptions.picture, "PNG file for the picture of the wall")
         ->capture_default_str();
@@ -255,6 +270,7 @@ void addProbe(CLI::App& app, WallOptions& options)
 {
     CLI::App* command = app.add_subcommand("probe", "")->group("");
     command->add_option("WALL", options.wall)->required();
+    command->add_option("SUMS", options.sums)->expected(2)->required();
     command->callback([&options] { options.command = probeCommand; });
 }
 

@@ -57,7 +57,7 @@ std::string shellLine(const std::vector<std::string>& argv)
 Process startJob(const Job& job)
 {
     return startProcess({.argv = jobLine(job),
-                         .environment = {},
+                         .environment = job.secrets, // mpiexec passes on what it has
                          .output = job.output,
                          .inputPipe = job.inputPipe});
 }

@@ -14,7 +14,8 @@ struct Job {
     std::vector<std::string> options;     // more of mpiexec's, such as -f HOSTFILE
     bool label = false;                   // each line of output begins with its task's number
     Output output = Output::capture;
-    bool inputPipe = false; // the client's standard input is a pipe
+    std::vector<std::string> secrets = {}; // environment that is not on the command line
+    bool inputPipe = false;                // the client's standard input is a pipe
 };
 
 /// The whole command line, beginning with this machine's mpiexec. It sets the environment.

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
@@ -26,20 +27,17 @@ std::vector<Place> placesOf(const Wall& wall, const WallOptions& options)
     return placeServers(hostsOf(options), static_cast<int>(wall.tiles.size()));
 }
 
-// Asks the nodes; throws when they are not ready for the job. Returns how many samples of a pixel
-// each of them has.
-int requireReady(const Wall& wall, const Job& job, const std::vector<Place>& places, bool force)
+// Asks the nodes, the way the job will reach them, and says what they are not ready for.
+WallAnswers askNodes(const Wall& wall, const Job& job, const std::vector<Place>& places,
+                     std::FILE* to, int& faults)
 {
-    int faults = 0;
     const WallAnswers answers = probeWall(wall, job, places);
     for (const Finding& finding : answers.findings) {
         faults += finding.fault;
-        std::fprintf(stderr, "mosa-wall: %s%s\n",
+        std::fprintf(to, "%s%s%s\n", to == stderr ? "mosa-wall: " : "",
                      finding.fault ? "" : "note: ", finding.text.c_str());
     }
-    if (faults > 0 && !force)
-        throw std::runtime_error("the wall is not ready; --force goes on");
-    return answers.samples;
+    return answers;
 }
 
 // Plays stream files on a wall, or runs a program there, or prints the job that would.
@@ -50,16 +48,32 @@ int play(const Wall& wall, const std::vector<std::string>& files, const WallOpti
     const bool isLive = !options.live.program.empty();
     Job job = isLive ? liveJob(options.play) : playJob(files, options.play, last);
     putOnWall(job, wall, hostsOf(options));
+    const bool locks = loadOverloads(job, options.plain) && job.servers > 1 &&
+                       !options.play.loose && mayLockFrames();
     job.label = options.label;
+    if (options.stats && !std::getenv("MOSA_STATS"))
+        job.environment.emplace_back("MOSA_STATS=1000000"); // seconds: at the end only
     if (printFindings(stderr, wall, checkWall(wall, places), false) > 0 && !options.force)
         throw std::runtime_error("the wall file is not right; --force goes on with it");
+    const std::string& hub = places.front().host;
     if (options.dryRun) {
+        if (locks)
+            lockFrames(job, hub, freePort());
+        for (const std::string& secret : job.secrets)
+            std::printf("%s ", secret.c_str());
         std::printf("%s\n", shellLine(jobLine(job)).c_str());
         return 0;
     }
-    const int samples = requireReady(wall, job, places, options.force);
+    if (!options.hosts.empty())
+        watchNodes(job);
+    int faults = 0;
+    const WallAnswers answers = askNodes(wall, job, places, stderr, faults);
+    if (faults > 0 && !options.force)
+        throw std::runtime_error("the wall is not ready; --force goes on");
+    if (locks && answers.hubPort > 0)
+        lockFrames(job, hub, answers.hubPort);
     LiveOptions live = options.live;
-    live.samples = samples;
+    live.samples = answers.samples;
     if (isLive)
         return runLive(job, live, wallSize(wall), options.play.ahead, last, stdout, false);
     return reportEnding(watchJob(job, last, noLimit, stdout));
@@ -95,7 +109,15 @@ int checkCommand(const WallOptions& options)
     for (std::size_t n = 0; n < wall.tiles.size(); ++n)
         std::printf("%s\n", describeTile(wall, static_cast<int>(n)).c_str());
     std::printf("\n%s\n", drawAsText(wall).c_str());
-    const int faults = printFindings(stdout, wall, checkWall(wall, placesOf(wall, options)), true);
+    const std::vector<Place> places = placesOf(wall, options);
+    int faults = printFindings(stdout, wall, checkWall(wall, places), true);
+    if (!options.hosts.empty() && !options.offline && faults == 0) {
+        Job job;
+        putOnWall(job, wall, hostsOf(options));
+        loadOverloads(job, options.plain);
+        watchNodes(job);
+        askNodes(wall, job, places, stdout, faults);
+    }
     std::printf("%zu servers, %s\n", wall.tiles.size(),
                 faults == 0   ? "no fault"
                 : faults == 1 ? "1 fault"
@@ -155,7 +177,7 @@ int demoCommand(const WallOptions& options)
         listScenes();
         return 0;
     }
-    return runDemo(options.demo, options.play, options.live);
+    return runDemo(options.demo, options.play, options.live, options.plain);
 }
 
 int recordCommand(const WallOptions& options)
@@ -166,4 +188,7 @@ int recordCommand(const WallOptions& options)
     return recordProgram(options.live, options.output);
 }
 
-int probeCommand(const WallOptions& options) { return probeNode(options.wall); }
+int probeCommand(const WallOptions& options)
+{
+    return probeNode(options.wall, {options.sums.at(0), options.sums.at(1)});
+}

@@ -17,6 +17,10 @@ struct WallOptions {
     PlayOptions play;
     int frames = 600;
     bool dryRun = false, force = false, label = false, list = false;
+    bool stats = false;            // figures of every server at the end
+    bool offline = false;          // the nodes are not asked
+    std::vector<std::string> sums; // for probe
+    bool plain = false;            // without the project's overload libraries
     DemoOptions demo;
     LiveOptions live;
 };

@@ -87,7 +87,7 @@ bool wantsServersLines()
 
 } // namespace
 
-int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions live)
+int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions live, bool plain)
 {
     const std::string picture = std::filesystem::absolute(options.picture);
     requireWritable(picture);
@@ -115,6 +115,8 @@ int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions liv
     Job job = isLive ? liveJob(play) : playJob({scene.name}, play, last);
     job.servers = static_cast<int>(displays.size());
     job.environment = virtualWallEnvironment(wall.file);
+    if (loadOverloads(job, plain) && job.servers > 1 && !play.loose && mayLockFrames())
+        lockFrames(job, "", freePort());
     const std::string what = isLive ? live.program[0] : sceneName(scene.name);
     if (isLive && findProgram(what).empty())
         throw std::runtime_error(what + ": there is no such program");

@@ -16,9 +16,9 @@ struct DemoOptions {
 };
 
 /// Plays the scene, or runs the program where there is one, writes a picture of the wall with the
-/// last frame and prints its path. Returns an exit status; throws std::runtime_error when something
-/// cannot be started.
-int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions live);
+/// last frame and prints its path. A plain one does without the project's overload libraries.
+/// Returns an exit status; throws std::runtime_error when something cannot be started.
+int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions live, bool plain);
 
 /// Prints the scenes that come with the system, one a line: name, window, frames and bytes.
 void listScenes();

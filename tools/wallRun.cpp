@@ -18,19 +18,14 @@
 
 #include <dlfcn.h>
 #include <unistd.h>
+#include <zlib.h>
 
 namespace {
 
 constexpr Timeout probeTime = std::chrono::seconds(60);
-// Begins an answer: mark, server, whether it is a fault, samples of a pixel, what there is to say.
+// Begins an answer: mark, server, whether it is a fault, samples of a pixel, a free port, what
+// there is to say.
 constexpr char answerMark[] = "mosa-wall-probe";
-
-std::string ownHost()
-{
-    char name[256] = "";
-    gethostname(name, sizeof name - 1);
-    return name;
-}
 
 std::string openGLOf(const char* fromEnvironment)
 {
@@ -83,12 +78,48 @@ Finding judgeScreen(Display* dpy, const WallTile& tile)
     return {tile.line, area.w > screen.w || area.h > screen.h, text};
 }
 
-// What keeps a server from showing its tile, or is worth knowing; empty when nothing is.
-Finding judgeServer(const Wall& wall, std::size_t server, int& samples)
+// Tells contents apart, not who made them.
+std::string sumOf(const std::string& file)
 {
+    std::ifstream stream(file, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << stream.rdbuf();
+    const std::string& all = bytes.str();
+    const uLong sum = crc32_z(0, reinterpret_cast<const Bytef*>(all.data()), all.size());
+    return std::to_string(all.size()) + "." + std::to_string(sum);
+}
+
+// What keeps the server's program from running here as it does there; empty when nothing does.
+Finding judgeProgram(const std::string& sumThere)
+{
+    const std::string program = serverProgram();
+    const Ending ending = runProcess(
+        {.argv = {program, "--version"}, .environment = {}, .output = Output::capture}, probeTime);
+    const auto firstLine = [](const std::string& text) { return text.substr(0, text.find('\n')); };
+    if (ending.status != 0)
+        return {0, true, program + " does not run: " + firstLine(ending.err)};
+    if (firstLine(ending.out) != MOSA_VERSION)
+        return {0, true,
+                program + " is of version " + firstLine(ending.out) + ", not " + MOSA_VERSION};
+    const char* overloads = std::getenv("MOSA_OVERLOAD_FILE");
+    if (overloads && *overloads && access(overloads, R_OK) != 0)
+        return {0, true, std::string(overloads) + ": " + std::strerror(errno)};
+    if (sumOf(program) != sumThere)
+        return {0, false, program + " is another build than here"};
+    return {};
+}
+
+// What keeps a server from showing its tile, or is worth knowing; empty when nothing is.
+Finding judgeServer(const Wall& wall, std::size_t server, const SumsThere& sums, int& samples)
+{
+    if (sumOf(wall.file) != sums.wall)
+        return {0, true, "the wall file is another one there: " + wall.file};
     if (server >= wall.tiles.size())
         return {0, true, "the wall file has too few entries on this node"};
     const WallTile& tile = wall.tiles[server];
+    const Finding program = judgeProgram(sums.server);
+    if (program.fault)
+        return {tile.line, true, program.text};
     const std::string library = faultOfLibrary(std::getenv("SYSTEM_OPENGL_LIB"));
     if (!library.empty())
         return {tile.line, true, library};
@@ -100,26 +131,7 @@ Finding judgeServer(const Wall& wall, std::size_t server, int& samples)
     if (!finding.fault)
         samples =
             mostSamples(tile.entry.dpyName, tile.entry.scrn, std::getenv("SYSTEM_OPENGL_LIB"));
-    return finding;
-}
-
-// True when one of the programs that mpiexec started to reach the nodes has ended with a fault.
-// mpiexec would go on waiting for that node.
-bool launcherFailed(pid_t mpiexec)
-{
-    const std::string process = "/proc/" + std::to_string(mpiexec);
-    std::ifstream children(process + "/task/" + std::to_string(mpiexec) + "/children");
-    for (pid_t child = 0; children >> child;) {
-        // Its line ends with the exit status, as wait gives it, once it is a zombie.
-        std::ifstream file("/proc/" + std::to_string(child) + "/stat");
-        std::string line;
-        std::getline(file, line);
-        const std::size_t state = line.rfind(')') + 2;
-        const std::size_t status = line.rfind(' ') + 1;
-        if (state < line.size() && line[state] == 'Z' && line.compare(status, 1, "0") != 0)
-            return true;
-    }
-    return false;
+    return finding.text.empty() ? Finding{tile.line, false, program.text} : finding;
 }
 
 // Runs the job that asks the nodes, until it ends or one of them cannot be reached.
@@ -134,6 +146,54 @@ Ending askNodes(const Job& job)
             break;
         }
     return waitForEnd(process, Timeout{}) ? finishProcess(process, step) : stopProcess(process);
+}
+
+// The task that a line of output begins with, when tasks are labelled: "[2] text"; the line is then
+// what follows. -1 when it is mpiexec's own.
+int takeTask(std::string& line)
+{
+    int task = -1;
+    int length = 0;
+    if (std::sscanf(line.c_str(), "[%d] %n", &task, &length) != 1 || length == 0)
+        return -1;
+    line.erase(0, static_cast<std::size_t>(length));
+    return task;
+}
+
+std::string inLowerCase(std::string text)
+{
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// Takes out of what was said why a server's node is silent: its own words, else mpiexec's or ssh's.
+std::string takeReason(std::string& words, int task, const std::string& host)
+{
+    std::istringstream lines(words);
+    std::string reason, rest;
+    for (std::string line; std::getline(lines, line);) {
+        std::string text = line;
+        const std::size_t program = line.find("execvp error on file ");
+        if (program != line.npos && line.find("@" + host + "]") != line.npos)
+            reason = line.substr(line.find("file ", program) + 5);
+        else if (takeTask(text) == task)
+            reason = text;
+        else if (reason.empty() && !host.empty() && !isRemark(line) &&
+                 inLowerCase(line).find(inLowerCase(host)) != line.npos)
+            reason = line;
+        else
+            rest += line + "\n";
+    }
+    words = rest;
+    while (!reason.empty() && std::isspace(static_cast<unsigned char>(reason.back())))
+        reason.pop_back();
+    return reason.empty() ? "its node does not answer" : reason;
+}
+
+bool hasFault(const std::vector<Finding>& findings)
+{
+    return std::ranges::any_of(findings, &Finding::fault);
 }
 
 std::string withoutRemarks(const std::string& text)
@@ -179,6 +239,16 @@ Job liveJob(const PlayOptions& options)
     return job;
 }
 
+bool loadOverloads(Job& job, bool plain)
+{
+    const char* own = std::getenv("MOSA_OVERLOAD_FILE");
+    if (own && *own)
+        return false;
+    const char* const list = plain ? "plain.list" : "exact.list";
+    job.environment.push_back("MOSA_OVERLOAD_FILE=" + libraryFolder("overload", list) + "/" + list);
+    return true;
+}
+
 void putOnWall(Job& job, const Wall& wall, const std::vector<Host>& hosts)
 {
     job.servers = static_cast<int>(wall.tiles.size());
@@ -186,10 +256,14 @@ void putOnWall(Job& job, const Wall& wall, const std::vector<Host>& hosts)
                        "SYSTEM_OPENGL_LIB=" + openGLOf(std::getenv("SYSTEM_OPENGL_LIB"))};
     if (!hosts.empty()) {
         placeServers(hosts, job.servers); // are there enough?
-        std::string list = ownHost() + ":1";
+        std::string list = ownHostName() + ":1";
         for (const Host& host : hosts)
             list += "," + host.name + ":" + std::to_string(host.servers);
         job.options = {"-hosts", list};
+        // Large messages at once, not when the other side asks for them: the line to the servers
+        // would rest while they exchange what they have.
+        if (!std::getenv("UCX_RNDV_THRESH"))
+            job.environment.emplace_back("UCX_RNDV_THRESH=inf");
     }
 }
 
@@ -254,8 +328,9 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
 {
     Job probe = job;
     probe.client = {"true"}; // keeps the client's place
-    probe.label = false;
-    probe.server = {ownProgram(), "probe", std::filesystem::absolute(wall.file)};
+    probe.label = true;
+    const std::string file = std::filesystem::absolute(wall.file);
+    probe.server = {ownProgram(), "probe", file, sumOf(file), sumOf(serverProgram())};
     probe.output = Output::capture;
     probe.inputPipe = false;
     if (!job.options.empty())
@@ -264,20 +339,26 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
 
     std::map<std::size_t, Finding> answers;
     int samples = INT_MAX;
+    int hubPort = 0;
     std::istringstream out(ending.out);
     for (std::string line; std::getline(out, line);) {
+        takeTask(line);
         std::istringstream words(line);
         std::string mark;
         std::size_t server = 0;
         Finding answer{};
         int ofServer = 0;
-        if (words >> mark >> server >> answer.fault >> ofServer && mark == answerMark) {
+        int port = 0;
+        if (words >> mark >> server >> answer.fault >> ofServer >> port && mark == answerMark) {
             samples = std::min(samples, ofServer);
+            if (server == 0)
+                hubPort = port;
             std::getline(words >> std::ws, answer.text);
             answers[server] = answer;
         }
     }
     std::vector<Finding> findings;
+    std::string said = ending.err;
     for (std::size_t server = 0; server < wall.tiles.size(); ++server) {
         const auto answer = answers.find(server);
         const bool silent = answer == answers.end();
@@ -288,28 +369,29 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
         findings.push_back({line, silent || answer->second.fault,
                             "server " + std::to_string(server) + " (line " + std::to_string(line) +
                                 ")" + (host.empty() ? "" : " on " + host) + ": " +
-                                (silent ? "its node does not answer" : answer->second.text)});
+                                (silent ? takeReason(said, static_cast<int>(server) + 1, host)
+                                        : answer->second.text)});
     }
     if (ending.status != 0) { // the launcher's own words say why
-        const std::string words = withoutRemarks(ending.err);
-        if (!words.empty() || findings.empty())
+        const std::string words = withoutRemarks(said);
+        if (findings.empty() || (!words.empty() && !hasFault(findings)))
             findings.push_back({0, true, words.empty() ? "mpiexec failed: " + ending.err : words});
     }
-    return {findings, answers.size() == wall.tiles.size() ? samples : 0};
+    return {findings, answers.size() == wall.tiles.size() ? samples : 0, hubPort};
 }
 
-int probeNode(const std::string& wallFile)
+int probeNode(const std::string& wallFile, const SumsThere& sums)
 {
     const char* rank = std::getenv("PMI_RANK");
     const int server = (rank ? std::atoi(rank) : 0) - 1;
     Finding finding{};
     int samples = 0;
     try {
-        finding = judgeServer(readWall(wallFile), static_cast<std::size_t>(server), samples);
+        finding = judgeServer(readWall(wallFile), static_cast<std::size_t>(server), sums, samples);
     } catch (const std::exception& trouble) {
-        finding = {0, true, std::string("the wall file cannot be read: ") + trouble.what()};
+        finding = {0, true, trouble.what()};
     }
-    std::printf("%s %d %d %d %s\n", answerMark, server, finding.fault, samples,
+    std::printf("%s %d %d %d %d %s\n", answerMark, server, finding.fault, samples, freePort(),
                 finding.text.c_str());
     return 0;
 }

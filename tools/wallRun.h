@@ -3,6 +3,7 @@
 
 #include "client/playOptions.h"
 #include "client/streamFile.h"
+#include "tools/frameLock.h"
 #include "tools/jobOutput.h"
 #include "tools/wallCheck.h"
 #include "tools/wallLayout.h"
@@ -18,6 +19,10 @@ Job playJob(const std::vector<std::string>& files, const PlayOptions& options,
 
 /// A job that shows a running program, on no wall yet.
 Job liveJob(const PlayOptions& options);
+
+/// Has the servers load the project's own overload libraries, the plain list or all of them. False
+/// when the environment names a list, which is left alone.
+bool loadOverloads(Job& job, bool plain);
 
 /// Puts a job on a wall, each server on its own node when there are hosts. The client runs on this
 /// machine.
@@ -38,8 +43,14 @@ struct WallAnswers {
     std::vector<Finding> findings; // what is wrong
     int samples; // of a pixel, that every server has; 0: there is no multisampling, or one is
                  // silent
+    int hubPort; // free on the first server's node; 0: it is silent
 };
 WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places);
 
+/// Sums of the wall file and the server's program on the machine that asks.
+struct SumsThere {
+    std::string wall, server;
+};
+
 /// The node's side of it: looks as the server of this MPI task would, and answers in one line.
-int probeNode(const std::string& wallFile);
+int probeNode(const std::string& wallFile, const SumsThere& sums);

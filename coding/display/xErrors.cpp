@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -52,7 +53,10 @@ int onError(Display* dpy, XErrorEvent* error)
 
 int onLostConnection(Display* dpy)
 {
-    std::fprintf(stderr, "Error MOSA: lost the connection to display %s\n", DisplayString(dpy));
+    char host[256] = "";
+    gethostname(host, sizeof host - 1);
+    std::fprintf(stderr, "Error MOSA: lost the connection to display %s on %s\n",
+                 DisplayString(dpy), host);
     std::fflush(nullptr);
     std::_Exit(1); // MPI then ends the job
 }

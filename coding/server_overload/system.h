@@ -3,21 +3,7 @@
 #pragma once
 
 #include "coding/fromWire.h"
-
-// Operations that the stream cannot ask for but the overloads call.
-#define SYSTEM_FUNCTION(name)                                                                      \
-    template <>                                                                                    \
-    struct PrototypeOf<Op::name> {                                                                 \
-        using Type = decltype(::name);                                                             \
-    };
-SYSTEM_FUNCTION(glGetDoublev)
-SYSTEM_FUNCTION(glGetFloatv)
-SYSTEM_FUNCTION(glGetIntegerv)
-SYSTEM_FUNCTION(glXJoinSwapGroupNV)
-SYSTEM_FUNCTION(glXBindSwapBarrierNV)
-SYSTEM_FUNCTION(glXQueryMaxSwapGroupsNV)
-SYSTEM_FUNCTION(glXQueryExtensionsString)
-#undef SYSTEM_FUNCTION
+#include "coding/queries.h"
 
 extern glOp pTbl[operationCount]; // the system library's entries
 

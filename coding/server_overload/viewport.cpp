@@ -30,7 +30,16 @@ void setTileProjection(LocalDrawableInfo& ldi, const MWRect& wrect, const MWRect
     ldi.vty = static_cast<float>((t + b) * 0.5);
 }
 
+// The display's rectangle of the wall, and what lies around it.
+MWRect withMargin(const MWRect& rect)
+{
+    const auto margin = static_cast<float>(viewportMargin);
+    return {rect.x - margin, rect.y - margin, rect.w + 2 * margin, rect.h + 2 * margin};
+}
+
 } // namespace
+
+int viewportMargin = 0;
 
 void _glViewport(GLint x, GLint y, GLsizei width, GLsizei height)
 {
@@ -39,6 +48,8 @@ void _glViewport(GLint x, GLint y, GLsizei width, GLsizei height)
     MWRect wrect;
     MWRect cwrect;
     _appRectToLocal(asRect(x, y, width, height), &wrect, &cwrect);
+    if (viewportMargin > 0)
+        _clipRect(wrect, withMargin(currLocalDisplay->rect), &cwrect);
     if (cwrect.w > 0 && cwrect.h > 0) {
         const MWRect& tile = currLocalDisplay->rect;
         setTileProjection(ldi, wrect, cwrect);

@@ -1,0 +1,48 @@
+#include "tools/frameLock.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include <netinet/in.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+void lockFrames(Job& job, const std::string& host, int port)
+{
+    unsigned char bytes[16];
+    if (getrandom(bytes, sizeof bytes, 0) != ssize_t{sizeof bytes})
+        throw std::runtime_error(std::string("no random numbers: ") + std::strerror(errno));
+    std::string secret;
+    for (const unsigned char byte : bytes)
+        for (const int digit : {byte >> 4, byte & 15})
+            secret += "0123456789abcdef"[digit];
+    job.secrets.push_back("MOSA_FRAMELOCK_SECRET=" + secret);
+    job.environment.emplace_back("MOSA_SWAP_ON_RETRACE=1");
+    job.environment.push_back("MOSA_FRAMELOCK=" + (host.empty() ? "127.0.0.1" : host) + ":" +
+                              std::to_string(port));
+}
+
+bool mayLockFrames()
+{
+    const char* asked = std::getenv("MOSA_SWAP_ON_RETRACE");
+    return !asked || std::atoi(asked) != 0;
+}
+
+int freePort()
+{
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    socklen_t size = sizeof address;
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    const bool found = fd >= 0 && bind(fd, any, size) == 0 && getsockname(fd, any, &size) == 0;
+    const int error = errno;
+    if (fd >= 0)
+        close(fd);
+    if (!found)
+        throw std::runtime_error(std::string("no port is free: ") + std::strerror(error));
+    return ntohs(address.sin_port);
+}

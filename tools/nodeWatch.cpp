@@ -1,0 +1,166 @@
+#include "tools/nodeWatch.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+int listener = -1; // of the lifelines; for as long as this process lives
+
+int openLifeline()
+{
+    constexpr int mostServers = 1024;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    socklen_t size = sizeof address;
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    if (listener < 0)
+        listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (listener < 0 || listen(listener, mostServers) != 0 ||
+        getsockname(listener, any, &size) != 0)
+        throw std::runtime_error(std::string("no port is free: ") + std::strerror(errno));
+    return ntohs(address.sin_port);
+}
+
+std::string firstLine(const std::string& file)
+{
+    std::ifstream text(file);
+    std::string line;
+    std::getline(text, line);
+    return line;
+}
+
+// The node of a launcher: in its arguments, before what it runs there. Empty for other programs.
+std::string nodeOf(pid_t launcher)
+{
+    std::istringstream words(firstLine("/proc/" + std::to_string(launcher) + "/cmdline"));
+    std::string node;
+    for (std::string word; std::getline(words, word, '\0'); node = word)
+        if (word.find("hydra_pmi_proxy") != std::string::npos)
+            return node;
+    return {};
+}
+
+std::vector<pid_t> childrenOf(pid_t process)
+{
+    const std::string task = std::to_string(process);
+    std::ifstream file("/proc/" + task + "/task/" + task + "/children");
+    std::vector<pid_t> children;
+    for (pid_t child = 0; file >> child;)
+        children.push_back(child);
+    return children;
+}
+
+// How a child has ended, as wait gives it; 0 while it runs.
+int statusOf(pid_t child)
+{
+    // Its line ends with the status, once it is a zombie.
+    const std::string line = firstLine("/proc/" + std::to_string(child) + "/stat");
+    const std::size_t state = line.rfind(')') + 2;
+    const std::size_t status = line.rfind(' ') + 1;
+    return state < line.size() && line[state] == 'Z' ? std::atoi(line.c_str() + status) : 0;
+}
+
+} // namespace
+
+std::string ownHostName()
+{
+    char name[256] = "";
+    gethostname(name, sizeof name - 1);
+    return name;
+}
+
+void watchNodes(Job& job)
+{
+    const auto chosen = [](const char* name) {
+        const char* value = std::getenv(name);
+        return std::string(value ? value : "");
+    };
+    if (const std::string launcher = chosen("HYDRA_LAUNCHER");
+        launcher.empty() || launcher == "ssh")
+        job.secrets.push_back("HYDRA_LAUNCHER_EXTRA_ARGS="
+                              "-oBatchMode=yes -oConnectTimeout=5 -oServerAliveInterval=2 "
+                              "-oServerAliveCountMax=2 " +
+                              chosen("HYDRA_LAUNCHER_EXTRA_ARGS"));
+    job.environment.push_back("MOSA_LIFELINE=" + ownHostName() + ":" +
+                              std::to_string(openLifeline()));
+}
+
+namespace {
+
+// A node whose launcher has lost it.
+std::string lostNode(NodeWatch& watch, pid_t mpiexec)
+{
+    constexpr int sshFailed = 255 << 8;
+    std::string lost;
+    for (const pid_t child : childrenOf(mpiexec))
+        if (const std::string node = nodeOf(child); !node.empty())
+            watch.launchers.try_emplace(child, node);
+        else if (statusOf(child) == sshFailed) // perhaps too soon for its name to be known
+            lost = watch.launchers.contains(child) ? watch.launchers[child] : "a node";
+    return lost;
+}
+
+void acceptLifelines(NodeWatch& watch)
+{
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    for (int fd = -1;
+         listener >= 0 && (fd = accept4(listener, any, &size, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;
+         size = sizeof address) {
+        char host[NI_MAXHOST] = "";
+        getnameinfo(any, size, host, sizeof host, nullptr, 0, NI_NOFQDN);
+        watch.lifelines[fd] = host;
+    }
+}
+
+// The host of a server that has ended a while ago, when others still run: MPI does not always tell
+// them, and they would wait for it.
+std::string lostServer(NodeWatch& watch)
+{
+    constexpr std::chrono::seconds longest{4}; // that the ends of a job's servers lie apart
+    const auto now = std::chrono::steady_clock::now();
+    acceptLifelines(watch);
+    std::erase_if(watch.lifelines, [&watch, now](const auto& lifeline) {
+        char nothing = 0;
+        const auto& [fd, host] = lifeline;
+        if (recv(fd, &nothing, 1, 0) != 0 && (errno == EAGAIN || errno == EINTR))
+            return false;
+        close(fd);
+        if (watch.ended.empty()) {
+            watch.ended = host;
+            watch.endedAt = now;
+        }
+        return true;
+    });
+    const bool isLate = !watch.ended.empty() && now - watch.endedAt > longest;
+    return isLate && !watch.lifelines.empty() ? watch.ended : "";
+}
+
+} // namespace
+
+bool launcherFailed(pid_t mpiexec)
+{
+    return std::ranges::any_of(childrenOf(mpiexec),
+                               [](pid_t child) { return statusOf(child) != 0; });
+}
+
+std::string nodeTrouble(NodeWatch& watch, pid_t mpiexec)
+{
+    if (const std::string node = lostNode(watch, mpiexec); !node.empty())
+        return node + " cannot be reached any more";
+    if (const std::string host = lostServer(watch); !host.empty())
+        return "the server on " + host + " has ended, and others wait for it";
+    return {};
+}

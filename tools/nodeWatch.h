@@ -1,0 +1,30 @@
+// The nodes of a job, watched from here: mpiexec reaches each through ssh, and would wait for one
+// that is gone.
+#pragma once
+
+#include "tools/mpiJob.h"
+
+#include <chrono>
+#include <map>
+#include <string>
+
+/// This machine's name, by which the nodes know it.
+std::string ownHostName();
+
+/// Has ssh give up soon on a node that does not answer, and servers end when this machine is gone.
+void watchNodes(Job& job);
+
+/// What is known of a job's nodes while it runs.
+struct NodeWatch {
+    std::map<pid_t, std::string> launchers; // what mpiexec has started to reach the nodes; names
+    std::map<int, std::string> lifelines;   // connections of the servers, and their hosts' names
+    std::string ended;                      // the host of the first server that has ended,
+    std::chrono::steady_clock::time_point endedAt;
+};
+
+/// True when one of the programs that mpiexec has started to reach the nodes has ended with a fault.
+bool launcherFailed(pid_t mpiexec);
+
+/// Looks after the nodes. Returns what is wrong when the job has to be ended, or an empty string: a
+/// node that cannot be reached any more, a server that has ended while others wait for it.
+std::string nodeTrouble(NodeWatch& watch, pid_t mpiexec);
