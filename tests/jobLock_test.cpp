@@ -66,7 +66,8 @@ Strings operator+(Strings a, const Strings& b)
 TEST_F(FrameLock, HoldsFastTilesBack)
 {
     const Ending ending =
-        run(jobOf(manyFrames + Strings{"end"}, {"MOSA_TEST_PAUSES=1:0:20", "MOSA_STATS=100"}));
+        run(jobOf(manyFrames + Strings{"end"},
+                  {"MOSA_TEST_PAUSES=1:0:20", "MOSA_STATS=100", "MOSA_FRAMELOCK_HOLD=60000"}));
     EXPECT_EQ(ending.status, 0);
     expectSaid(ending, "MOSA: framelock: 3 servers swap together, by network\n");
     EXPECT_EQ(mostApart(shown, frames), 1);

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <stdexcept>
 
 #include <netinet/in.h>
@@ -33,16 +34,23 @@ bool mayLockFrames()
 
 int freePort()
 {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    socklen_t size = sizeof address;
-    auto* const any = reinterpret_cast<sockaddr*>(&address);
-    const bool found = fd >= 0 && bind(fd, any, size) == 0 && getsockname(fd, any, &size) == 0;
-    const int error = errno;
-    if (fd >= 0)
-        close(fd);
-    if (!found)
-        throw std::runtime_error(std::string("no port is free: ") + std::strerror(error));
-    return ntohs(address.sin_port);
+    // Below the ports that systems give to connections: one of those may be taken again before the
+    // hub listens, and a server that asks for the hub too early could reach itself.
+    constexpr unsigned first = 16'384, end = 32'768, attempts = 200;
+    std::random_device random;
+    int error = 0;
+    for (unsigned i = 0; i < attempts; ++i) {
+        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<in_port_t>(first + random() % (end - first)));
+        const bool found =
+            fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+        error = errno;
+        if (fd >= 0)
+            close(fd);
+        if (found)
+            return ntohs(address.sin_port);
+    }
+    throw std::runtime_error(std::string("no port is free: ") + std::strerror(error));
 }

@@ -35,8 +35,9 @@ std::string wordAfter(const std::string& text, const std::string& before, const 
 
 // Which task has ended without a word of its own, by mpiexec's remarks or by those of a task that
 // could not send to it; empty when they don't tell.
-std::string whoEnded(const std::string& remarks)
+std::string whoEnded(const JobEnding& ending)
 {
+    const std::string& remarks = ending.remarks;
     const std::string host = wordAfter(remarks, " RUNNING AT ", " \n");
     const std::string code = wordAfter(remarks, "=   EXIT CODE: ", " \n");
     if (!host.empty() && !code.empty())
@@ -46,7 +47,12 @@ std::string whoEnded(const std::string& remarks)
     if (task.empty())
         return {};
     const int server = std::atoi(task.c_str()) - 1;
-    return (server < 0 ? "its client" : "server " + std::to_string(server)) + " has gone";
+    if (server < 0)
+        return "its client has gone";
+    const bool isElsewhere = static_cast<std::size_t>(server) < ending.hosts.size();
+    return "server " + std::to_string(server) +
+           (isElsewhere ? " on " + ending.hosts[static_cast<std::size_t>(server)] : "") +
+           " has gone";
 }
 
 void passLine(JobStream& stream, const std::string& line)
@@ -166,8 +172,12 @@ JobWatch startWatch(const Job& job, std::FILE* to)
 {
     Job piped = job;
     piped.output = Output::pipe;
-    JobWatch watch{
-        .process = startJob(piped), .out = {}, .err = {}, .nodes = {}, .nodeTrouble = {}};
+    JobWatch watch{.process = startJob(piped),
+                   .out = {},
+                   .err = {},
+                   .nodes = {},
+                   .nodeTrouble = {},
+                   .hosts = job.hosts};
     watch.out.fd = watch.process.out;
     watch.out.to = to;
     watch.err.fd = watch.process.err;
@@ -231,6 +241,7 @@ JobEnding finishWatch(JobWatch& watch, Timeout timeout)
     }
     ending.status = finishProcess(watch.process, Timeout{}).status;
     ending.nodeTrouble = watch.nodeTrouble;
+    ending.hosts = watch.hosts;
     ending.complained = watch.err.any;
     ending.out = watch.out.kept;
     ending.err = watch.err.kept;
@@ -258,7 +269,7 @@ int reportEnding(const JobEnding& ending)
         std::fprintf(stderr, "mosa-wall: %s: the job has been ended\n", ending.nodeTrouble.c_str());
     else if (ending.timedOut)
         std::fputs("mosa-wall: the job took too long\n", stderr);
-    else if (const std::string who = whoEnded(ending.remarks); ending.status != 0 && !who.empty())
+    else if (const std::string who = whoEnded(ending); ending.status != 0 && !who.empty())
         std::fprintf(stderr, "mosa-wall: the job failed: %s%s\n", who.c_str(),
                      ending.complained ? "; the messages above say why" : "");
     else if (ending.status != 0 && ending.complained)

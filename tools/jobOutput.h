@@ -28,6 +28,7 @@ struct JobEnding {
     std::string trouble;     // with the last frame
     std::string out, err;    // of the tasks, when it was not passed on
     std::string remarks;
+    std::vector<std::string> hosts; // of the servers, as in Job
 };
 
 /// The standard output or error of a job that runs.
@@ -48,7 +49,8 @@ struct JobWatch {
     Process process;
     JobStream out, err;
     NodeWatch nodes;
-    std::string nodeTrouble; // for which the job has been stopped
+    std::string nodeTrouble;        // for which the job has been stopped
+    std::vector<std::string> hosts; // of the servers, as in Job
 };
 
 using JobClock = std::chrono::steady_clock;

@@ -12,6 +12,7 @@ struct Job {
     int servers = 1;
     std::vector<std::string> environment; // NAME=value, of every task
     std::vector<std::string> options;     // more of mpiexec's, such as -f HOSTFILE
+    std::vector<std::string> hosts = {};  // of each server, by its number; empty: this machine
     bool label = false;                   // each line of output begins with its task's number
     Output output = Output::capture;
     std::vector<std::string> secrets = {}; // environment that is not on the command line

@@ -168,6 +168,7 @@ std::string inLowerCase(std::string text)
 }
 
 // Takes out of what was said why a server's node is silent: its own words, else mpiexec's or ssh's.
+// Empty when nobody says why.
 std::string takeReason(std::string& words, int task, const std::string& host)
 {
     std::istringstream lines(words);
@@ -188,7 +189,7 @@ std::string takeReason(std::string& words, int task, const std::string& host)
     words = rest;
     while (!reason.empty() && std::isspace(static_cast<unsigned char>(reason.back())))
         reason.pop_back();
-    return reason.empty() ? "its node does not answer" : reason;
+    return reason;
 }
 
 bool hasFault(const std::vector<Finding>& findings)
@@ -255,7 +256,8 @@ void putOnWall(Job& job, const Wall& wall, const std::vector<Host>& hosts)
     job.environment = {"MOSA_DISPLAY=" + std::filesystem::absolute(wall.file).string(),
                        "SYSTEM_OPENGL_LIB=" + openGLOf(std::getenv("SYSTEM_OPENGL_LIB"))};
     if (!hosts.empty()) {
-        placeServers(hosts, job.servers); // are there enough?
+        for (const Place& place : placeServers(hosts, job.servers))
+            job.hosts.push_back(place.host);
         std::string list = ownHostName() + ":1";
         for (const Host& host : hosts)
             list += "," + host.name + ":" + std::to_string(host.servers);
@@ -359,6 +361,7 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
     }
     std::vector<Finding> findings;
     std::string said = ending.err;
+    bool isExplained = true;
     for (std::size_t server = 0; server < wall.tiles.size(); ++server) {
         const auto answer = answers.find(server);
         const bool silent = answer == answers.end();
@@ -366,16 +369,24 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
             continue;
         const int line = wall.tiles[server].line;
         const std::string& host = places.at(server).host;
+        std::string text =
+            silent ? takeReason(said, static_cast<int>(server) + 1, host) : answer->second.text;
+        if (text.empty()) {
+            text = "its node does not answer";
+            isExplained = false;
+        }
         findings.push_back({line, silent || answer->second.fault,
                             "server " + std::to_string(server) + " (line " + std::to_string(line) +
-                                ")" + (host.empty() ? "" : " on " + host) + ": " +
-                                (silent ? takeReason(said, static_cast<int>(server) + 1, host)
-                                        : answer->second.text)});
+                                ")" + (host.empty() ? "" : " on " + host) + ": " + text});
     }
     if (ending.status != 0) { // the launcher's own words say why
         const std::string words = withoutRemarks(said);
-        if (findings.empty() || (!words.empty() && !hasFault(findings)))
-            findings.push_back({0, true, words.empty() ? "mpiexec failed: " + ending.err : words});
+        if (findings.empty() || !isExplained || (!words.empty() && !hasFault(findings)))
+            findings.push_back({0, true,
+                                words.empty()
+                                    ? "mpiexec failed, status " + std::to_string(ending.status) +
+                                          (ending.err.empty() ? "" : ": " + ending.err)
+                                    : words});
     }
     return {findings, answers.size() == wall.tiles.size() ? samples : 0, hubPort};
 }

@@ -201,6 +201,17 @@ void standIn::setPixelStore(GLenum name, GLint value)
     current->state.store[name] = value;
 }
 
+std::optional<GLint> standIn::unpackParameter(GLenum name)
+{
+    const bool known = (name >= GL_UNPACK_SWAP_BYTES && name <= GL_UNPACK_ALIGNMENT) ||
+                       name == GL_UNPACK_SKIP_IMAGES || name == GL_UNPACK_IMAGE_HEIGHT;
+    if (!current || !known)
+        return {};
+    const auto found = current->state.store.find(name);
+    return found == current->state.store.end() ? (name == GL_UNPACK_ALIGNMENT ? 4 : 0)
+                                               : found->second;
+}
+
 void standIn::push(GLbitfield mask)
 {
     if (!refused() && current->stack.size() < stackDepth)
@@ -272,12 +283,7 @@ void standIn::readImage(int dimensions, GLsizei width, GLsizei height, GLsizei d
 {
     if (!current || !pixels || width <= 0 || height <= 0 || depth <= 0)
         return;
-    const auto value = [](GLenum name) {
-        const auto found = current->state.store.find(name);
-        return std::int64_t{found == current->state.store.end()
-                                ? (name == GL_UNPACK_ALIGNMENT ? 4 : 0)
-                                : found->second};
-    };
+    const auto value = [](GLenum name) { return std::int64_t{*unpackParameter(name)}; };
     const bool bits = type == GL_BITMAP;
     const int bytes = pixelBytes(format, type);
     if (!bits && bytes == 0)

@@ -5,6 +5,8 @@
 
 #include "wire/operations.h"
 
+#include <optional>
+
 namespace standIn {
 
 /// Another context is current; null: none. A destroyed one must never come.
@@ -20,6 +22,8 @@ void setEnabled(GLenum array, bool enabled);
 void setAttributeEnabled(GLuint index, bool enabled);
 void setUnit(GLenum unit);
 void setPixelStore(GLenum name, GLint value);
+/// What is in force; nothing where the name is no parameter of the unpack state.
+std::optional<GLint> unpackParameter(GLenum name);
 void push(GLbitfield mask);
 void pop();
 void begin();

@@ -268,6 +268,11 @@ void answer(GLenum name, T* values)
     const bool isFourfold =
         name == GL_VIEWPORT || name == GL_SCISSOR_BOX || name == GL_CURRENT_RASTER_POSITION;
     const int count = isMatrix ? 16 : isFourfold ? 4 : 1;
+    // What the server saves of these it puts back.
+    if (const std::optional<GLint> value = standIn::unpackParameter(name)) {
+        *values = static_cast<T>(*value);
+        return;
+    }
     if constexpr (std::is_integral_v<T>)
         std::fill_n(values, count, truncate(queriedNumber));
     else
