@@ -140,6 +140,7 @@ Ending askNodes(const Job& job)
     constexpr Timeout step = std::chrono::milliseconds(100);
     constexpr Timeout others = std::chrono::seconds(2); // those that can be reached answer by then
     Process process = startJob(job);
+    closeInput(process);
     for (Timeout spent{}; spent < probeTime && !waitForEnd(process, step); spent += step)
         if (launcherFailed(process.pid)) {
             waitForEnd(process, others);
@@ -329,12 +330,14 @@ int mostSamples(const std::string& display, int screen, const std::string& libra
 WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places)
 {
     Job probe = job;
-    probe.client = {"true"}; // keeps the client's place
+    // Keeps the client's place, until mpiexec has handed it the end of its input: one that has gone
+    // by then is mpiexec's own end (SIGPIPE).
+    probe.client = {"cat"};
     probe.label = true;
     const std::string file = std::filesystem::absolute(wall.file);
     probe.server = {ownProgram(), "probe", file, sumOf(file), sumOf(serverProgram())};
     probe.output = Output::capture;
-    probe.inputPipe = false;
+    probe.inputPipe = true;
     if (!job.options.empty())
         std::fputs("mosa-wall: asking the nodes ...\n", stderr);
     const Ending ending = askNodes(probe);
