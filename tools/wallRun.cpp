@@ -109,6 +109,24 @@ Finding judgeProgram(const std::string& sumThere)
     return {};
 }
 
+// What keeps MPI from beginning here: it would end with a bus error, or with many words and no
+// node.
+std::string faultOfMemory()
+{
+    constexpr char folder[] = "/dev/shm";
+    constexpr std::uintmax_t perTask = std::uintmax_t{9} << 19; // 4.5 MiB: 4.2 as measured
+    const char* here = std::getenv("MPI_LOCALNRANKS"); // set by mpiexec: tasks on this node
+    const auto tasks = static_cast<unsigned>(std::max(here ? std::atoi(here) : 1, 1));
+    std::error_code unknown;
+    const std::uintmax_t room = std::filesystem::space(folder, unknown).available;
+    if (unknown || room >= tasks * perTask)
+        return {};
+    return std::string(folder) + " has room for " + std::to_string(room >> 10) +
+           " KiB only: " + std::to_string(tasks) +
+           (tasks == 1 ? " MPI task needs " : " MPI tasks need ") +
+           std::to_string((tasks * perTask) >> 10);
+}
+
 // What keeps a server from showing its tile, or is worth knowing; empty when nothing is.
 Finding judgeServer(const Wall& wall, std::size_t server, const SumsThere& sums, int& samples)
 {
@@ -120,9 +138,10 @@ Finding judgeServer(const Wall& wall, std::size_t server, const SumsThere& sums,
     const Finding program = judgeProgram(sums.server);
     if (program.fault)
         return {tile.line, true, program.text};
-    const std::string library = faultOfLibrary(std::getenv("SYSTEM_OPENGL_LIB"));
-    if (!library.empty())
-        return {tile.line, true, library};
+    for (const std::string& fault :
+         {faultOfMemory(), faultOfLibrary(std::getenv("SYSTEM_OPENGL_LIB"))})
+        if (!fault.empty())
+            return {tile.line, true, fault};
     Display* dpy = XOpenDisplay(tile.entry.dpyName.c_str());
     if (!dpy)
         return {tile.line, true, faultOfDisplay(tile.entry)};

@@ -58,6 +58,7 @@ faulty "$covered $scratch/wall.conf" "umount $scratch/wall.conf" "wall.conf"
 display="Xvfb :0 -screen 0 150x300x24 -ac -noreset -listen tcp &>/dev/null &
     until [ -e /tmp/.X11-unix/X0 ]; do sleep 0.1; done"
 faulty "pkill Xvfb; while pgrep Xvfb >/dev/null; do sleep 0.1; done" "$display" "the display :0 cannot be opened"
+faulty "mount -t tmpfs -o size=100k full /dev/shm" "umount /dev/shm" "/dev/shm has room for 100 KiB only"
 faulty "pkill -f sbin/sshd" "/usr/sbin/sshd -f $scratch/state/sshd_config" "Connection refused"
 printf 'node1\nelsewhere\n' >others
 ! wall check wall.conf --hosts others || fail "a host that there is not"
