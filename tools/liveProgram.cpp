@@ -101,6 +101,15 @@ void openDesk(Desk& desk, bool wanted)
     desk.environment = {"DISPLAY=" + desk.displays[0].name, "LIBGL_ALWAYS_SOFTWARE=1"};
 }
 
+std::string sizeText(long bytes)
+{
+    char text[32];
+    const bool isLarge = bytes >= 1'000'000;
+    std::snprintf(text, sizeof text, "%.1f %s", static_cast<double>(bytes) / (isLarge ? 1e6 : 1e3),
+                  isLarge ? "MB" : "KB");
+    return text;
+}
+
 bool isTerminal() { return isatty(STDERR_FILENO) != 0; }
 
 } // namespace
@@ -247,8 +256,8 @@ int recordProgram(const LiveOptions& options, const std::string& file)
         static Clock::time_point said;
         if (isTerminal() && Clock::now() - said > std::chrono::milliseconds(500)) {
             said = Clock::now();
-            std::fprintf(stderr, "\rmosa-wall: %ld frames, %.0f per second, %.1f MB  ", frames,
-                         static_cast<double>(frames) / seconds(), static_cast<double>(whole) / 1e6);
+            std::fprintf(stderr, "\rmosa-wall: %ld frames, %.0f per second, %s  ", frames,
+                         static_cast<double>(frames) / seconds(), sizeText(whole).c_str());
         }
         if (options.seconds > 0 && seconds() >= options.seconds && !stopped) {
             stopped = true;
@@ -275,8 +284,8 @@ int recordProgram(const LiveOptions& options, const std::string& file)
             stopProcess(running, programGrace);
         throw std::runtime_error(trouble + "; " + std::to_string(frames) + " frames were recorded");
     }
-    std::fprintf(stderr, "mosa-wall: %s: %ld frames, %.1f MB\n", file.c_str(), frames,
-                 static_cast<double>(whole) / 1e6);
+    std::fprintf(stderr, "mosa-wall: %s: %ld frames, %s\n", file.c_str(), frames,
+                 sizeText(whole).c_str());
     if (stopped && frames == 0)
         sayDrewNothing(options);
     if (stopped)

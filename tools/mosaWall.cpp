@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
 
@@ -75,9 +76,23 @@ void requireOneKind(const CLI::App* command, const WallOptions& options, const c
                                             "the other");
 }
 
+// Usage lines that end with a program.
+class UsageWithProgram : public CLI::Formatter {
+public:
+    std::string make_usage(const CLI::App* command, std::string name) const override
+    {
+        std::string usage = CLI::Formatter::make_usage(command, name);
+        const bool isRequired = command->get_name() == "record";
+        usage.insert(usage.find_last_not_of('\n') + 1,
+                     isRequired ? " -- PROGRAM [ARGUMENT...]" : " [-- PROGRAM [ARGUMENT...]]");
+        return usage;
+    }
+};
+
 // A program behind "--" on the command line, which main has taken off.
 void addLive(CLI::App* command, LiveOptions& options)
 {
+    command->formatter(std::make_shared<UsageWithProgram>());
     command
         ->add_option("--window", options.window,
                      "the program's window to show: largest, all, or part of a title")
