@@ -16,10 +16,11 @@
 /// whether all has arrived, and answers no more once its own questions are answered; one that asks
 /// later waits for ever, and with it all the others. By then everything has been said and done, so
 /// after a while the task ends as it is, which mpiexec takes for a good end. Not one by one: the
-/// end of one would wake others, which would go on to wait for it elsewhere. First all stand still.
+/// end of one would wake others, which would go on to wait for it elsewhere, or to fail. First all
+/// stand still, also those that came here a while later.
 inline void finalizeTask(int status)
 {
-    static constexpr std::chrono::milliseconds longest{1000}, untilAllStandStill{1000};
+    static constexpr std::chrono::milliseconds longest{1000}, untilAllStandStill{2500};
     int tasks = 0;
     MPI_Comm_size(MPI_COMM_WORLD, &tasks);
     const char* here = std::getenv("MPI_LOCALNRANKS"); // set by mpiexec: tasks on this machine
