@@ -196,10 +196,13 @@ bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd)
         pollfd events[] = {{watch.process.pidFd, POLLIN, 0},
                            {otherPidFd, POLLIN, 0},
                            {watch.out.fd, POLLIN, 0},
-                           {watch.err.fd, POLLIN, 0}};
+                           {watch.err.fd, POLLIN, 0},
+                           {watch.nodes.client, POLLIN, 0}};
         poll(events, std::size(events), static_cast<int>(std::clamp<long>(left, 0, look)));
         drain(watch.out);
         drain(watch.err);
+        if (events[4].revents)
+            clientHasEnded(watch.nodes);
         if (events[0].revents)
             return true;
         if (endForNodes(watch))
@@ -241,6 +244,10 @@ JobEnding finishWatch(JobWatch& watch, Timeout timeout)
     }
     ending.status = finishProcess(watch.process, Timeout{}).status;
     ending.nodeTrouble = watch.nodeTrouble;
+    if (watch.nodes.clientEndedFirst)
+        ending.endedFirst = "its client";
+    else if (!watch.nodes.ended.empty())
+        ending.endedFirst = "the server on " + watch.nodes.ended;
     ending.hosts = watch.hosts;
     ending.complained = watch.err.any;
     ending.out = watch.out.kept;
@@ -275,7 +282,9 @@ int reportEnding(const JobEnding& ending)
     else if (ending.status != 0 && ending.complained)
         std::fputs("mosa-wall: the job failed; the first message above is the cause\n", stderr);
     else if (ending.status != 0)
-        std::fprintf(stderr, "%smosa-wall: the job failed\n", ending.remarks.c_str());
+        std::fprintf(stderr, "%smosa-wall: the job failed%s\n", ending.remarks.c_str(),
+                     ending.endedFirst.empty() ? ""
+                                               : (": " + ending.endedFirst + " has gone").c_str());
     return !ending.nodeTrouble.empty() || ending.timedOut || ending.status != 0 ||
                    !ending.trouble.empty()
                ? 1

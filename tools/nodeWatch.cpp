@@ -11,6 +11,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -125,11 +126,8 @@ void acceptLifelines(NodeWatch& watch)
     }
 }
 
-// The host of a server that has ended a while ago, when others still run: MPI does not always tell
-// them, and they would wait for it.
-std::string lostServer(NodeWatch& watch)
+void noteEnds(NodeWatch& watch)
 {
-    constexpr std::chrono::seconds longest{4}; // that the ends of a job's servers lie apart
     const auto now = std::chrono::steady_clock::now();
     acceptLifelines(watch);
     std::erase_if(watch.lifelines, [&watch, now](const auto& lifeline) {
@@ -144,8 +142,30 @@ std::string lostServer(NodeWatch& watch)
         }
         return true;
     });
-    const bool isLate = !watch.ended.empty() && now - watch.endedAt > longest;
+}
+
+// The host of a server that has ended a while ago, when others still run: MPI does not always tell
+// them, and they would wait for it.
+std::string lostServer(NodeWatch& watch)
+{
+    constexpr std::chrono::seconds longest{4}; // that the ends of a job's servers lie apart
+    noteEnds(watch);
+    const bool isLate =
+        !watch.ended.empty() && std::chrono::steady_clock::now() - watch.endedAt > longest;
     return isLate && !watch.lifelines.empty() ? watch.ended : "";
+}
+
+// The client is the first task, and runs here: below a launcher of this machine, which names none.
+void findClient(NodeWatch& watch, pid_t mpiexec)
+{
+    for (const pid_t launcher : childrenOf(mpiexec)) {
+        const std::vector<pid_t> tasks = childrenOf(launcher);
+        if (watch.launchers.contains(launcher) || tasks.empty())
+            continue;
+        watch.client = static_cast<int>(syscall(SYS_pidfd_open, tasks.front(), 0));
+        watch.clientSeen = true;
+        return;
+    }
 }
 
 } // namespace
@@ -158,9 +178,19 @@ bool launcherFailed(pid_t mpiexec)
 
 std::string nodeTrouble(NodeWatch& watch, pid_t mpiexec)
 {
+    if (!watch.clientSeen && !watch.lifelines.empty())
+        findClient(watch, mpiexec);
     if (const std::string node = lostNode(watch, mpiexec); !node.empty())
         return node + " cannot be reached any more";
     if (const std::string host = lostServer(watch); !host.empty())
         return "the server on " + host + " has ended, and others wait for it";
     return {};
+}
+
+void clientHasEnded(NodeWatch& watch)
+{
+    close(watch.client);
+    watch.client = -1;
+    noteEnds(watch);
+    watch.clientEndedFirst = watch.ended.empty();
 }

@@ -20,11 +20,17 @@ struct NodeWatch {
     std::map<int, std::string> lifelines;   // connections of the servers, and their hosts' names
     std::string ended;                      // the host of the first server that has ended,
     std::chrono::steady_clock::time_point endedAt;
+    int client = -1; // pidfd of the client while it runs: for poll(2)
+    bool clientSeen = false, clientEndedFirst = false; // before any server
 };
 
-/// True when one of the programs that mpiexec has started to reach the nodes has ended with a fault.
+/// True when one of the programs that mpiexec has started to reach the nodes has ended with a
+/// fault.
 bool launcherFailed(pid_t mpiexec);
 
 /// Looks after the nodes. Returns what is wrong when the job has to be ended, or an empty string: a
 /// node that cannot be reached any more, a server that has ended while others wait for it.
 std::string nodeTrouble(NodeWatch& watch, pid_t mpiexec);
+
+/// Notes that the client has ended; to be called as soon as that is known.
+void clientHasEnded(NodeWatch& watch);

@@ -3,24 +3,48 @@
 
 #include <mpi.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <poll.h>
+#include <string_view>
 #include <thread>
 #include <unistd.h>
+
+/// Tells mpiexec that this task has finalized, as MPI_Finalize does at its end (PMI 1: a line each
+/// way over the connection whose descriptor mpiexec leaves in PMI_FD, which it closes then). A task
+/// whose connection closes without has failed, unless mpiexec happens to hear of its good end later
+/// than of that.
+inline void tellFinalized()
+{
+    constexpr std::string_view farewell = "cmd=finalize\n";
+    constexpr int longest = 1000; // milliseconds, for each piece of the answer
+    const char* descriptor = std::getenv("PMI_FD");
+    if (!descriptor)
+        return;
+    const int fd = std::atoi(descriptor);
+    std::signal(SIGPIPE, SIG_IGN); // when the connection has ended already
+    if (write(fd, farewell.data(), farewell.size()) < 0)
+        return;
+    std::array<char, 256> answer;
+    pollfd readable{fd, POLLIN, 0};
+    while (poll(&readable, 1, longest) > 0 && read(fd, answer.data(), answer.size()) > 0) {
+    }
+}
 
 /// MPI_Finalize for a task that is about to end with `status`; the last thing that it does.
 ///
 /// Between machines it may never return: in MPICH on UCX over TCP each task asks every other
 /// whether all has arrived, and answers no more once its own questions are answered; one that asks
 /// later waits for ever, and with it all the others. By then everything has been said and done, so
-/// after a while the task ends as it is, which mpiexec takes for a good end. Not one by one: the
-/// end of one would wake others, which would go on to wait for it elsewhere, or to fail. First all
-/// stand still, also those that came here a while later.
+/// after a while the task ends as it is. Not one by one: the end of one would wake others, which
+/// would go on to wait for it elsewhere, and mpiexec fails where it is to wake one that is gone.
+/// First all stand still, also those that came here a while later.
 inline void finalizeTask(int status)
 {
-    static constexpr std::chrono::milliseconds longest{1000}, untilAllStandStill{2500};
+    static constexpr std::chrono::milliseconds longest{1000}, untilAllStandStill{1500};
     int tasks = 0;
     MPI_Comm_size(MPI_COMM_WORLD, &tasks);
     const char* here = std::getenv("MPI_LOCALNRANKS"); // set by mpiexec: tasks on this machine
@@ -33,6 +57,7 @@ inline void finalizeTask(int status)
             });
             pthread_kill(caller, SIGUSR2);
             std::this_thread::sleep_for(untilAllStandStill);
+            tellFinalized();
             std::fflush(stdout);
             _exit(status);
         }).detach();

@@ -81,7 +81,7 @@ breaks() { # how, what is said, back again
     eval "$3"
 }
 breaks '"$nodes" cut 2' "mosa-wall: node2 cannot be reached any more" '"$nodes" heal 2'
-breaks '"$nodes" in 2 pkill -KILL -f "^$build/server"' "on node2 has ended, exit code 9\|server 1 on node2 has gone" :
+breaks '"$nodes" in 2 pkill -KILL -f "^$build/server"' "on node2 has ended, exit code 9\|server \(1 \)\?on node2 has gone" :
 breaks '"$nodes" in 0 pkill -KILL -f "^$build/play"' "on app has ended, exit code 9\|its client has gone" :
 breaks '"$nodes" in 2 pkill -KILL Xvfb' "lost the connection to display :0.0 on node2" \
     '"$nodes" in 2 bash -c "rm -f /tmp/.X11-unix/X0 /tmp/.X0-lock; $display"'
