@@ -28,8 +28,7 @@ struct JobEnding {
     std::string trouble;     // with the last frame
     std::string out, err;    // of the tasks, when it was not passed on
     std::string remarks;
-    std::string
-        endedFirst; // which task, on several hosts: now and then mpiexec loses what MPI said
+    std::string endedFirst;         // which task, on several hosts: mpiexec may lose what MPI said
     std::vector<std::string> hosts; // of the servers, as in Job
 };
 

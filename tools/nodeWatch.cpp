@@ -126,6 +126,7 @@ void acceptLifelines(NodeWatch& watch)
     }
 }
 
+// A server has ended when its lifeline has.
 void noteEnds(NodeWatch& watch)
 {
     const auto now = std::chrono::steady_clock::now();
