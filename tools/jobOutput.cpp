@@ -278,7 +278,7 @@ int reportEnding(const JobEnding& ending)
         std::fputs("mosa-wall: the job took too long\n", stderr);
     else if (const std::string who = whoEnded(ending); ending.status != 0 && !who.empty())
         std::fprintf(stderr, "mosa-wall: the job failed: %s%s\n", who.c_str(),
-                     ending.complained ? "; the messages above say why" : "");
+                     ending.complained ? "; the messages above may say why" : "");
     else if (ending.status != 0 && ending.complained)
         std::fputs("mosa-wall: the job failed; the first message above is the cause\n", stderr);
     else if (ending.status != 0)

@@ -24,7 +24,16 @@ std::vector<Host> hostsOf(const WallOptions& options)
 
 std::vector<Place> placesOf(const Wall& wall, const WallOptions& options)
 {
-    return placeServers(hostsOf(options), static_cast<int>(wall.tiles.size()));
+    const std::vector<Host> hosts = hostsOf(options);
+    std::size_t room = 0;
+    for (const Host& host : hosts)
+        room += static_cast<std::size_t>(host.servers);
+    if (room > wall.tiles.size())
+        std::fprintf(stderr,
+                     "mosa-wall: note: the host file has places for %zu servers, the wall has %zu: "
+                     "the last are not used\n",
+                     room, wall.tiles.size());
+    return placeServers(hosts, static_cast<int>(wall.tiles.size()));
 }
 
 // Asks the nodes, the way the job will reach them, and says what they are not ready for.

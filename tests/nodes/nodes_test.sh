@@ -63,6 +63,9 @@ faulty "pkill -f sbin/sshd" "/usr/sbin/sshd -f $scratch/state/sshd_config" "Conn
 printf 'node1\nelsewhere\n' >others
 ! wall check wall.conf --hosts others || fail "a host that there is not"
 said "on elsewhere: .*Could not resolve"
+printf 'node1\nnode2\nelsewhere\n' >others
+wall check wall.conf --hosts others || fail "a host too many"
+said "places for 3 servers, the wall has 2: the last are not used"
 
 # While it runs, too; soon everything has ended everywhere, and a node that comes back is free.
 breaks() { # how, what is said, back again
