@@ -3,6 +3,7 @@
 #pragma once
 
 #include "coding/fromWire.h"
+#include "coding/queries.h"
 
 #include <vector>
 
@@ -60,13 +61,16 @@ struct Entry<op, R(P...)> {
     }
 };
 
-/// Makes every entry one that does nothing.
+/// Makes every entry one that does nothing, also those that only the server itself asks for.
 inline void installNothing(glOp* table)
 {
-#define OPERATION(number, name, ...)                                                               \
-    table[number] = reinterpret_cast<glOp>(Entry<Op::name, decltype(::name)>::nothing);
+    const auto install = [table]<Op op>() {
+        if constexpr (requires { typename PrototypeOf<op>::Type; })
+            table[indexOf(op)] = reinterpret_cast<glOp>(Entry<op, Prototype<op>>::nothing);
+    };
+#define OPERATION(number, name, ...) install.template operator()<Op::name>();
 #define BY_HAND OPERATION
-#define UNPERFORMED(number, name, ...)
+#define UNPERFORMED OPERATION
 #include "wire/operations.def"
 }
 

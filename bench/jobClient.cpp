@@ -10,7 +10,7 @@
 #include "client/connection.h"
 #include "client/encoder.h"
 #include "client/streamFile.h"
-#include "wire/finalize.h"
+#include "shuffle/endTask.h"
 
 #include <algorithm>
 #include <chrono>
@@ -214,6 +214,6 @@ int main(int argc, char** argv)
         finishServers(connection);
         disconnectServers(connection);
     }
-    finalizeTask(0);
+    endTask(0);
     return 0;
 }

@@ -7,7 +7,7 @@
 #include "coding/clientMemory.h"
 #include "coding/decoder.h"
 #include "coding/fromWire.h"
-#include "coding/keptData.h"
+#include "coding/images.h"
 
 #include <algorithm>
 
@@ -31,6 +31,9 @@ auto arrayAt(char* at)
     using Pointer = typename Signature<F>::template Parameter<i>;
     return reinterpret_cast<Pointer>(at);
 }
+
+/// Values that a parameter of any name has at most: a matrix.
+inline constexpr int mostValues = 16;
 
 // One decoder for each layout.
 
@@ -76,47 +79,69 @@ char* decode(ParameterArray<sizes>, char* args)
 {
     using S = Signature<F>;
     const ParamSize* size = findParam(sizes, parameter<F, S::scalars - 1>(args));
-    if (!size)
-        std::fprintf(stderr, "Attention MOSA: unknown enum in %s\n", opNames[indexOf(op)]);
     char* values = args + S::scalarBytes;
     if (!size) {
+        std::fprintf(stderr, "Attention MOSA: unknown enum in %s\n", opNames[indexOf(op)]);
         // The library may know the parameter, and read as many values as it has.
-        constexpr int most = 16;
-        alignas(double) char padded[most * sizeof(double)] = {};
-        std::copy_n(values, sizes.otherwise, padded);
-        call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(padded));
+        const Supplied supplied = supplyValues(values, mostValues * elementSize<F, S::scalars>());
+        call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(supplied.at));
         return values + sizes.otherwise;
     }
     call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(values));
     return values + size->bytes;
 }
 
-template <Op op, class F, Count count, Null null, Memory memory>
-char* decode(DataBlock<count, null, memory>, char* args)
+/// Bytes of the kept data of an operation that it reads.
+template <Op op, class F>
+std::int64_t keptBytesRead(const char* args)
 {
-    using S = Signature<F>;
+    if constexpr (op == Op::glCallLists)
+        return listNameBytes(parameter<F, 0>(args), parameter<F, 1>(args));
+    else if constexpr (op == Op::glMap1d || op == Op::glMap1f)
+        return elementSize<F, Signature<F>::scalars>() *
+               mapValues(parameter<F, 0>(args), parameter<F, 3>(args), parameter<F, 4>(args));
+    else {
+        static_assert(op == Op::glMap2d || op == Op::glMap2f);
+        return elementSize<F, Signature<F>::scalars>() *
+               mapValues(parameter<F, 0>(args), parameter<F, 3>(args), parameter<F, 4>(args),
+                         parameter<F, 7>(args), parameter<F, 8>(args));
+    }
+}
+
+/// The data of a block.
+struct BlockData {
+    char* data;
+    std::int64_t bytes;
+    bool isNull; // there are none: the operation gets a null pointer
+};
+template <class F, Count count, Null null>
+BlockData dataIn(char* args)
+{
     using Places = DataBlockPlaces<F, count, null>;
-    char* data = args + Places::data;
     bool isNull = false;
     if constexpr (Places::flagged)
         isNull = load<std::int32_t>(args + Places::flag) != 0;
     const std::int64_t bytes = isNull ? 0 : dataBytes<F, count>(args, typeSize);
     if constexpr (null == Null::whenEmpty)
         isNull = bytes == 0;
+    return {args + Places::data, bytes, isNull};
+}
 
+template <Op op, class F, Count count, Null null, Memory memory>
+char* decode(DataBlock<count, null, memory>, char* args)
+{
+    using S = Signature<F>;
+    const auto [data, bytes, isNull] = dataIn<F, count, null>(args);
     char* passed = isNull ? nullptr : data;
-    if constexpr (memory != Memory::none) {
+    if constexpr (memory != Memory::none)
         if (!isNull)
             passed = keepData(memory, data, static_cast<int>(bytes), opNames[indexOf(op)]);
-        else if constexpr (null == Null::lastArrived)
-            passed = scratchOf(memory).data;
-    }
     if constexpr (null == Null::lastArrived) {
-        if (!enoughArrived(opNames[indexOf(op)], elementsNeeded<op>(args),
-                           scratchOf(memory).arrived))
-            return data + bytes;
-    }
-    call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(passed));
+        const Supplied kept = keptData(memory, keptBytesRead<op, F>(args), opNames[indexOf(op)]);
+        if (kept.at)
+            call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(kept.at));
+    } else
+        call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(passed));
     return data + bytes;
 }
 
@@ -126,7 +151,8 @@ char* decode(ClientArray<memory, components, typeAt>, char* args)
     using Places = ClientArrayPlaces<F, components, typeAt>;
     const std::int64_t bytes = arrayBytes<F, components, typeAt>(args, typeSize);
     char* data = args + Places::data;
-    char* array = keepData(memory, data, static_cast<int>(bytes), opNames[indexOf(op)]);
+    char* array = keepArray(memory, data, static_cast<int>(bytes),
+                            parameter<F, Places::stride>(args), opNames[indexOf(op)]);
     constexpr GLsizei packed = 0; // the stride: elements are tightly packed on the wire
     call<op, F, Places::stride>(args, packed, arrayAt<F, Places::stride + 1>(array));
     return data + bytes;
@@ -138,6 +164,29 @@ char* decode(Guarded<Layout>, char* args)
     if (!mayPerform<op>(args)) [[unlikely]]
         return args + blockBytes(recordExtents[indexOf(op)], args);
     return decode<op, F>(Layout{}, args);
+}
+
+template <Op op, class F, int bytes>
+char* decode(Padded<FixedArrays<bytes>>, char* args)
+{
+    static_assert(Signature<F>::count == 1);
+    const Supplied pixels = supply(opNames[indexOf(op)], args, bytes, bytesRead<op>(args));
+    if (pixels.at)
+        call<op, F, 0>(args, arrayAt<F, 0>(pixels.at));
+    return args + bytes;
+}
+
+template <Op op, class F, Count count, Null null>
+char* decode(Padded<DataBlock<count, null>>, char* args)
+{
+    using S = Signature<F>;
+    const auto [data, bytes, isNull] = dataIn<F, count, null>(args);
+    if (isNull)
+        call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(nullptr));
+    else if (const Supplied pixels = supply(opNames[indexOf(op)], data, bytes, bytesRead<op>(args));
+             pixels.at)
+        call<op, F, S::scalars>(args, arrayAt<F, S::scalars>(pixels.at));
+    return data + bytes;
 }
 
 template <Op op, class F, class Layout>

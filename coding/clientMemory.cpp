@@ -1,238 +1,276 @@
 #include "coding/clientMemory.h"
 #include "coding/server_overload/system.h"
+#include "wire/clientArrays.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
+#include <bitset>
 #include <cstdio>
-#include <limits>
 #include <unordered_map>
-#include <vector>
 
 namespace {
 
-constexpr std::int64_t veryMany = std::numeric_limits<std::int64_t>::max();
+// ---- What is known of a context's arrays -------------------------------------------------------
 
-// ---- What is followed of a context -------------------------------------------------------------
-
-constexpr int units = 32;      // of texture coordinates
-constexpr int attributes = 64; // of vertices
-constexpr int firstUnit = static_cast<int>(Memory::vertexAttrib) + 1;
+// The kinds, then coordinates by unit, then attributes. More than any library has.
+constexpr int units = 32;
+constexpr int attributes = 64;
+constexpr int firstUnit = static_cast<int>(Memory::vertexAttrib);
 constexpr int firstAttribute = firstUnit + units;
+using Arrays = std::bitset<firstAttribute + attributes>;
+constexpr int notKnown = -1;
 
-struct Array {
-    bool enabled = false;      // or may be
-    std::int64_t elements = 0; // 0 too while the library may hold no address
+struct Context {
+    Arrays enabled;      // or may be
+    Arrays everEnabled;  // what a pop may bring back
+    Arrays addressed;    // certainly has an address, that of its kind's memory
+    int unit = 0;        // that coordinates concern
+    bool pushed = false; // a pop may bring arrays back
+    bool inside = false;
+    bool unpackChanged = false;
 };
 
-// A parameter of the unpack state: the latest, and the largest that may be in force in its stead.
-struct Parameter {
-    GLint now = 0, most = 0;
-};
+std::unordered_map<GLXContext, Context> contexts;
+Context none; // without a context OpenGL does nothing
+Context* current = &none;
+Arrays enabledByServer; // arrays that a glEnable named: it may stand in lists
+std::int64_t reach;
 
-struct Unpack {
-    Parameter rowLength, imageHeight, skipRows, skipPixels, skipImages, alignment{4, 4};
-};
-
-struct Saved {
-    GLbitfield mask;
-    std::array<Array, firstAttribute + attributes> arrays;
-    int unit;
-    Unpack unpack;
-};
-
-struct Client {
-    std::array<Array, firstAttribute + attributes> arrays{};
-    int unitsThere = 0;            // 0: not asked for yet
-    int unit = 0;                  // that texture coordinate arrays concern; -1: not known
-    std::int64_t there = veryMany; // elements of the shortest enabled array
-    Unpack unpack{};
-    std::vector<Saved> stack{};
-    bool lost = false; // the stack may be another than the library's
-    bool used = false; // some array has been enabled
-    clientMemory::Nesting nesting{};
-};
-
-std::unordered_map<GLXContext, Client> clients;
-Client* client;   // of the current context
-bool unevenLists; // some list ends what it has not begun, or the other way round
-
-constexpr std::size_t stackDepth = 16; // that every library has
-
-clientMemory::Nesting noNesting; // without a context
-
-void findShortest(Client& c)
+void findDrawable()
 {
-    c.there = c.lost && c.used ? 0 : veryMany;
-    for (const Array& array : c.arrays)
-        if (array.enabled)
-            c.there = std::min(c.there, array.elements);
+    clientMemory::inside = &current->inside;
+    const bool reads = current != &none && current->enabled.any();
+    clientMemory::drawable = !reads ? std::numeric_limits<std::int64_t>::max()
+                             : (current->enabled & ~current->addressed).any() ? 0
+                                                                              : reach;
 }
 
-void lose(Client& c)
+bool everyLibraryTakes(Memory kind, GLuint attribute, GLint size, GLenum type)
 {
-    c.lost = true;
-    findShortest(c);
-}
-
-// The array of a kind that a pointer call or an enable concerns; null when there may be none such.
-Array* arrayOf(Client& c, Memory kind)
-{
-    if (kind == Memory::texCoord)
-        return c.unit < 0 ? nullptr : &c.arrays[static_cast<std::size_t>(firstUnit + c.unit)];
-    return &c.arrays[static_cast<std::size_t>(kind)];
-}
-
-bool isAmong(GLenum type, std::initializer_list<int> types)
-{
-    return std::any_of(types.begin(), types.end(),
-                       [type](int one) { return static_cast<GLenum>(one) == type; });
-}
-
-// Whether every library takes a pointer call with such parameters.
-bool isAccepted(Memory kind, GLuint attribute, GLint size, GLenum type)
-{
-    const auto sizes = [size](int from, int to) { return from <= size && size <= to; };
-    const bool any = type >= GL_BYTE && type <= GL_FLOAT;
-    const bool anyOrDouble = any || type == GL_DOUBLE;
-    const bool wide = isAmong(type, {GL_SHORT, GL_INT, GL_FLOAT, GL_DOUBLE});
     constexpr GLuint attributesOfAll = 16;
+    return isUsualArray(kind, size, type) && attribute < attributesOfAll;
+}
+
+GLint numberOf(GLenum name, GLint otherwise)
+{
+    GLint value = otherwise;
+    if (name)
+        callSystem<Op::glGetIntegerv>(name, &value);
+    return value;
+}
+
+// All arrays of a kind.
+Arrays allOf(Memory kind)
+{
+    const bool several = kind == Memory::texCoord || kind == Memory::vertexAttrib;
+    const int count = kind == Memory::texCoord ? units : attributes;
+    Arrays all;
+    if (!several)
+        return all.set(static_cast<std::size_t>(kind) - 1);
+    for (int i = 0; i < count; ++i)
+        all.set(
+            static_cast<std::size_t>((kind == Memory::texCoord ? firstUnit : firstAttribute) + i));
+    return all;
+}
+
+// The array that an operation on a kind concerns, where that needs no question.
+int arrayOf(const Context& c, Memory kind, GLuint attribute = 0)
+{
+    switch (kind) {
+    case Memory::texCoord:
+        return c.unit == notKnown ? notKnown : firstUnit + c.unit;
+    case Memory::vertexAttrib:
+        return attribute < attributes ? firstAttribute + static_cast<int>(attribute) : notKnown;
+    default:
+        return static_cast<int>(kind) - 1;
+    }
+}
+
+bool isAmong(const Arrays& arrays, int array)
+{
+    return array != notKnown && arrays[static_cast<std::size_t>(array)];
+}
+
+// The arrays that an operation on a kind may concern: one, or all of which it may be one.
+Arrays arraysOf(Context& c, Memory kind)
+{
+    if (kind != Memory::texCoord)
+        return allOf(kind);
+    if (c.unit == notKnown && &c != &none) {
+        const GLint unit = numberOf(GL_CLIENT_ACTIVE_TEXTURE, GL_TEXTURE0) - GL_TEXTURE0;
+        if (!c.inside && unit >= 0 && unit < units)
+            c.unit = unit;
+    }
+    return c.unit == notKnown ? allOf(kind)
+                              : Arrays().set(static_cast<std::size_t>(firstUnit + c.unit));
+}
+
+Arrays attributeOf(GLuint attribute)
+{
+    Arrays concerned;
+    if (attribute < attributes)
+        concerned.set(firstAttribute + attribute);
+    return concerned;
+}
+
+void enable(Context& c, const Arrays& concerned)
+{
+    if ((concerned & ~c.enabled).none())
+        return;
+    c.enabled |= concerned;
+    c.everEnabled |= concerned;
+    findDrawable();
+}
+
+// Disabled for certain only outside, and where it is known which.
+void disable(Context& c, const Arrays& concerned)
+{
+    if (!c.inside && concerned.count() == 1)
+        c.enabled &= ~concerned;
+    findDrawable();
+}
+
+// ---- Asking ------------------------------------------------------------------------------------
+
+constexpr char unanswered = 0; // its address is what a question leaves that is not answered
+
+// True where the address is not that of memory in which elements arrive.
+bool mustBeSet(Memory kind, const void* address)
+{
+    return !address || address == &unanswered || hasMoved(kind, address);
+}
+
+// Points an enabled array at its kind's memory if it must be, with the size and type that it has.
+// Where nothing is answered they are those of the start.
+void giveAddress(Memory kind)
+{
+    const ArrayNames& names = namesOf(kind);
+    void* address = const_cast<char*>(&unanswered);
+    callSystem<Op::glGetPointerv>(names.pointer, &address);
+    if (!mustBeSet(kind, address))
+        return;
+    const GLint size = numberOf(names.size, kind == Memory::secondaryColor ? 3 : 4);
+    const auto type = static_cast<GLenum>(numberOf(names.type, GL_FLOAT));
+    const void* const memory = zerosFor(kind);
     switch (kind) {
     case Memory::vertex:
-        return sizes(2, 4) && wide;
+        return callSystem<Op::glVertexPointer>(size, type, 0, memory);
     case Memory::normal:
-        return wide || type == GL_BYTE;
+        return callSystem<Op::glNormalPointer>(type, 0, memory);
     case Memory::color:
-        return sizes(3, 4) && anyOrDouble;
+        return callSystem<Op::glColorPointer>(size, type, 0, memory);
     case Memory::index:
-        return wide || type == GL_UNSIGNED_BYTE;
+        return callSystem<Op::glIndexPointer>(type, 0, memory);
     case Memory::texCoord:
-        return sizes(1, 4) && wide;
+        return callSystem<Op::glTexCoordPointer>(size, type, 0, memory);
     case Memory::edgeFlag:
-        return true;
+        return callSystem<Op::glEdgeFlagPointer>(0, memory);
     case Memory::fogCoord:
-        return isAmong(type, {GL_FLOAT, GL_DOUBLE});
+        return callSystem<Op::glFogCoordPointer>(type, 0, memory);
     case Memory::secondaryColor:
-        return sizes(3, 3) && anyOrDouble;
-    case Memory::vertexAttrib:
-        return attribute < attributesOfAll && sizes(1, 4) && anyOrDouble;
+        return callSystem<Op::glSecondaryColorPointer>(size, type, 0, memory);
     case Memory::weight:
-        return sizes(1, 4) && anyOrDouble;
+        return callSystem<Op::glWeightPointerARB>(size, type, 0, memory);
     case Memory::matrixIndex:
-        return sizes(1, 4) && isAmong(type, {GL_UNSIGNED_BYTE, GL_UNSIGNED_SHORT, GL_UNSIGNED_INT});
+        return callSystem<Op::glMatrixIndexPointerARB>(size, type, 0, memory);
     default:
-        return false;
+        return;
     }
 }
 
-Memory kindOf(GLenum array)
+void giveAttributeAddress(GLuint attribute)
 {
-    switch (array) {
-    case GL_VERTEX_ARRAY:
-        return Memory::vertex;
-    case GL_NORMAL_ARRAY:
-        return Memory::normal;
-    case GL_COLOR_ARRAY:
-        return Memory::color;
-    case GL_INDEX_ARRAY:
-        return Memory::index;
-    case GL_TEXTURE_COORD_ARRAY:
-        return Memory::texCoord;
-    case GL_EDGE_FLAG_ARRAY:
-        return Memory::edgeFlag;
-    case GL_FOG_COORDINATE_ARRAY:
-        return Memory::fogCoord;
-    case GL_SECONDARY_COLOR_ARRAY:
-        return Memory::secondaryColor;
-    case GL_WEIGHT_ARRAY_ARB:
-        return Memory::weight;
-    case GL_MATRIX_INDEX_ARRAY_ARB:
-        return Memory::matrixIndex;
-    default:
-        return Memory::none;
+    const auto number = [attribute](GLenum name, GLint otherwise) {
+        GLint value = otherwise;
+        callSystem<Op::glGetVertexAttribivARB>(attribute, name, &value);
+        return value;
+    };
+    void* address = const_cast<char*>(&unanswered);
+    callSystem<Op::glGetVertexAttribPointervARB>(
+        attribute, GLenum{GL_VERTEX_ATTRIB_ARRAY_POINTER_ARB}, &address);
+    if (mustBeSet(Memory::vertexAttrib, address))
+        callSystem<Op::glVertexAttribPointerARB>(
+            attribute, number(GL_VERTEX_ATTRIB_ARRAY_SIZE_ARB, 4),
+            static_cast<GLenum>(number(GL_VERTEX_ATTRIB_ARRAY_TYPE_ARB, GL_FLOAT)),
+            static_cast<GLboolean>(number(GL_VERTEX_ATTRIB_ARRAY_NORMALIZED_ARB, GL_FALSE)), 0,
+            zerosFor(Memory::vertexAttrib));
+}
+
+// Asks for one array. Within glBegin and glEnd, where no answer can be told from "not enabled", it
+// counts as enabled.
+template <class IsEnabled, class Give>
+void settleOne(Context& c, std::size_t array, IsEnabled isEnabled, Give give)
+{
+    if (!c.enabled[array] || c.addressed[array])
+        return;
+    if (!c.inside && !isEnabled()) {
+        c.enabled.reset(array);
+        return;
     }
-}
-
-// ---- Images ------------------------------------------------------------------------------------
-
-// Products and sums of what the stream says, no larger than can be held.
-std::int64_t times(std::int64_t a, std::int64_t b)
-{
-    std::int64_t product = 0;
-    return __builtin_mul_overflow(a, b, &product) ? veryMany : product;
-}
-std::int64_t plus(std::int64_t a, std::int64_t b)
-{
-    std::int64_t sum = 0;
-    return __builtin_add_overflow(a, b, &sum) ? veryMany : sum;
-}
-
-// Bits of a pixel, and bytes of what the alignment of rows compares itself with. No bits where
-// there is no such format or type: the library refuses the image and reads nothing.
-struct PixelSize {
-    int bits, unit;
-};
-PixelSize pixelSize(GLenum format, GLenum type)
-{
-    if (type == GL_BITMAP)
-        return {1, 1};
-    return {8 * pixelBytes(format, type), pixelUnit(type).bytes};
-}
-
-std::int64_t roundUp(std::int64_t value, std::int64_t to)
-{
-    return value > veryMany - to ? veryMany : (value + to - 1) / to * to;
+    give();
+    c.addressed[array] = !c.inside;
 }
 
 } // namespace
 
-clientMemory::Nesting* clientMemory::nesting = &noNesting;
+std::int64_t clientMemory::drawable = std::numeric_limits<std::int64_t>::max();
+bool* clientMemory::inside = &none.inside;
+bool clientMemory::openLists = false;
 
-std::int64_t clientMemory::bytesOf(const ImageSize& image)
+void clientMemory::settle()
 {
-    if (!client || image.width <= 0 || image.height <= 0 || image.depth <= 0)
-        return 0;
-    const auto [bits, unit] = pixelSize(image.format, image.type);
-    if (bits == 0)
-        return 0;
-    if (client->lost)
-        return veryMany;
-    const Unpack& u = client->unpack;
-    // A length of 0 is that of the image.
-    const auto longest = [](const Parameter& p, std::int64_t own) {
-        return std::max<std::int64_t>(p.now > 0 ? p.now : own, p.most > 0 ? p.most : 0);
+    Context& c = *current;
+    const auto ask = [&c](Memory kind, std::size_t array) {
+        settleOne(
+            c, array, [kind] { return callSystem<Op::glIsEnabled>(namesOf(kind).array) != 0; },
+            [kind] { giveAddress(kind); });
     };
-    const auto most = [](const Parameter& p) { return std::int64_t{std::max(p.now, p.most)}; };
-    const std::int64_t bytes = roundUp(times(longest(u.rowLength, image.width), bits), 8) / 8;
-    const std::int64_t row = image.type == GL_BITMAP || unit < most(u.alignment)
-                                 ? roundUp(bytes, most(u.alignment))
-                                 : bytes;
-    std::int64_t needed = times(plus(most(u.skipRows), image.height - 1), row);
-    if (image.volume)
-        needed = plus(needed, times(times(row, longest(u.imageHeight, image.height)),
-                                    plus(most(u.skipImages), image.depth - 1)));
-    return plus(needed, roundUp(times(plus(most(u.skipPixels), image.width), bits), 8) / 8);
+    for (int kind = static_cast<int>(Memory::vertex); kind < static_cast<int>(Memory::vertexAttrib);
+         ++kind)
+        ask(static_cast<Memory>(kind), static_cast<std::size_t>(kind) - 1);
+    for (int unit = 0; unit < units; ++unit) {
+        const auto array = static_cast<std::size_t>(firstUnit + unit);
+        if (!c.enabled[array] || c.addressed[array])
+            continue;
+        const GLint active = numberOf(GL_CLIENT_ACTIVE_TEXTURE, GL_TEXTURE0);
+        const bool elsewhere = active != GL_TEXTURE0 + unit;
+        if (elsewhere)
+            callSystem<Op::glClientActiveTexture>(static_cast<GLenum>(GL_TEXTURE0 + unit));
+        ask(Memory::texCoord, array);
+        if (elsewhere)
+            callSystem<Op::glClientActiveTexture>(static_cast<GLenum>(active));
+    }
+    for (GLuint attribute = 0; attribute < attributes; ++attribute)
+        settleOne(
+            c, firstAttribute + attribute,
+            [attribute] {
+                GLint enabled = 0;
+                callSystem<Op::glGetVertexAttribivARB>(
+                    attribute, GLenum{GL_VERTEX_ATTRIB_ARRAY_ENABLED_ARB}, &enabled);
+                return enabled != 0;
+            },
+            [attribute] { giveAttributeAddress(attribute); });
+    findDrawable();
 }
 
-// ---- Draws -------------------------------------------------------------------------------------
-
-std::int64_t clientMemory::elementsThere() { return client ? client->there : veryMany; }
-
-bool clientMemory::elementsArrived(const char* operation, std::int64_t needed)
+bool clientMemory::mayDraw(const char* operation, std::int64_t elements)
 {
-    const std::int64_t there = elementsThere();
-    if (needed <= there) [[likely]]
+    if (drawable == 0)
+        settle();
+    if (elements <= drawable || elements <= reach)
         return true;
     std::fprintf(stderr,
-                 "Attention MOSA: %s: %lld elements of the enabled arrays are needed, %lld "
-                 "arrived\n",
-                 operation, static_cast<long long>(needed), static_cast<long long>(there));
+                 "Attention MOSA: %s: element %lld lies too far behind those that arrived\n",
+                 operation, static_cast<long long>(elements - 1));
     return false;
 }
 
-std::int64_t clientMemory::elementsIn(const char* indices, GLsizei count, GLenum type)
+std::int64_t clientMemory::elementsIn(const char* indices, GLsizei count, GLenum type,
+                                      std::int64_t enough)
 {
-    const auto largest = [&]<class Index>(Index) {
+    const auto largest = [&]<class Index>(Index) -> std::int64_t {
+        constexpr std::int64_t possible = std::int64_t{std::numeric_limits<Index>::max()} + 1;
+        if (possible <= enough)
+            return possible;
         Index most = 0;
         for (GLsizei i = 0; i < count; ++i)
             most = std::max(most, load<Index>(indices + i * std::ptrdiff_t{sizeof(Index)}));
@@ -256,191 +294,127 @@ std::int64_t clientMemory::elementsIn(const char* indices, GLsizei count, GLenum
 
 void clientMemory::use(GLXContext context)
 {
-    client = context ? &clients[context] : nullptr;
-    nesting = client ? &client->nesting : &noNesting;
+    none = {};
+    current = context ? &contexts[context] : &none;
+    findDrawable();
+}
+
+void clientMemory::create(GLXContext context)
+{
+    contexts[context] = {};
+    findDrawable();
 }
 
 void clientMemory::reset()
 {
     use(nullptr);
-    clients.clear();
-    unevenLists = false;
+    contexts.clear();
+    enabledByServer.reset();
+    openLists = false;
+    noteReach();
 }
 
-void clientMemory::create(GLXContext context)
+void clientMemory::noteReach()
 {
-    if (context && client != &clients[context])
-        clients[context] = {};
+    reach = elementsInReach();
+    findDrawable();
 }
 
-void clientMemory::noteArray(Memory kind, GLuint attribute, GLint size, GLenum type,
-                             std::int64_t elements)
+void clientMemory::noteArray(Memory kind, GLuint attribute, GLint size, GLenum type)
 {
-    if (!client || (kind == Memory::vertexAttrib && attribute >= attributes))
-        return;
-    Array* const array = kind == Memory::vertexAttrib
-                             ? &client->arrays[firstAttribute + static_cast<std::size_t>(attribute)]
-                             : arrayOf(*client, kind);
-    const bool accepted = !client->nesting.inside && isAccepted(kind, attribute, size, type);
-    // However large the library takes an element for, it stays within the memory.
-    const bool many = kind == Memory::weight || kind == Memory::matrixIndex;
-    elements = std::min(elements, scratchOf(kind).room / (many ? 256 : 32));
-    if (array)
-        array->elements = accepted ? elements : std::min(array->elements, elements);
-    else
-        for (int unit = 0; unit < units; ++unit) { // one of them
-            Array& one = client->arrays[static_cast<std::size_t>(firstUnit + unit)];
-            one.elements = std::min(one.elements, elements);
-        }
-    findShortest(*client);
+    Context& c = *current;
+    const Arrays concerned =
+        kind == Memory::vertexAttrib ? attributeOf(attribute) : arraysOf(c, kind);
+    if ((concerned & ~c.addressed).none() && arrayMemory(kind)) [[likely]]
+        return;             // it had one already
+    if (!arrayMemory(kind)) // nothing has ever arrived: it may have got a null pointer
+        c.addressed &= ~concerned;
+    else if (!c.inside && concerned.count() == 1 && everyLibraryTakes(kind, attribute, size, type))
+        c.addressed |= concerned;
+    findDrawable();
 }
 
-void clientMemory::noteEnabled(GLenum name, bool enabled)
+void clientMemory::noteMoved(Memory kind)
 {
-    if (!client)
+    for (auto& [handle, c] : contexts)
+        c.addressed &= ~allOf(kind);
+    findDrawable();
+}
+
+void clientMemory::noteEnabled(GLenum array, bool enabled)
+{
+    if (current == &none)
         return;
-    const Memory kind = kindOf(name);
-    if (kind == Memory::none || (!enabled && client->nesting.inside))
+    const Memory kind = kindOfArray(array);
+    if (kind == Memory::none || (enabled && isAmong(current->enabled, arrayOf(*current, kind))))
         return;
-    client->used |= enabled;
-    if (Array* const array = arrayOf(*client, kind))
-        array->enabled = enabled;
-    else if (enabled)
-        for (int unit = 0; unit < units; ++unit)
-            client->arrays[static_cast<std::size_t>(firstUnit + unit)].enabled = true;
-    findShortest(*client);
+    (enabled ? enable : disable)(*current, arraysOf(*current, kind));
 }
 
 void clientMemory::noteAttributeEnabled(GLuint attribute, bool enabled)
 {
-    if (!client || attribute >= attributes || (!enabled && client->nesting.inside))
-        return;
-    client->used |= enabled;
-    client->arrays[firstAttribute + static_cast<std::size_t>(attribute)].enabled = enabled;
-    findShortest(*client);
+    (enabled ? enable : disable)(*current, attributeOf(attribute));
+}
+
+void clientMemory::noteServerEnable(GLenum array)
+{
+    if (const Memory kind = kindOfArray(array); kind != Memory::none) {
+        enabledByServer |= allOf(kind); // in a list it will concern the unit of that time
+        noteEnabled(array, true);
+    }
 }
 
 void clientMemory::noteUnit(GLenum unit)
 {
-    if (!client)
-        return;
-    const GLenum number = unit - GL_TEXTURE0;
-    if (client->nesting.inside) {
-        if (client->unit != static_cast<int>(number))
-            client->unit = -1;
-        return;
-    }
-    // Every library has two units.
-    if (number >= 2 && client->unitsThere == 0) {
-        client->unitsThere = systemInteger(GL_MAX_TEXTURE_COORDS);
-        if (client->unitsThere <= 0)
-            client->unitsThere = units;
-    }
-    if (number < 2 || number < static_cast<GLenum>(std::min(client->unitsThere, units)))
-        client->unit = static_cast<int>(number);
+    constexpr GLenum unitsOfAll = 2;
+    current->unit = !current->inside && unit - GL_TEXTURE0 < unitsOfAll
+                        ? static_cast<int>(unit - GL_TEXTURE0)
+                        : notKnown;
 }
 
-void clientMemory::noteUnpack(GLenum name, double value)
+bool clientMemory::unpackChanged() { return current->unpackChanged; }
+
+void clientMemory::noteUnpack(GLenum name)
 {
-    if (!client)
+    if (current->unpackChanged) [[likely]]
         return;
-    Unpack& u = client->unpack;
-    Parameter* const parameter = name == GL_UNPACK_ROW_LENGTH     ? &u.rowLength
-                                 : name == GL_UNPACK_IMAGE_HEIGHT ? &u.imageHeight
-                                 : name == GL_UNPACK_SKIP_ROWS    ? &u.skipRows
-                                 : name == GL_UNPACK_SKIP_PIXELS  ? &u.skipPixels
-                                 : name == GL_UNPACK_SKIP_IMAGES  ? &u.skipImages
-                                 : name == GL_UNPACK_ALIGNMENT    ? &u.alignment
-                                                                  : nullptr;
-    if (!parameter || value <= -1)
-        return;
-    const bool isAlignment = parameter == &u.alignment;
-    constexpr double largest = std::numeric_limits<GLint>::max();
-    if (!(value <= largest)) { // who knows what it becomes
-        parameter->most = isAlignment ? 8 : std::numeric_limits<GLint>::max();
-        return;
+    switch (name) {
+    case GL_UNPACK_ALIGNMENT:
+    case GL_UNPACK_ROW_LENGTH:
+    case GL_UNPACK_SKIP_ROWS:
+    case GL_UNPACK_SKIP_PIXELS:
+    case GL_UNPACK_IMAGE_HEIGHT:
+    case GL_UNPACK_SKIP_IMAGES:
+    case GL_UNPACK_COMPRESSED_BLOCK_WIDTH:
+    case GL_UNPACK_COMPRESSED_BLOCK_HEIGHT:
+    case GL_UNPACK_COMPRESSED_BLOCK_DEPTH:
+    case GL_UNPACK_COMPRESSED_BLOCK_SIZE:
+        current->unpackChanged = true;
+        break;
+    default:
+        break;
     }
-    const auto rounded = static_cast<GLint>(std::max(std::lround(value), 0L));
-    if (isAlignment && rounded != 1 && rounded != 2 && rounded != 4 && rounded != 8)
-        return;
-    // Libraries round a fraction as they like, and may refuse one below zero.
-    const auto most = std::max(rounded, static_cast<GLint>(std::ceil(value)));
-    const bool certain = !client->nesting.inside && value >= 0;
-    parameter->most = certain ? most : std::max({parameter->most, parameter->now, most});
-    parameter->now = rounded;
 }
 
 void clientMemory::notePush(GLbitfield mask)
 {
-    if (!client)
-        return;
-    if (client->nesting.inside || client->stack.size() == stackDepth)
-        lose(*client);
-    else
-        client->stack.push_back({mask, client->arrays, client->unit, client->unpack});
+    current->pushed |= (mask & GL_CLIENT_VERTEX_ARRAY_BIT) != 0;
 }
 
 void clientMemory::notePop()
 {
-    if (!client || client->stack.empty())
+    Context& c = *current;
+    if (!c.pushed)
         return;
-    if (client->nesting.inside)
-        return lose(*client);
-    const Saved& saved = client->stack.back();
-    if (saved.mask & GL_CLIENT_VERTEX_ARRAY_BIT) {
-        client->arrays = saved.arrays;
-        client->unit = saved.unit;
-    }
-    if (saved.mask & GL_CLIENT_PIXEL_STORE_BIT)
-        client->unpack = saved.unpack;
-    client->stack.pop_back();
-    findShortest(*client);
-}
-
-void clientMemory::forgetArrays(Memory kind)
-{
-    for (auto& [context, c] : clients) {
-        const auto forget = [&c](int first, int count) {
-            for (int i = first; i < first + count; ++i)
-                c.arrays[static_cast<std::size_t>(i)].elements = 0;
-        };
-        if (kind == Memory::texCoord)
-            forget(firstUnit, units);
-        else if (kind == Memory::vertexAttrib)
-            forget(firstAttribute, attributes);
-        else
-            forget(static_cast<int>(kind), 1);
-        for (Saved& saved : c.stack)
-            c.lost |= (saved.mask & GL_CLIENT_VERTEX_ARRAY_BIT) != 0;
-        findShortest(c);
-    }
-}
-
-// ---- Between glBegin and glEnd -----------------------------------------------------------------
-
-void clientMemory::noteNewList(GLuint list, GLenum mode)
-{
-    if (!client)
-        return;
-    const bool accepted = list != 0 && !client->nesting.inside && !client->nesting.compiling &&
-                          (mode == GL_COMPILE || mode == GL_COMPILE_AND_EXECUTE);
-    // Of one that may have been refused all may be executed.
-    client->nesting.certain = accepted;
-    client->nesting.executing = mode == GL_COMPILE_AND_EXECUTE || !accepted;
-    client->nesting.compiling = true;
-    client->nesting.depth = client->nesting.lowest = 0;
-}
-
-void clientMemory::noteEndList()
-{
-    if (!client || !client->nesting.compiling)
-        return;
-    unevenLists |= client->nesting.depth != 0 || client->nesting.lowest < 0;
-    client->nesting.compiling = false;
+    c.unit = notKnown;
+    c.addressed.reset();
+    c.enabled |= c.everEnabled;
+    findDrawable();
 }
 
 void clientMemory::noteListsCalled()
 {
-    if (client && unevenLists)
-        client->nesting.inside = true;
+    *inside |= openLists;
+    if (enabledByServer.any()) [[unlikely]]
+        enable(*current, enabledByServer);
 }

@@ -11,6 +11,7 @@ unsigned char* be; // one past its last byte
 int knt;
 int lastOps[100]; // opcode of operation knt at knt modulo 100; never cleared
 int xx;           // trace switch
+int bucketID;     // buffers whose walk ended exactly at their end
 static char* br;  // first byte of the current record, null between buffers
 
 // The line that operators' scripts know this message by.
@@ -52,8 +53,6 @@ static int badOpcode(unsigned opcode)
 #endif
 int decoder(unsigned char* bufStart, int length)
 {
-    static int bucketID; // buffers whose walk ended exactly at their end
-
     // Where each operation is performed; behind them, where the walk goes with one that is left to
     // its decoder, with an opcode that there is not, and without one.
     // The operations of OpenGL 1.1 end with a jump of their own to the next one's place: the

@@ -22,3 +22,5 @@ extern unsigned char* bs; // first byte of the buffer
 extern unsigned char* be; // one past its last byte
 extern int knt; // index of the current operation in its buffer, and between buffers of the last one
                 // of the latest; -1 before the first
+extern int lastOps[100]; // opcode of operation knt at knt modulo 100; never cleared
+extern int bucketID;     // buffers whose walk ended exactly at their end

@@ -1,6 +1,5 @@
 #include "coding/argumentDecoders.h"
 
-#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -10,14 +9,9 @@ char* decode(LengthlessVector<length>, char* args)
 {
     std::fprintf(stderr, "Attention MOSA: %s: unknown param value\n", opNames[indexOf(op)]);
     if constexpr (length == unknowable) {
-        // The library reads as many elements as the vector's declared type has, four at most.
-        constexpr int most = 4;
-        alignas(double) char elements[most * elementSize<F, 1>()] = {};
-        const char* vector = args + 4;
-        const auto left = reinterpret_cast<char*>(be) - vector;
-        std::memcpy(elements, vector,
-                    static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(left, 0, sizeof elements)));
-        call<op, F, 1>(args, arrayAt<F, 1>(elements));
+        // The library reads as many elements as the vector's declared type has.
+        const Supplied supplied = supplyValues(args + 4, mostValues * elementSize<F, 1>());
+        call<op, F, 1>(args, arrayAt<F, 1>(supplied.at));
         return nullptr;
     } else {
         call<op, F, 1>(args, arrayAt<F, 1>(args + 4));

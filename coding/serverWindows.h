@@ -9,8 +9,6 @@
 #include "coding/display/rect.h"
 #include "wire/prototypes.h"
 
-#include <vector>
-
 /// A local X display and the part of the wall that it shows.
 struct LocalDisplay {
     Display* dpy;        // this server's connection
@@ -40,6 +38,7 @@ struct LocalContextInfo {
     double tileRP[4];          // raster position: application window pixels, depth, 1
     double appProjection[16];  // column-major, as last read back
     double tileProjection[16]; // not in use: the tile level stands on the matrix stack
+    int destroyed;             // 1 when the application has destroyed the context
 };
 
 struct LocalVisualInfo {
@@ -106,9 +105,6 @@ extern LocalPbufferInfo LocalPbufferTable[tableSlots];
 extern LocalVertexArrayRangePointersInfo LocalVertexArrayRangeTable[tableSlots];
 extern LocalProgramInfo LocalProgramTable[tableSlots];
 extern LocalTextureIDInfo LocalTextureIDTable[textureSlots];
-/// Local contexts that the stream has destroyed. The library must not see them again; one that is
-/// created later may have the address of one of them.
-extern std::vector<GLXContext> destroyedContexts;
 
 extern int nContexts, nVisualInfos, nDrawables, nFBConfigs, nPbuffers, nVertexArrayRanges,
     nPrograms, nTextureIDs;

@@ -2,8 +2,10 @@
 // on waiting for MPI's messages, on a core of its own, until somebody finds it.
 //
 // MOSA_LIFELINE names the address, HOST:PORT, at which mosa-wall listens while it runs the job.
-// Nothing is said over the connection. It breaks when mosa-wall ends, however it does, and when
+// The server says who it is, and the job's secret, MOSA_LIFELINE_SECRET; nothing more is said. The
+// connection breaks when mosa-wall ends, however it does, and when
 // nothing of that host has been heard for a while: the kernels ask each other.
+#include "overload/lifeline.h"
 #include "coding/serverProcess.h"
 #include "overload/library.h"
 #include "overload/socket.h"
@@ -11,6 +13,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <thread>
 
 #include <netinet/in.h>
@@ -62,6 +65,10 @@ extern "C" void Overload(glOp*)
                      name);
         return;
     }
+    LifelineHello hello{.mark = lifelineMark, .server = serverID, .pid = getpid(), .secret = {}};
+    if (const char* secret = std::getenv("MOSA_LIFELINE_SECRET"))
+        std::string_view(secret).copy(hello.secret, sizeof hello.secret);
+    net::sendRecord(fd, hello); // nothing has been sent before: there is room
     breakAfter(fd);
     std::thread(hold, fd, name).detach();
 }

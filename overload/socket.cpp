@@ -2,6 +2,7 @@
 
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -19,21 +20,54 @@ void sendAtOnce(int fd)
 
 namespace {
 
-// -1, with errno, when there is none.
-template <class Address>
-int listenAt(const Address& address, int family)
+struct Found {
+    addrinfo* first = nullptr;
+    ~Found()
+    {
+        if (first)
+            freeaddrinfo(first);
+    }
+};
+
+// Looks up addresses; those to listen at, where there is no host all. False when there are none.
+bool find(Found& found, const std::string& host, const std::string& port)
 {
-    const int fd = socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    addrinfo wanted{};
+    wanted.ai_socktype = SOCK_STREAM;
+    wanted.ai_flags = host.empty() ? AI_PASSIVE : 0;
+    return getaddrinfo(host.empty() ? nullptr : host.c_str(), port.c_str(), &wanted,
+                       &found.first) == 0;
+}
+
+bool isLoopback(const sockaddr* address)
+{
+    if (address->sa_family == AF_INET)
+        return ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr) >> 24 == 127;
+    return address->sa_family == AF_INET6 &&
+           IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr);
+}
+
+void setPort(sockaddr* address, int port)
+{
+    const in_port_t wanted = htons(static_cast<in_port_t>(port));
+    if (address->sa_family == AF_INET)
+        reinterpret_cast<sockaddr_in*>(address)->sin_port = wanted;
+    else if (address->sa_family == AF_INET6)
+        reinterpret_cast<sockaddr_in6*>(address)->sin6_port = wanted;
+}
+
+// -1, with errno, when there is none. Each family has its own.
+int listenAt(const addrinfo& at)
+{
+    const int fd = socket(at.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return -1;
     const int on = 1;
-    const int off = 0;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (family == AF_INET6)
-        setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
-    constexpr int backlog = 128;
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-        listen(fd, backlog) == 0)
+    if (at.ai_family == AF_INET6)
+        setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
+    constexpr int backlog = 1024;
+    if (bind(fd, at.ai_addr, at.ai_addrlen) == 0 && listen(fd, backlog) == 0)
         return fd;
     const int error = errno;
     close(fd);
@@ -41,41 +75,73 @@ int listenAt(const Address& address, int family)
     return -1;
 }
 
+// A host's name or number without the brackets of an IPv6 address.
+std::string bareHost(const std::string& host)
+{
+    return host.starts_with('[') && host.ends_with(']') ? host.substr(1, host.size() - 2) : host;
+}
+
 } // namespace
 
-int listenOn(int port)
+std::vector<int> listenOn(const std::string& host, int port)
 {
-    const in_port_t wanted = htons(static_cast<in_port_t>(port));
-    int fd = listenAt(sockaddr_in6{.sin6_family = AF_INET6,
-                                   .sin6_port = wanted,
-                                   .sin6_flowinfo = 0,
-                                   .sin6_addr = in6addr_any,
-                                   .sin6_scope_id = 0},
-                      AF_INET6);
-    if (fd < 0 && errno == EAFNOSUPPORT)
-        fd = listenAt(sockaddr_in{.sin_family = AF_INET,
-                                  .sin_port = wanted,
-                                  .sin_addr = {INADDR_ANY},
-                                  .sin_zero = {}},
-                      AF_INET);
-    if (fd < 0)
+    const std::string name = bareHost(host);
+    Found found;
+    find(found, name, "0");
+    bool forOthers = name != "localhost" && !name.starts_with("127.") && name != "::1";
+    for (const addrinfo* at = found.first; at; at = at->ai_next)
+        if (forOthers && isLoopback(at->ai_addr)) {
+            Found all;
+            if (find(all, "", "0"))
+                std::swap(found.first, all.first);
+            forOthers = false;
+            break;
+        }
+    std::vector<int> sockets;
+    errno = EADDRNOTAVAIL;
+    for (const addrinfo* at = found.first; at; at = at->ai_next) {
+        setPort(at->ai_addr, port);
+        const int fd = listenAt(*at);
+        if (fd < 0)
+            continue;
+        sockets.push_back(fd);
+        port = portOf(fd);
+    }
+    if (sockets.empty())
         throw std::system_error(errno, std::generic_category());
-    return fd;
+    return sockets;
+}
+
+bool isLoopback(const std::string& host)
+{
+    Found found;
+    if (!find(found, host, "0"))
+        return false;
+    for (const addrinfo* at = found.first; at; at = at->ai_next)
+        if (isLoopback(at->ai_addr))
+            return true;
+    return false;
+}
+
+int portOf(int fd)
+{
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    return ntohs(address.ss_family == AF_INET6
+                     ? reinterpret_cast<const sockaddr_in6&>(address).sin6_port
+                     : reinterpret_cast<const sockaddr_in&>(address).sin_port);
 }
 
 bool resolve(const std::string& text, Address& address)
 {
     const std::size_t colon = text.rfind(':');
-    addrinfo wanted{};
-    wanted.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    if (colon == std::string::npos ||
-        getaddrinfo(text.substr(0, colon).c_str(), text.substr(colon + 1).c_str(), &wanted,
-                    &found) != 0)
+    Found found;
+    if (colon == std::string::npos || colon == 0 ||
+        !find(found, bareHost(text.substr(0, colon)), text.substr(colon + 1)))
         return false;
-    std::memcpy(&address.bytes, found->ai_addr, found->ai_addrlen);
-    address.size = found->ai_addrlen;
-    freeaddrinfo(found);
+    std::memcpy(&address.bytes, found.first->ai_addr, found.first->ai_addrlen);
+    address.size = found.first->ai_addrlen;
     return true;
 }
 

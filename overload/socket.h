@@ -3,21 +3,30 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <cerrno>
 #include <sys/socket.h>
 
 namespace net {
 
-/// A socket that listens at a port on every address. Throws std::system_error.
-int listenOn(int port);
+/// Sockets that listen at a port, 0 for any that is free, of this machine's addresses by this name:
+/// numbers, or names as others resolve them. Where this machine takes its own name for an address
+/// that others do not reach (127.0.1.1), they listen at all. Throws std::system_error.
+std::vector<int> listenOn(const std::string& host, int port);
+
+/// True when one of a name's addresses is this machine's own loopback. May take its time.
+bool isLoopback(const std::string& host);
+
+/// The port at which a socket listens.
+int portOf(int fd);
 
 struct Address {
     sockaddr_storage bytes{};
     socklen_t size = 0;
 };
 
-/// Looks HOST:PORT up, which may take its time. False when there is no such host.
+/// Looks HOST:PORT up, also [HOST]:PORT, which may take its time. False when there is no such host.
 bool resolve(const std::string& text, Address& address);
 
 /// Begins a connection, without waiting; -1 when it cannot be begun.

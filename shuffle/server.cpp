@@ -6,10 +6,10 @@
 #include "coding/serverProcess.h"
 #include "overload/loader.h"
 #include "shuffle/buf.h"
+#include "shuffle/endTask.h"
 #include "shuffle/srvrcomm.h"
 #include "shuffle/stats.h"
 #include "shuffle/threads.h"
-#include "wire/finalize.h"
 
 #include <csignal>
 #include <cstdio>
@@ -262,6 +262,6 @@ int main(int argc, char** argv)
     wakeForShutDown(); // a decode thread may have begun to wait after the last tick
     pthread_join(decodeId, nullptr);
     printStatsSummary();
-    finalizeTask(0);
+    endTask(0);
     std::exit(0);
 }

@@ -16,6 +16,23 @@ TEST_F(Walk, EndsWhereTheBufferEnds)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "between buffers";
 }
 
+TEST_F(Walk, KeepsCountAndTheLatestOperations)
+{
+    const int before = bucketID;
+    walk("");
+    walk("glEnd");
+    walk("glEnd glVertex3f z:8");
+    walk("#1238");
+    EXPECT_EQ(bucketID, before + 2) << "buffers walked to their end";
+    std::string many = "glBegin i:4";
+    for (int i = 0; i < 249; ++i)
+        many += " glEnd";
+    walk(many + " glFlush");
+    EXPECT_EQ(knt, 250);
+    EXPECT_EQ(lastOps[50], indexOf(Op::glFlush));
+    EXPECT_EQ(lastOps[49], indexOf(Op::glEnd));
+}
+
 TEST_F(Walk, StopsBeforeARecordThatDoesNotFit)
 {
     // Every operation's own length is tested elsewhere; these are lengths that the record tells.

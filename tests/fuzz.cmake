@@ -62,7 +62,7 @@ add_custom_target(fuzz_target ALL DEPENDS ${FUZZ_TARGET})
 set(FUZZ_NEW ${CMAKE_CURRENT_BINARY_DIR}/corpus)
 file(MAKE_DIRECTORY ${FUZZ_NEW})
 add_test(NAME fuzz.run COMMAND ${FUZZ_TARGET} -max_total_time=${FUZZ_SECONDS} -max_len=8192
-    -timeout=60 -malloc_limit_mb=64 -close_fd_mask=2 -print_final_stats=1
+    -timeout=60 -malloc_limit_mb=1100 -rss_limit_mb=6000 -close_fd_mask=2 -print_final_stats=1
     -dict=${FUZZ_DICTIONARY} ${FUZZ_NEW} ${FUZZ_CASES} ${FUZZ_SEEDS})
 set_tests_properties(fuzz.run PROPERTIES FIXTURES_REQUIRED seeds TIMEOUT 300
     ENVIRONMENT "ASAN_OPTIONS=allocator_may_return_null=1")

@@ -13,6 +13,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstring>
 #include <limits>
 
 #include <sched.h>
@@ -72,16 +73,6 @@ std::string makeCurrent(int w, int h, const char* drawable = "i:51", const char*
 {
     return std::string("glXMakeCurrent i:16 i:34 ") + drawable + " i:9 i:" + std::to_string(w) +
            " i:" + std::to_string(h) + " i:24 i:300 i:200 " + parent + " ";
-}
-
-// The calls without the local handles, which differ from run to run.
-std::string namesOf(const std::string& calls)
-{
-    std::string names;
-    std::istringstream lines(calls);
-    for (std::string line; std::getline(lines, line);)
-        names += line.substr(0, line.find(' ')) + "\n";
-    return names;
 }
 
 TEST_F(Glx, TheFirstMakeCurrentSetsAContextUpOnce)
@@ -218,10 +209,11 @@ TEST_F(Glx, ContextsThatShareAreOneLocalContext)
     EXPECT_EQ(namesOf(run("glXCopyContext i:16 i:9 i:10 i:1").calls), "glXCopyContext\n");
     EXPECT_TRUE(run("glXDestroyContext i:16 i:10").calls.ends_with(" 0x1389\n"));
     EXPECT_EQ(run("glXDestroyContext i:16 i:77"), performed(""));
-    // Both are gone with it.
-    for (const char* again : {"glXDestroyContext i:16 i:9", "glXCopyContext i:16 i:9 i:10 i:1"})
-        EXPECT_TRUE(run(again).calls.empty() &&
-                    run(again).messages.ends_with(": the context has been destroyed\n"));
+    // The other's end, and whatever else names one of the two, is the library's business.
+    EXPECT_TRUE(run("glXDestroyContext i:16 i:9").calls.ends_with(" 0x1389\n"));
+    for (const char* again : {"glXCopyContext i:16 i:9 i:10 i:1", "glXDestroyContext i:16 i:10"})
+        EXPECT_EQ(namesOf(run(again).calls) + run(again).messages,
+                  std::string(again, std::strchr(again, ' ')) + "\n");
     EXPECT_EQ(run("glXCopyContext i:16 i:9 i:77 i:1"),
               (Outcome{1, "", "Attention MOSA: glXCopyContext: context 0x4d is not known\n"}));
     // One that the system refuses leaves its slot to the next.
@@ -233,6 +225,55 @@ TEST_F(Glx, ContextsThatShareAreOneLocalContext)
     EXPECT_EQ(LocalContextTable[2].appCtx, appHandle<GLXContext>(13));
     nContexts = 63;
     EXPECT_DEATH(walk(createContext), "failed: nContexts \\+ 1 < 64, file");
+}
+
+TEST_F(Glx, AHandleThatComesAgainIsTheLivingContext)
+{
+    const auto current = [] {
+        const std::string calls = run(makeCurrent(640, 480)).calls;
+        return calls.substr(calls.find('\n', calls.find("glXMakeCurrent")) - 6, 6);
+    };
+    run(std::string(createContext) + createContext);
+    EXPECT_EQ(current(), "0x1389") << "the first of two that live";
+    EXPECT_EQ(namesOf(run("glXDestroyContext i:16 i:9").calls),
+              "glXDestroyContext\nglXDestroyContext\n");
+    // Nothing but dead ones: the first is made current, and set up for the first time, all the
+    // same.
+    nDrawables = 0;
+    LocalContextTable[0].firsttime = 1;
+    EXPECT_EQ(current(), "0x1389");
+    EXPECT_EQ(LocalContextTable[0].firsttime, 0);
+    run(createContext);
+    EXPECT_EQ(current(), "0x138b");
+    run("glXCreateContext i:16 i:34 i:9 i:10 i:1");
+    EXPECT_EQ(hex(LocalContextTable[3].localCtx), "0x138b") << "to share with";
+    EXPECT_TRUE(run("glXCopyContext i:16 i:9 i:9 i:1").calls.ends_with(" 0x138b 0x138b 1\n"));
+    // The library hands an address out again: the dead stay dead.
+    recorder.results[Op::glXCreateContext] = 0x1389;
+    run("glXCreateContext i:16 i:34 i:0 i:11 i:1 glXDestroyContext i:16 i:10");
+    EXPECT_EQ(current(), "0x138b");
+}
+
+TEST_F(Glx, TablesHoldOneRecordLessThanTheyHaveSlots)
+{
+    run("glXChooseFBConfig i:16 i:36 i:1 i:0");
+    nContexts = nVisualInfos = nFBConfigs = nPbuffers = 62;
+    run("glXChooseVisual i:16 i:34 i:1 i:0 glXChooseFBConfig i:16 i:37 i:1 i:0 "
+        "glXCreatePbuffer i:16 i:36 i:51 i:0 glXCreateNewContext i:16 i:36 i:0 i:0 i:9 i:1");
+    EXPECT_EQ((std::array{nContexts, nVisualInfos, nFBConfigs, nPbuffers}),
+              (std::array{63, 63, 63, 63}));
+    EXPECT_TRUE(_getLocalContext(AppContext(9U)));
+    EXPECT_EQ(_getLocalPbuffer(AppPbuffer(51U)), LocalPbufferTable[62].localPbuffer);
+}
+
+TEST_F(Glx, WhatTheLibraryRefusesIsRecorded)
+{
+    run("glXChooseFBConfig i:16 i:36 i:1 i:0");
+    recorder.results[Op::glXChooseFBConfig] = recorder.results[Op::glXCreatePbuffer] = 0;
+    run("glXChooseFBConfig i:16 i:37 i:1 i:0 glXCreatePbuffer i:16 i:36 i:51 i:0");
+    EXPECT_EQ(nFBConfigs * 10 + nPbuffers, 21);
+    EXPECT_EQ(_getLocalFBConfig(AppFBConfig(37U)), nullptr);
+    EXPECT_EQ(LocalPbufferTable[0].localPbuffer, 0U);
 }
 
 TEST_F(Glx, ConfigurationsAndPbuffersArePaired)
@@ -318,8 +359,11 @@ TEST_F(Glx, ALocalDisplayIsOpenedOncePerApplicationDisplay)
     EXPECT_EQ(display->scrn, 0);
     EXPECT_EQ(display->vWidth * 10000 + display->vHeight, 12800960);
     EXPECT_EQ(display->rect.x + display->rect.w, 1280);
+    LocalDisplay* const second = GetLocalDisplay(AppDisplay(19U));
+    EXPECT_TRUE(second && second != display && second->dpy != display->dpy);
     unsetenv("MOSA_DISPLAY");
     EXPECT_EQ(GetLocalDisplay(app), display) << "without the file";
+    EXPECT_EQ(GetLocalDisplay(AppDisplay(19U)), second);
     EXPECT_EQ(GetLocalDisplay(AppDisplay(17U)), nullptr);
 
     const auto read = [](const std::string& file) {
@@ -357,7 +401,8 @@ TEST_F(Glx, AFontIsLoadedByNameOrTheRecordSkipped)
     Display* const zero = XOpenDisplay(":0");
     const std::string absent = "Attention MOSA: glXUseXFont: unable to open display :0\n";
     const Outcome fixed = run("glXUseXFont i:6 'fixed 00 i:32 i:96 i:1000 glEnd");
-    EXPECT_EQ(fixed.messages, zero ? "" : absent);
+    // Xlib has a word of its own where the display is somebody else's.
+    EXPECT_TRUE(zero ? fixed.messages.empty() : fixed.messages.ends_with(absent)) << fixed;
     EXPECT_EQ(namesOf(fixed.calls), zero ? "glXUseXFont\nglEnd\n" : "glEnd\n");
     EXPECT_TRUE(!zero || fixed.calls.ends_with(" 32 96 1000\nglEnd\n")) << fixed;
     const Outcome unknown = run("glXUseXFont i:4 'none i:32 i:96 i:1000 glEnd");

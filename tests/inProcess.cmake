@@ -29,6 +29,7 @@ endforeach()
 
 add_executable(in_process_test
     arguments_test.cpp
+    buffers_test.cpp
     clientMemory_test.cpp
     decoder_test.cpp
     encoder_test.cpp
@@ -42,6 +43,7 @@ add_executable(in_process_test
     wallFile_test.cpp
     support/serverState.cpp
     support/serverTables.cpp
+    ${PROJECT_SOURCE_DIR}/shuffle/buf.cpp
     $<TARGET_OBJECTS:recorder_entries>)
 target_include_directories(in_process_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_compile_definitions(in_process_test PRIVATE

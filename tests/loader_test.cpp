@@ -4,6 +4,10 @@
 #include "overload/loader.h"
 #include "tools/process.h"
 
+#include <algorithm>
+#include <functional>
+#include <numeric>
+
 namespace {
 
 class Loader : public testing::Test {
@@ -37,6 +41,17 @@ TEST_F(Loader, OverloadLibrariesAreInstalledInOrderAndChain)
               "second: installed, live table 1, viewport overloaded 1, undefined 0\n"
               "Overloads loaded from <" +
                   file + ">\n");
+    EXPECT_TRUE(std::ranges::equal(baseOpTable, pTbl));
+    EXPECT_EQ(std::ranges::mismatch(glOpTable, baseOpTable).in1 - glOpTable, 10) << "glPointSize";
+    const auto [libraries, overloads] = std::pair(1, 68);
+    EXPECT_EQ(std::transform_reduce(glOpTable, std::end(glOpTable), baseOpTable, 0, std::plus(),
+                                    std::not_equal_to()),
+              overloads + libraries);
+    // A library that takes an overloaded entry does not come between the overloads and the system.
+    makeTileCurrent({0, 0, 8, 6}, 8, 6, 1);
+    glOpTable[indexOf(Op::glPushMatrix)] = reinterpret_cast<glOp>(std::abort);
+    entryOf<Op::glViewport>(glOpTable)(0, 0, 8, 6);
+    clearServerTables();
     nContexts = 3;
     currAppWidth = 30;
     EXPECT_EQ(run("glFlush").messages, "second: glFlush, 3 contexts, app 30 x 0\n"

@@ -211,6 +211,23 @@ TEST_F(RasterImages, BitmapsAreDrawnAtTheScaledPositionAndAdvanceUnscaled)
     EXPECT_EQ(context.tileRP[0], 218);
 }
 
+// Where the position lies outside the window no raster position is valid: one is moved there.
+TEST_F(RasterImages, BitmapsThatBeginOutsideTheWindowAreMovedThere)
+{
+    LocalContextInfo& context = tile({100, 50, 600, 400}, 1);
+    const auto drawn = [](const std::string& place) {
+        return performed(readUnpack + localPixels("600", "400") + place +
+                         "glBitmap 200 1 0 0 0 0 ptr\n" + restoredUnpack + applicationPixels);
+    };
+    const std::string wide = "glBitmap i:200 i:1 f:0 f:0 f:0 f:0 i:25 z:25";
+    for (const auto& [x, y, move] : {std::tuple{0.0, 60.0, "-100 10"}, {110.0, 49.0, "10 -1"}}) {
+        context.tileRP[0] = x;
+        context.tileRP[1] = y;
+        EXPECT_EQ(run(wide),
+                  drawn(std::string("glRasterPos2f 0 0\nglBitmap 0 0 0 0 ") + move + " null\n"));
+    }
+}
+
 TEST_F(RasterImages, BitmapsAreResampledToTheNearestSourcePixel)
 {
     tile({0, 0, 2000, 2000}, 2);

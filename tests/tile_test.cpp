@@ -43,6 +43,13 @@ std::string viewportCalls(const std::string& viewport, const std::string& scale,
            tileLevel(scale, centre) + "glMatrixMode 0x1702\n";
 }
 
+TEST_F(Tile, WithoutADrawableThereIsNoTileLevel)
+{
+    _pushTileTransformation();
+    _popTileTransformation();
+    EXPECT_EQ(takeCalls(), "");
+}
+
 TEST_F(Tile, ClippingKeepsWholePixels)
 {
     const MWRect hundred{0, 0, 100, 100};

@@ -100,13 +100,20 @@ template <class Block>
 struct HandWritten {
 };
 
-/// A layout whose operation makes OpenGL read more than its record says: pixels under the unpack
-/// state, elements of client arrays. Whoever performs it looks first whether all of that is there.
+/// A layout whose operation makes OpenGL read client arrays. Whoever performs it sees to it that
+/// every enabled one has an address, and that the draw is not absurdly large.
 template <class Layout>
 struct Guarded : Layout {
 };
 
-/// A layout whose operation changes what others make OpenGL read.
+/// A layout whose operation makes OpenGL read pixels under the unpack state, which may be more than
+/// the record brings. Whoever performs it adds zeros behind those that arrived.
+template <class Layout>
+struct Padded : Layout {
+};
+
+/// A layout whose operation may change which client arrays are enabled or have an address, or how
+/// pixels are unpacked.
 template <class Layout>
 struct Noted : Layout {
 };

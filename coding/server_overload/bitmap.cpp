@@ -53,10 +53,11 @@ void resample(const Bitmap& in, const GLubyte* source, const Bitmap& out, float 
     std::int64_t before = -1; // the source row of the output row before
     for (int i = 0; i < out.rows; ++i, fj += dy, target += out.rowBytes) {
         const std::int64_t row = std::min(truncate(fj), in.rows - 1);
+        const GLubyte* const from = source + row * in.rowBytes;
         if (row == before)
             std::copy_n(target - out.rowBytes, out.rowBytes, target);
-        else
-            resampleRow(in, source + row * in.rowBytes, out, dx, target);
+        else if (std::any_of(from, from + in.rowBytes, [](GLubyte bits) { return bits != 0; }))
+            resampleRow(in, from, out, dx, target);
         before = row;
     }
 }

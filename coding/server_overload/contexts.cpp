@@ -5,9 +5,7 @@
 #include "coding/invariant.h"
 #include "coding/server_overload/overloads.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <vector>
 
 namespace {
 
@@ -15,12 +13,6 @@ void useDisplay(Display* appDisplay, std::source_location where = std::source_lo
 {
     currLocalDisplay = GetLocalDisplay(AppDisplay(appDisplay));
     require(currLocalDisplay, "currLocalDisplay", where);
-}
-
-bool isDestroyed(GLXContext local)
-{
-    return std::find(destroyedContexts.begin(), destroyedContexts.end(), local) !=
-           destroyedContexts.end();
 }
 
 // Commits the record at nContexts with the context that `create` makes, or with the one it is to
@@ -32,38 +24,19 @@ GLXContext commitContext(AppContext shareList, Create create)
     if (shareList != AppContext()) {
         const LocalContextInfo* shared = _getLocalContext(shareList);
         record.localCtx = shared ? shared->localCtx : nullptr;
-    } else if ((record.localCtx = create())) {
+    } else if ((record.localCtx = create()))
         clientMemory::create(record.localCtx);
-        std::erase(destroyedContexts, record.localCtx);
-    }
     if (!record.localCtx)
         return nullptr;
     require(nContexts + 1 < tableSlots, "nContexts + 1 < 64");
     lctxInitAttrStack(&record);
     record.firsttime = 1;
+    record.destroyed = 0;
     ++nContexts;
     return record.localCtx;
 }
 
 } // namespace
-
-LocalContextInfo* liveContext(AppContext context)
-{
-    const auto live = [context](const LocalContextInfo& record) {
-        return AppContext(record.appCtx) == context && !isDestroyed(record.localCtx);
-    };
-    LocalContextInfo* const end = LocalContextTable + nContexts;
-    LocalContextInfo* const found = std::find_if(LocalContextTable, end, live);
-    return found == end ? nullptr : found;
-}
-
-bool refuseDestroyed(const char* operation, AppContext context)
-{
-    if (!_getLocalContext(context) || liveContext(context))
-        return false;
-    std::fprintf(stderr, "Attention MOSA: %s: the context has been destroyed\n", operation);
-    return true;
-}
 
 GLXContext _glXCreateContext(Display* appDisplay, XVisualInfo* avis, GLXContext shareList,
                              int direct)
@@ -92,15 +65,11 @@ GLXContext _glXCreateNewContext(Display* appDisplay, GLXFBConfig config, int ren
 void _glXDestroyContext(Display* appDisplay, GLXContext ctx)
 {
     useDisplay(appDisplay);
-    if (refuseDestroyed("glXDestroyContext", AppContext(ctx)))
-        return;
     for (int i = 0; i < nContexts; ++i)
-        if (AppContext(LocalContextTable[i].appCtx) == AppContext(ctx)) {
-            const GLXContext local = LocalContextTable[i].localCtx;
-            if (isDestroyed(local))
-                continue;
-            callSystem<Op::glXDestroyContext>(currLocalDisplay->dpy, local);
-            destroyedContexts.push_back(local);
+        if (LocalContextInfo& record = LocalContextTable[i];
+            AppContext(record.appCtx) == AppContext(ctx)) {
+            callSystem<Op::glXDestroyContext>(currLocalDisplay->dpy, record.localCtx);
+            record.destroyed = 1;
         }
 }
 
@@ -114,11 +83,6 @@ void _glXCopyContext(Display* appDisplay, GLXContext src, GLXContext dst, unsign
                      static_cast<void*>(from ? dst : src));
         return;
     }
-    for (const GLXContext given : {src, dst})
-        if (refuseDestroyed("glXCopyContext", AppContext(given)))
-            return;
-    from = liveContext(AppContext(src));
-    to = liveContext(AppContext(dst));
     callSystem<Op::glXCopyContext>(currLocalDisplay->dpy, from->localCtx, to->localCtx, mask);
 }
 

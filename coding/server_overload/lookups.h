@@ -5,6 +5,8 @@
 #include "wire/handles.h"
 
 // Each returns null, or 0, for a handle that no live record has.
+// The application's library may hand out a handle again: of contexts the first that has not been
+// destroyed counts.
 LocalContextInfo* _getLocalContext(AppContext context);
 GLXFBConfig _getLocalFBConfig(AppFBConfig fbconfig);
 GLXPbuffer _getLocalPbuffer(AppPbuffer pbuffer);

@@ -110,11 +110,9 @@ int _glXMakeCurrent(Display* appDisplay, GLXDrawable drawable, GLXContext ctx)
             return callSystem<Op::glXMakeCurrent>(dpy, GLXDrawable{None}, GLXContext{});
         });
 
-    if (refuseDestroyed("glXMakeCurrent", AppContext(ctx)))
-        return False;
     currDrawableInfo = _getLocalDrawable(AppDrawable(drawable));
     require(currDrawableInfo, "currDrawableInfo");
-    currDrawableInfo->lctx = liveContext(AppContext(ctx));
+    currDrawableInfo->lctx = _getLocalContext(AppContext(ctx));
     require(currDrawableInfo->lctx, "currDrawableInfo->lctx");
     placeWindow(appDisplay);
     XFlush(dpy);
@@ -141,14 +139,12 @@ int _glXMakeContextCurrent(Display* appDisplay, GLXDrawable draw, GLXDrawable re
                                                          GLXContext{});
         });
 
-    if (refuseDestroyed("glXMakeContextCurrent", AppContext(ctx)))
-        return False;
     currDrawableInfo = _getLocalDrawable(AppDrawable(draw));
     require(currDrawableInfo, "currDrawableInfo");
     LocalDrawableInfo* const ldi = currDrawableInfo;
     LocalDrawableInfo* const rldi = _getLocalDrawable(AppDrawable(read));
     require(rldi, "rldi");
-    rldi->lctx = ldi->lctx = liveContext(AppContext(ctx));
+    rldi->lctx = ldi->lctx = _getLocalContext(AppContext(ctx));
     require(rldi->lctx, "rldi->lctx");
     placeWindow(appDisplay);
     if (!rldi->localDrawable) {

@@ -80,12 +80,6 @@ void _popTileTransformation();
 // ---- Viewport, scissor, attribute stack (viewport.cpp, attributes.cpp) -------------------------
 
 void lctxInitAttrStack(LocalContextInfo* lctx);
-
-/// The first record of a context that has not been destroyed; null when there is none.
-LocalContextInfo* liveContext(AppContext context);
-
-/// True, and says so, when the context was there and has been destroyed.
-bool refuseDestroyed(const char* operation, AppContext context);
 int* lctxGetTopVP(LocalContextInfo* lctx);
 double* lctxGetTopRP(LocalContextInfo* lctx);
 void lctxReplaceVP(LocalContextInfo* lctx, int x, int y, int w, int h);

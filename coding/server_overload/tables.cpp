@@ -13,7 +13,6 @@ LocalPbufferInfo LocalPbufferTable[tableSlots];
 LocalVertexArrayRangePointersInfo LocalVertexArrayRangeTable[tableSlots];
 LocalProgramInfo LocalProgramTable[tableSlots];
 LocalTextureIDInfo LocalTextureIDTable[textureSlots];
-std::vector<GLXContext> destroyedContexts;
 int nContexts, nVisualInfos, nDrawables, nFBConfigs, nPbuffers, nVertexArrayRanges, nPrograms,
     nTextureIDs;
 
@@ -36,7 +35,15 @@ Record* findFirst(Record* table, int count, Key Record::*key, AppHandle<Kind> wa
 
 LocalContextInfo* _getLocalContext(AppContext context)
 {
-    return findFirst(LocalContextTable, nContexts, &LocalContextInfo::appCtx, context);
+    LocalContextInfo* first = nullptr;
+    for (LocalContextInfo& record :
+         std::span(LocalContextTable, static_cast<std::size_t>(nContexts)))
+        if (AppContext(record.appCtx) == context) {
+            if (!record.destroyed)
+                return &record;
+            first = first ? first : &record;
+        }
+    return first;
 }
 
 GLXFBConfig _getLocalFBConfig(AppFBConfig fbconfig)

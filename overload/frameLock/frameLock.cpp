@@ -231,7 +231,8 @@ std::string fromEnvironment(const char* name)
 bool startHere(int port)
 {
     try {
-        startHub({.port = port,
+        startHub({.host = lock.hubName.substr(0, lock.hubName.rfind(':')),
+                  .port = port,
                   .servers = nServers,
                   .secret = lock.secret,
                   .joinTime = joinTime,

@@ -49,7 +49,7 @@ struct Newcomer {
 
 struct Hub {
     HubOptions options;
-    int listener = -1;
+    std::vector<int> listeners;
     std::vector<Member> members; // by the servers' numbers
     std::list<Newcomer> newcomers;
     std::optional<Clock::time_point> first; // server's coming
@@ -304,22 +304,27 @@ void printSummary()
 
 // ---- The thread --------------------------------------------------------------------------------
 
-void acceptNewcomer()
+// Those that say nothing make room for others.
+void acceptNewcomer(int listener)
 {
     constexpr std::size_t most = 64;
     constexpr std::chrono::seconds time{5};
-    const int fd = accept4(hub.listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (fd < 0)
         return;
-    if (hub.newcomers.size() >= most)
-        return refuse(fd);
+    if (hub.newcomers.size() >= most) {
+        refuse(hub.newcomers.front().fd);
+        hub.newcomers.pop_front();
+    }
     sendAtOnce(fd);
     hub.newcomers.push_back({fd, {}, Clock::now() + time});
 }
 
 std::vector<pollfd> descriptors()
 {
-    std::vector<pollfd> all{{hub.listener, POLLIN, 0}};
+    std::vector<pollfd> all;
+    for (const int listener : hub.listeners)
+        all.push_back({listener, POLLIN, 0});
     for (const Newcomer& newcomer : hub.newcomers)
         all.push_back({newcomer.fd, POLLIN, 0});
     for (const Member& member : hub.members)
@@ -334,10 +339,11 @@ void runHub()
     for (;;) {
         poll(fds.data(), fds.size(), look);
         const std::lock_guard guard(hub.lock);
-        if (fds[0].revents)
-            acceptNewcomer();
         for (Newcomer& newcomer : hub.newcomers)
             hearNewcomer(newcomer);
+        for (std::size_t i = 0; i < hub.listeners.size(); ++i)
+            if (fds[i].revents)
+                acceptNewcomer(hub.listeners[i]);
         hub.newcomers.remove_if([](const Newcomer& newcomer) { return newcomer.fd < 0; });
         for (std::size_t i = 0; i < hub.members.size(); ++i)
             if (hub.members[i].fd >= 0)
@@ -359,7 +365,7 @@ void startHub(const HubOptions& options)
 {
     hub.options = options;
     hub.members.resize(static_cast<std::size_t>(options.servers));
-    hub.listener = listenOn(options.port);
+    hub.listeners = listenOn(options.host, options.port);
     std::thread(runHub).detach();
 }
 

@@ -9,6 +9,7 @@
 namespace frameLock {
 
 struct HubOptions {
+    std::string host; // of this machine, at whose addresses the hub listens
     int port = 0;
     int servers = 0;                    // of the job
     std::string secret;                 // of secretBytes at most; who does not know it is sent away

@@ -44,28 +44,32 @@ bool refused() { return !current || (refuses && current->inside); }
 
 unsigned keyOf(Memory kind, unsigned index) { return static_cast<unsigned>(kind) + 100 * index; }
 
+// By which names an array is enabled and asked for.
+struct HeldNames {
+    Memory kind;
+    GLenum array, pointer, size, type;
+};
+constexpr HeldNames heldNames[] = {
+    {Memory::vertex, GL_VERTEX_ARRAY, GL_VERTEX_ARRAY_POINTER, GL_VERTEX_ARRAY_SIZE,
+     GL_VERTEX_ARRAY_TYPE},
+    {Memory::normal, GL_NORMAL_ARRAY, GL_NORMAL_ARRAY_POINTER, 0, GL_NORMAL_ARRAY_TYPE},
+    {Memory::color, GL_COLOR_ARRAY, GL_COLOR_ARRAY_POINTER, GL_COLOR_ARRAY_SIZE,
+     GL_COLOR_ARRAY_TYPE},
+    {Memory::index, GL_INDEX_ARRAY, GL_INDEX_ARRAY_POINTER, 0, GL_INDEX_ARRAY_TYPE},
+    {Memory::texCoord, GL_TEXTURE_COORD_ARRAY, GL_TEXTURE_COORD_ARRAY_POINTER,
+     GL_TEXTURE_COORD_ARRAY_SIZE, GL_TEXTURE_COORD_ARRAY_TYPE},
+    {Memory::edgeFlag, GL_EDGE_FLAG_ARRAY, GL_EDGE_FLAG_ARRAY_POINTER, 0, 0},
+    {Memory::fogCoord, GL_FOG_COORD_ARRAY, GL_FOG_COORD_ARRAY_POINTER, 0, GL_FOG_COORD_ARRAY_TYPE},
+    {Memory::secondaryColor, GL_SECONDARY_COLOR_ARRAY, GL_SECONDARY_COLOR_ARRAY_POINTER,
+     GL_SECONDARY_COLOR_ARRAY_SIZE, GL_SECONDARY_COLOR_ARRAY_TYPE},
+};
+
 unsigned arrayKey(GLenum array)
 {
-    switch (array) {
-    case GL_VERTEX_ARRAY:
-        return keyOf(Memory::vertex, 0);
-    case GL_NORMAL_ARRAY:
-        return keyOf(Memory::normal, 0);
-    case GL_COLOR_ARRAY:
-        return keyOf(Memory::color, 0);
-    case GL_INDEX_ARRAY:
-        return keyOf(Memory::index, 0);
-    case GL_EDGE_FLAG_ARRAY:
-        return keyOf(Memory::edgeFlag, 0);
-    case GL_FOG_COORDINATE_ARRAY:
-        return keyOf(Memory::fogCoord, 0);
-    case GL_SECONDARY_COLOR_ARRAY:
-        return keyOf(Memory::secondaryColor, 0);
-    case GL_TEXTURE_COORD_ARRAY:
-        return keyOf(Memory::texCoord, current->state.unit);
-    default:
-        return 0;
-    }
+    for (const HeldNames& names : heldNames)
+        if (names.array == array)
+            return keyOf(names.kind, names.kind == Memory::texCoord ? current->state.unit : 0);
+    return 0;
 }
 
 bool takes(Memory kind, unsigned index, GLint size, GLenum type)
@@ -126,14 +130,18 @@ void happenOrCompile(Event event, GLuint list = 0)
 
 } // namespace
 
-void standIn::use(GLXContext context)
+int standIn::use(GLXContext context)
 {
-    current = nullptr;
+    if (!context) {
+        current = nullptr;
+        return 1;
+    }
     for (Context& one : contexts)
-        if (reinterpret_cast<GLXContext>(&one) == context)
+        if (reinterpret_cast<GLXContext>(&one) == context && !one.destroyed) {
             current = &one;
-    if (current && current->destroyed)
-        std::abort();
+            return 1;
+        }
+    return 0;
 }
 
 GLXContext standIn::create() { return reinterpret_cast<GLXContext>(&contexts.emplace_back()); }
@@ -141,11 +149,8 @@ GLXContext standIn::create() { return reinterpret_cast<GLXContext>(&contexts.emp
 void standIn::destroy(GLXContext context)
 {
     for (Context& one : contexts)
-        if (reinterpret_cast<GLXContext>(&one) == context) {
-            if (one.destroyed)
-                std::abort();
+        if (reinterpret_cast<GLXContext>(&one) == context)
             one.destroyed = true;
-        }
 }
 
 void standIn::reset(bool refusing)
@@ -201,15 +206,76 @@ void standIn::setPixelStore(GLenum name, GLint value)
     current->state.store[name] = value;
 }
 
-std::optional<GLint> standIn::unpackParameter(GLenum name)
+namespace {
+
+GLint storeParameter(GLenum name)
 {
-    const bool known = (name >= GL_UNPACK_SWAP_BYTES && name <= GL_UNPACK_ALIGNMENT) ||
-                       name == GL_UNPACK_SKIP_IMAGES || name == GL_UNPACK_IMAGE_HEIGHT;
-    if (!current || !known)
-        return {};
     const auto found = current->state.store.find(name);
-    return found == current->state.store.end() ? (name == GL_UNPACK_ALIGNMENT ? 4 : 0)
-                                               : found->second;
+    return found != current->state.store.end() ? found->second
+                                               : (name == GL_UNPACK_ALIGNMENT ? 4 : 0);
+}
+
+// The array of which a query asks for the pointer, size or type; null where it is no such name.
+const HeldArray* arrayAsked(GLenum name, GLenum HeldNames::*which)
+{
+    for (const HeldNames& names : heldNames)
+        if (name && names.*which == name)
+            return &current->state.arrays[arrayKey(names.array)];
+    return nullptr;
+}
+
+} // namespace
+
+std::optional<GLint> standIn::parameter(GLenum name)
+{
+    const bool unpack = (name >= GL_UNPACK_SWAP_BYTES && name <= GL_UNPACK_ALIGNMENT) ||
+                        name == GL_UNPACK_SKIP_IMAGES || name == GL_UNPACK_IMAGE_HEIGHT;
+    if (!current)
+        return {};
+    if (unpack)
+        return storeParameter(name);
+    if (name == GL_CLIENT_ACTIVE_TEXTURE)
+        return static_cast<GLint>(GL_TEXTURE0 + current->state.unit);
+    if (const HeldArray* array = arrayAsked(name, &HeldNames::size))
+        return name == GL_SECONDARY_COLOR_ARRAY_SIZE ? 3 : array->size;
+    if (const HeldArray* array = arrayAsked(name, &HeldNames::type))
+        return static_cast<GLint>(array->type);
+    return {};
+}
+
+bool standIn::answers() { return current && !current->inside; }
+
+GLboolean standIn::isEnabled(GLenum name)
+{
+    const unsigned key = !current || current->inside ? 0 : arrayKey(name);
+    return key && current->state.arrays[key].enabled;
+}
+
+void standIn::getPointer(GLenum name, void** pointer)
+{
+    if (current && !current->inside)
+        if (const HeldArray* array = arrayAsked(name, &HeldNames::pointer))
+            *pointer = const_cast<char*>(array->pointer);
+}
+
+void standIn::getAttribute(GLuint index, GLenum name, GLint* value)
+{
+    if (!current || current->inside || index >= attributes)
+        return;
+    const HeldArray& array = current->state.arrays[keyOf(Memory::vertexAttrib, index)];
+    if (name == GL_VERTEX_ATTRIB_ARRAY_ENABLED)
+        *value = array.enabled;
+    else if (name == GL_VERTEX_ATTRIB_ARRAY_SIZE)
+        *value = array.size;
+    else if (name == GL_VERTEX_ATTRIB_ARRAY_TYPE)
+        *value = static_cast<GLint>(array.type);
+}
+
+void standIn::getAttributePointer(GLuint index, GLenum, void** pointer)
+{
+    if (current && !current->inside && index < attributes)
+        *pointer =
+            const_cast<char*>(current->state.arrays[keyOf(Memory::vertexAttrib, index)].pointer);
 }
 
 void standIn::push(GLbitfield mask)
@@ -265,6 +331,14 @@ void standIn::readElement(std::int64_t index)
         }
 }
 
+void standIn::readRange(GLint first, GLsizei count)
+{
+    if (count > 0) {
+        readElement(first);
+        readElement(std::int64_t{first} + count - 1);
+    }
+}
+
 void standIn::readElements(GLsizei count, GLenum type, const void* indices)
 {
     const auto* at = static_cast<const char*>(indices);
@@ -283,7 +357,7 @@ void standIn::readImage(int dimensions, GLsizei width, GLsizei height, GLsizei d
 {
     if (!current || !pixels || width <= 0 || height <= 0 || depth <= 0)
         return;
-    const auto value = [](GLenum name) { return std::int64_t{*unpackParameter(name)}; };
+    const auto value = [](GLenum name) { return std::int64_t{storeParameter(name)}; };
     const bool bits = type == GL_BITMAP;
     const int bytes = pixelBytes(format, type);
     if (!bits && bytes == 0)
@@ -307,3 +381,21 @@ void standIn::readImage(int dimensions, GLsizei width, GLsizei height, GLsizei d
         std::abort(); // no buffer has so many
     sink = static_cast<const char*>(pixels)[static_cast<std::int64_t>(at)];
 }
+
+// OpenGL refuses maps of more points in a direction than these before it reads any.
+template <class T>
+void standIn::readPoints(GLenum target, std::int64_t stride, std::int64_t order,
+                         std::int64_t secondStride, std::int64_t secondOrder, const T* points)
+{
+    constexpr std::int64_t mostOrder = 64;
+    const int values = pointValues(target);
+    if (!values || !points || order < 1 || order > mostOrder || secondOrder < 1 ||
+        secondOrder > mostOrder || stride < values || secondStride < values)
+        return;
+    const T* const last = points + (order - 1) * stride + (secondOrder - 1) * secondStride;
+    sink = static_cast<char>(load<unsigned char>(last + values - 1));
+}
+template void standIn::readPoints(GLenum, std::int64_t, std::int64_t, std::int64_t, std::int64_t,
+                                  const GLfloat*);
+template void standIn::readPoints(GLenum, std::int64_t, std::int64_t, std::int64_t, std::int64_t,
+                                  const GLdouble*);

@@ -1,5 +1,5 @@
 // Client memory as a real library uses it: addresses that it was given stay in use, per context,
-// for as long as OpenGL says; every element that a draw reaches and every byte of an image is read.
+// for as long as OpenGL says; the elements that a draw reaches and every byte of an image is read.
 // It follows the rules of OpenGL by itself, so that what the server forgets to check is found.
 #pragma once
 
@@ -9,10 +9,10 @@
 
 namespace standIn {
 
-/// Another context is current; null: none. A destroyed one must never come.
-void use(GLXContext context);
+/// Another context is current; null: none. 0 for one that has been destroyed or never was.
+int use(GLXContext context);
 GLXContext create();
-void destroy(GLXContext context);
+void destroy(GLXContext context); // it lives on while it is current
 
 /// All contexts are gone. `refusing`: client state is refused between glBegin and glEnd.
 void reset(bool refusing);
@@ -22,8 +22,14 @@ void setEnabled(GLenum array, bool enabled);
 void setAttributeEnabled(GLuint index, bool enabled);
 void setUnit(GLenum unit);
 void setPixelStore(GLenum name, GLint value);
-/// What is in force; nothing where the name is no parameter of the unpack state.
-std::optional<GLint> unpackParameter(GLenum name);
+/// What is in force; nothing where the name is no parameter of the client's state. Between glBegin
+/// and glEnd no question is answered.
+std::optional<GLint> parameter(GLenum name);
+bool answers();
+GLboolean isEnabled(GLenum array);
+void getPointer(GLenum name, void** pointer);
+void getAttribute(GLuint index, GLenum name, GLint* value);
+void getAttributePointer(GLuint index, GLenum name, void** pointer);
 void push(GLbitfield mask);
 void pop();
 void begin();
@@ -33,8 +39,13 @@ void endList();
 void callList(GLuint list);
 
 void readElement(std::int64_t index);
+void readRange(GLint first, GLsizei count);
 void readElements(GLsizei count, GLenum type, const void* indices);
 void readImage(int dimensions, GLsizei width, GLsizei height, GLsizei depth, GLenum format,
                GLenum type, const void* pixels);
+/// The last value of an evaluator's points.
+template <class T>
+void readPoints(GLenum target, std::int64_t stride, std::int64_t order, std::int64_t secondStride,
+                std::int64_t secondOrder, const T* points);
 
 } // namespace standIn

@@ -20,14 +20,16 @@ void invariantFailed(const char*, const char*, int, const char*) { throw Invaria
 
 namespace {
 
-// Touches `bytes` bytes; those that the library may change are changed to what they were.
+// Touches `bytes` bytes, of very many a few and the last; those that the library may
+// change are changed to what they were.
 template <class T>
 void touch(T* memory, std::int64_t bytes)
 {
     static volatile unsigned char sink;
     auto* at =
         reinterpret_cast<volatile unsigned char*>(const_cast<std::remove_const_t<T>*>(memory));
-    for (std::int64_t i = 0; i < bytes; ++i) {
+    const std::int64_t step = bytes > 1 << 14 ? bytes / 256 : 1;
+    for (std::int64_t i = (bytes - 1) % step; i < bytes; i += step) {
         const unsigned char byte = at[i];
         if constexpr (std::is_const_v<T>)
             sink = byte;
@@ -53,7 +55,8 @@ std::int64_t promised(CountedArrays, const Given& given)
 template <class F, int i, const ParamSizes& sizes, class Given>
 std::int64_t promised(ParameterArray<sizes>, const Given& given)
 {
-    return paramBytes(sizes, static_cast<GLenum>(std::get<i - 1>(given)));
+    const ParamSize* size = findParam(sizes, static_cast<GLenum>(std::get<i - 1>(given)));
+    return size ? size->bytes : 16 * elementSize<F, i>(); // no parameter has more
 }
 
 template <class F, int i, Count count, Null null, Memory memory, class Given>
@@ -72,13 +75,7 @@ std::int64_t promised(DataBlock<count, null, memory>, const Given& given)
 template <class F, int i, int length, class Given>
 std::int64_t promised(LengthlessVector<length>, const Given&)
 {
-    return length == unknowable ? 4 * elementSize<F, i>() : 0;
-}
-
-template <class F, int i, Memory memory, Components components, int typeAt, class Given>
-std::int64_t promised(ClientArray<memory, components, typeAt>, const Given&)
-{
-    return scratchOf(memory).size;
+    return length == unknowable ? 16 * elementSize<F, i>() : 0;
 }
 
 template <class F, int i, class Layout, class Given>
@@ -149,7 +146,7 @@ void useMemory(P... p)
     else if constexpr (op == Op::glPixelStorei)
         standIn::setPixelStore(PARAMETER(0), PARAMETER(1));
     else if constexpr (op == Op::glPixelStoref)
-        standIn::setPixelStore(PARAMETER(0), truncate(PARAMETER(1)));
+        standIn::setPixelStore(PARAMETER(0), truncate(PARAMETER(1) + 0.5F));
     else if constexpr (op == Op::glPushClientAttrib)
         standIn::push(PARAMETER(0));
     else if constexpr (op == Op::glPopClientAttrib)
@@ -166,16 +163,21 @@ void useMemory(P... p)
         standIn::callList(PARAMETER(0));
     else if constexpr (op == Op::glCallLists) {
         if (PARAMETER(1) == GL_UNSIGNED_BYTE && PARAMETER(2))
-            for (GLsizei i = 0; i < PARAMETER(0); ++i)
+            for (GLsizei i = 0; i < std::min(PARAMETER(0), 1000); ++i)
                 standIn::callList(static_cast<const GLubyte*>(PARAMETER(2))[i]);
     } else if constexpr (op == Op::glArrayElement || op == Op::glArrayElementEXT)
         standIn::readElement(PARAMETER(0));
-    else if constexpr (op == Op::glDrawArrays || op == Op::glDrawArraysEXT) {
-        if (PARAMETER(2) > 0) {
-            standIn::readElement(PARAMETER(1));
-            standIn::readElement(std::int64_t{PARAMETER(1)} + PARAMETER(2) - 1);
-        }
-    } else if constexpr (op == Op::glDrawElements)
+    else if constexpr (op == Op::glDrawArrays || op == Op::glDrawArraysEXT ||
+                       op == Op::glDrawMeshArraysSUN)
+        standIn::readRange(PARAMETER(1), PARAMETER(2));
+    else if constexpr (op == Op::glLockArraysEXT)
+        standIn::readRange(PARAMETER(0), PARAMETER(1));
+    else if constexpr (op == Op::glMap1d || op == Op::glMap1f)
+        standIn::readPoints(PARAMETER(0), PARAMETER(3), PARAMETER(4), 4, 1, PARAMETER(5));
+    else if constexpr (op == Op::glMap2d || op == Op::glMap2f)
+        standIn::readPoints(PARAMETER(0), PARAMETER(3), PARAMETER(4), PARAMETER(7), PARAMETER(8),
+                            PARAMETER(9));
+    else if constexpr (op == Op::glDrawElements)
         standIn::readElements(PARAMETER(1), PARAMETER(2), PARAMETER(3));
     else if constexpr (op == Op::glDrawRangeElements) {
         const GLenum type = PARAMETER(4);
@@ -215,11 +217,7 @@ void useMemory(P... p)
     else if constexpr (op == Op::glSeparableFilter2D) {
         standIn::readImage(1, PARAMETER(2), 1, 1, PARAMETER(4), PARAMETER(5), PARAMETER(6));
         standIn::readImage(1, PARAMETER(3), 1, 1, PARAMETER(4), PARAMETER(5), PARAMETER(7));
-    } else if constexpr (op == Op::glXMakeCurrent)
-        standIn::use(PARAMETER(2));
-    else if constexpr (op == Op::glXMakeContextCurrent)
-        standIn::use(PARAMETER(3));
-    else if constexpr (op == Op::glXDestroyContext)
+    } else if constexpr (op == Op::glXDestroyContext)
         standIn::destroy(PARAMETER(1));
 #undef PARAMETER
 }
@@ -242,7 +240,9 @@ struct StandIn<op, R(P...)> {
         // As many lists are called one by one as the operation says.
         if constexpr (op == Op::glCallLists)
             if (const auto [n, type, lists] = given; lists)
-                touch(lists, std::int64_t{n} * (type == GL_2_BYTES ? 2 : elementBytes(type)));
+                touch(lists, std::int64_t{n} * (type == GL_2_BYTES   ? 2
+                                                : type == GL_3_BYTES ? 3
+                                                                     : elementBytes(type)));
         if constexpr (op == Op::glFeedbackBuffer)
             if (const auto [size, type, memory] = given; !feedback.on)
                 feedback = {memory, std::int64_t{size} * std::int64_t{sizeof *memory}, false};
@@ -251,7 +251,12 @@ struct StandIn<op, R(P...)> {
         if constexpr (op == Op::glEnd)
             if (feedback.on)
                 touch(feedback.memory, feedback.bytes);
-        return something<R>();
+        if constexpr (op == Op::glXMakeCurrent || op == Op::glXMakeContextCurrent)
+            return standIn::use(std::get<sizeof...(P) - 1>(given));
+        else if constexpr (op == Op::glIsEnabled)
+            return standIn::isEnabled(std::get<0>(given));
+        else
+            return something<R>();
     }
 };
 
@@ -268,8 +273,10 @@ void answer(GLenum name, T* values)
     const bool isFourfold =
         name == GL_VIEWPORT || name == GL_SCISSOR_BOX || name == GL_CURRENT_RASTER_POSITION;
     const int count = isMatrix ? 16 : isFourfold ? 4 : 1;
+    if (!standIn::answers())
+        return;
     // What the server saves of these it puts back.
-    if (const std::optional<GLint> value = standIn::unpackParameter(name)) {
+    if (const std::optional<GLint> value = standIn::parameter(name)) {
         *values = static_cast<T>(*value);
         return;
     }
@@ -302,6 +309,9 @@ void installStandIns(bool overloads)
     set<Op::glGetIntegerv>(answer<GLint>);
     set<Op::glGetFloatv>(answer<GLfloat>);
     set<Op::glGetDoublev>(answer<GLdouble>);
+    set<Op::glGetPointerv>(standIn::getPointer);
+    set<Op::glGetVertexAttribivARB>(standIn::getAttribute);
+    set<Op::glGetVertexAttribPointervARB>(standIn::getAttributePointer);
     set<Op::glXChooseVisual>([](Display*, int, int* attributes) {
         for (; *attributes; ++attributes) {
         }
@@ -321,14 +331,12 @@ void installStandIns(bool overloads)
 void resetServer(bool current)
 {
     clearServerTables();
-    for (ScratchBuffer& scratch : scratchBuffers) {
+    for (const Memory kind : {Memory::listNames, Memory::map1d, Memory::map1f, Memory::map2d,
+                              Memory::map2f, Memory::feedback}) {
+        ScratchBuffer& scratch = scratchOf(kind);
         std::ranges::for_each(scratch.outgrown, std::free);
-        if (scratch.room > 0) // of a client array: it stays where it is
-            scratch = {.name = scratch.name, .data = scratch.data, .room = scratch.room};
-        else {
-            std::free(scratch.data);
-            scratch = {.name = scratch.name};
-        }
+        std::free(scratch.data);
+        scratch = {.name = scratch.name};
     }
     standIn::reset(queriedNumber > 0);
     feedback = {};

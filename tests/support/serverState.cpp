@@ -27,6 +27,15 @@ std::ostream& operator<<(std::ostream& out, const Outcome& outcome)
                << outcome.messages;
 }
 
+std::string namesOf(const std::string& calls)
+{
+    std::string names;
+    std::istringstream lines(calls);
+    for (std::string line; std::getline(lines, line);)
+        names += line.substr(0, line.find(' ')) + "\n";
+    return names;
+}
+
 int walk(const Bytes& buffer)
 {
     const std::unique_ptr<unsigned char[]> memory(new unsigned char[buffer.size() + 1]);

@@ -41,6 +41,9 @@ inline int walk(const std::string& text) { return walk(bytes(text)); }
 Outcome run(const Bytes& buffer);
 inline Outcome run(const std::string& text) { return run(bytes(text)); }
 
+/// The calls by name alone, a line each.
+std::string namesOf(const std::string& calls);
+
 /// What a buffer that is performed without a message does.
 inline Outcome performed(const std::string& calls) { return {1, calls, ""}; }
 

@@ -31,7 +31,7 @@ void clearServerTables()
     clear(LocalVertexArrayRangeTable, nVertexArrayRanges);
     clear(LocalProgramTable, nPrograms);
     clear(LocalTextureIDTable, nTextureIDs);
-    destroyedContexts.clear();
+
     clientMemory::reset();
     currDrawableInfo = nullptr;
     currLocalDisplay = nullptr;
