@@ -2,6 +2,7 @@
 #include "capture/arrays.h"
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "wire/clientArrays.h"
 
 #include <algorithm>
 
@@ -9,10 +10,42 @@ namespace {
 
 ClientVertexState& client() { return currentContext().client.now; }
 
-void setArray(int kind, GLint size, GLenum type, GLsizei stride, const void* pointer)
+// Types and sizes whose elements can be read here.
+bool isReadable(GLint size, GLenum type)
 {
-    ClientArrayState& array = client().arrays[kind];
-    array = {array.enabled, false, size, type, stride, pointer, client().arrayBuffer};
+    return size >= 1 && size <= 4 && ((type >= GL_BYTE && type <= GL_FLOAT) || type == GL_DOUBLE);
+}
+
+void setArray(ClientArrayState& array, GLint size, GLenum type, GLsizei stride, const void* pointer,
+              bool normalized = false)
+{
+    const bool bgra = size == GL_BGRA;
+    size = bgra ? 4 : size;
+    array = {.enabled = array.enabled,
+             .normalized = normalized,
+             .bgra = bgra,
+             .readable = isReadable(size, type),
+             .size = size,
+             .type = type,
+             .stride = stride,
+             .pointer = pointer,
+             .buffer = client().arrayBuffer};
+}
+
+constexpr Memory kindsOf[] = {Memory::vertex,         Memory::normal,   Memory::color,
+                              Memory::index,          Memory::edgeFlag, Memory::fogCoord,
+                              Memory::secondaryColor, Memory::texCoord};
+
+// Whether the library has taken a pointer call of which not every library would take all.
+bool isTaken(const ArrayNames& names, GLint size, GLenum type, GLsizei stride, const void* at)
+{
+    using GetPointer = decltype(::glGetPointerv);
+    static auto* const getPointer = reinterpret_cast<GetPointer*>(nativeByName("glGetPointerv"));
+    void* now = nullptr;
+    getPointer(names.pointer, &now);
+    return now == at && stateOf(names.stride) == stride &&
+           (!names.size || stateOf(names.size) == size) &&
+           (!names.type || static_cast<GLenum>(stateOf(names.type)) == type);
 }
 
 template <Op op>
@@ -33,8 +66,16 @@ void pointer(GLint size, GLenum type, GLsizei stride, const void* at)
                          : op == Op::glFogCoordPointer ? fogCoordArray
                          : op == Op::glTexCoordPointer ? texCoordArray
                                                        : secondaryColorArray;
-    setArray(kind == texCoordArray ? texCoordArray + client().activeUnit : kind, size, type, stride,
-             at);
+    if (!canAsk())
+        return;
+    constexpr Memory memory = kindsOf[kind];
+    constexpr bool sized = op == Op::glVertexPointer || op == Op::glColorPointer ||
+                           op == Op::glTexCoordPointer || op == Op::glSecondaryColorPointer;
+    if ((isUsualArray(memory, sized ? size : 3, type) && stride >= 0) ||
+        isTaken(namesOf(memory), size, type, stride, at))
+        setArray(
+            client().arrays[kind == texCoordArray ? texCoordArray + client().activeUnit : kind],
+            size, type, stride, at);
 }
 
 template <Op op>
@@ -71,74 +112,72 @@ void vertexAttribPointer(GLuint index, GLint size, GLenum type, GLboolean normal
                          GLsizei stride, const void* at)
 {
     callNative<Op::glVertexAttribPointerARB>(index, size, type, normalized, stride, at);
-    if (index < vertexAttributes) {
-        ClientArrayState& array = client().attributes[index];
-        array = {array.enabled, normalized != 0, size, type, stride, at, client().arrayBuffer};
-    }
+    if (!canAsk() || index >= vertexAttributes)
+        return;
+    const auto isTaken = [=] {
+        using GetPointer = decltype(::glGetVertexAttribPointerv);
+        static auto* const getPointer =
+            reinterpret_cast<GetPointer*>(nativeByName("glGetVertexAttribPointerv"));
+        void* now = nullptr;
+        if (getPointer)
+            getPointer(index, GL_VERTEX_ATTRIB_ARRAY_POINTER, &now);
+        return now == at;
+    };
+    if ((isUsualArray(Memory::vertexAttrib, size, type) && stride >= 0) || isTaken())
+        setArray(client().attributes[index], size, type, stride, at, normalized != 0);
 }
 
 template <Op op>
 void enableAttribute(GLuint index)
 {
     callNative<op>(index);
-    if (index < vertexAttributes)
+    if (canAsk() && index < vertexAttributes)
         client().attributes[index].enabled = op == Op::glEnableVertexAttribArrayARB;
-}
-
-int kindOf(GLenum array)
-{
-    switch (array) {
-    case GL_VERTEX_ARRAY:
-        return vertexArray;
-    case GL_NORMAL_ARRAY:
-        return normalArray;
-    case GL_COLOR_ARRAY:
-        return colorArray;
-    case GL_INDEX_ARRAY:
-        return indexArray;
-    case GL_EDGE_FLAG_ARRAY:
-        return edgeFlagArray;
-    case GL_FOG_COORD_ARRAY:
-        return fogCoordArray;
-    case GL_SECONDARY_COLOR_ARRAY:
-        return secondaryColorArray;
-    case GL_TEXTURE_COORD_ARRAY:
-        return texCoordArray + client().activeUnit;
-    default:
-        return -1;
-    }
 }
 
 template <Op op>
 void enableArray(GLenum array)
 {
     callNative<op>(array);
-    if (const int kind = kindOf(array); kind >= 0)
-        client().arrays[kind].enabled = op == Op::glEnableClientState;
+    const Memory memory = kindOfArray(array);
+    const auto kind = std::find(std::begin(kindsOf), std::end(kindsOf), memory) - kindsOf;
+    if (canAsk() && kind < std::ssize(kindsOf))
+        client()
+            .arrays[kind == texCoordArray ? texCoordArray + client().activeUnit : kind]
+            .enabled = op == Op::glEnableClientState;
 }
 
 template <Op op>
 void activeUnit(GLenum texture)
 {
     callNative<op>(texture);
-    if (texture - GL_TEXTURE0 < textureUnits)
+    if (canAsk() && texture - GL_TEXTURE0 < textureUnits)
         client().activeUnit = static_cast<int>(texture - GL_TEXTURE0);
 }
 
+// The stacks are the library's: what it refuses is not followed.
 void pushClientAttrib(GLbitfield mask)
 {
+    const bool ask = canAsk();
+    const GLint depth = ask ? stateOf(GL_CLIENT_ATTRIB_STACK_DEPTH) : 0;
     callNative<Op::glPushClientAttrib>(mask);
-    currentContext().client.stack.push_back({mask, client()});
+    if (ask && stateOf(GL_CLIENT_ATTRIB_STACK_DEPTH) > depth)
+        currentContext().client.stack.push_back(
+            {mask, client(), currentContext().client.unpackBuffer});
 }
 
 void popClientAttrib()
 {
+    const bool ask = canAsk();
+    const GLint depth = ask ? stateOf(GL_CLIENT_ATTRIB_STACK_DEPTH) : 0;
     callNative<Op::glPopClientAttrib>();
     auto& stack = currentContext().client.stack;
-    if (stack.empty())
+    if (!ask || stack.empty() || stateOf(GL_CLIENT_ATTRIB_STACK_DEPTH) >= depth)
         return;
     if (stack.back().mask & GL_CLIENT_VERTEX_ARRAY_BIT)
         client() = stack.back().state;
+    if (stack.back().mask & GL_CLIENT_PIXEL_STORE_BIT)
+        currentContext().client.unpackBuffer = stack.back().unpackBuffer;
     stack.pop_back();
 }
 
@@ -173,12 +212,12 @@ void interleavedArrays(GLenum format, GLsizei stride, const void* data)
     callNative<Op::glInterleavedArrays>(format, stride, data);
     const auto* found = std::find_if(std::begin(interleavedFormats), std::end(interleavedFormats),
                                      [=](const Interleaved& i) { return i.format == format; });
-    if (found == std::end(interleavedFormats) || stride < 0)
+    if (found == std::end(interleavedFormats) || stride < 0 || !canAsk())
         return;
     const auto set = [&](int kind, int size, GLenum type, int at) {
         client().arrays[kind].enabled = size > 0;
         if (size > 0)
-            setArray(kind, size, type, stride ? stride : found->stride,
+            setArray(client().arrays[kind], size, type, stride ? stride : found->stride,
                      static_cast<const char*>(data) + at);
     };
     set(texCoordArray + client().activeUnit, found->texCoords, GL_FLOAT, 0);
@@ -209,6 +248,17 @@ void installArrays()
     install("glIndexPointerEXT", typedPointerEXT<Op::glIndexPointer, 1>);
     install("glEdgeFlagPointerEXT", edgeFlagPointerEXT);
     install("glVertexAttribPointerARB", vertexAttribPointer);
+    // By the core's names too, whose functions are the same: then nobody may have asked for the
+    // extension's.
+    for (const auto& [op, name] :
+         {std::pair{Op::glVertexAttribPointerARB, "glVertexAttribPointerARB"},
+          {Op::glEnableVertexAttribArrayARB, "glEnableVertexAttribArrayARB"},
+          {Op::glDisableVertexAttribArrayARB, "glDisableVertexAttribArrayARB"}})
+        if (!nativeTable[indexOf(op)])
+            nativeTable[indexOf(op)] = nativeByName(name);
+    install("glVertexAttribPointer", vertexAttribPointer);
+    install("glEnableVertexAttribArray", enableAttribute<Op::glEnableVertexAttribArrayARB>);
+    install("glDisableVertexAttribArray", enableAttribute<Op::glDisableVertexAttribArrayARB>);
     install("glEnableVertexAttribArrayARB", enableAttribute<Op::glEnableVertexAttribArrayARB>);
     install("glDisableVertexAttribArrayARB", enableAttribute<Op::glDisableVertexAttribArrayARB>);
     install("glEnableClientState", enableArray<Op::glEnableClientState>);

@@ -3,18 +3,34 @@
 
 #include "wire/prototypes.h"
 
+#include <cstdint>
+#include <memory>
 #include <vector>
+
+/// A buffer object, and its contents as far as they are known here. What holds it (a binding, an
+/// array) keeps it, as OpenGL does, also when its name has been deleted.
+struct BufferObject {
+    GLuint name = 0; // 0: deleted
+    std::vector<unsigned char> bytes{};
+    std::uint64_t readAt = 0;     // the group's count of changes that are not seen, as it was then
+    bool alwaysChanging = false;  // mapped for good
+    const void* mapped = nullptr; // the library's own mapping, written to
+    std::size_t mappedAt = 0, mappedBytes = 0;
+};
+using BufferPointer = std::shared_ptr<BufferObject>;
 
 /// One array as the program has set it. Its elements stand `stride` bytes apart from `pointer` on,
 /// or from that offset on in a buffer object.
 struct ClientArrayState {
     bool enabled = false;
     bool normalized = false; // integers of a vertex attribute
+    bool bgra = false;       // blue first
+    bool readable = true;    // of a type and size that are known here
     GLint size = 4;
     GLenum type = GL_FLOAT;
     GLsizei stride = 0;
     const void* pointer = nullptr;
-    GLuint buffer = 0;
+    BufferPointer buffer{};
 };
 
 enum ArrayKind {
@@ -36,15 +52,17 @@ struct ClientVertexState {
     ClientArrayState arrays[arrayKinds];
     ClientArrayState attributes[vertexAttributes];
     int activeUnit = 0;
-    GLuint arrayBuffer = 0, elementBuffer = 0;
+    BufferPointer arrayBuffer{}, elementBuffer{};
 };
 
 /// The client's side of a context.
 struct ClientState {
     ClientVertexState now;
+    BufferPointer unpackBuffer{}; // images are read from it
     struct Pushed {
         GLbitfield mask;
         ClientVertexState state;
+        BufferPointer unpackBuffer;
     };
     std::vector<Pushed> stack;
     // What is enabled on the wall, a bit for each kind up to the first unit's coordinates, and of

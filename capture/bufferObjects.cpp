@@ -1,103 +1,245 @@
-// Buffer objects: their contents are kept here, and read as arrays by the draws.
+// Buffer objects: their contents are kept here, and read as arrays and images by what uses them.
+// The library's own mappings are handed out; what was written there is taken when they end. What
+// changes contents in other ways is only counted: they are read back when they are used next.
+#include "capture/bufferObjects.h"
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "capture/shareGroup.h"
 
 #include <cstring>
 #include <string>
 
 namespace {
 
+// The library's own function, found when first called.
+template <class F>
+F* nodes(const char* name)
+{
+    return reinterpret_cast<F*>(nativeByName(name));
+}
+#define NODES(name)                                                                                \
+    ([] {                                                                                          \
+        static auto* const function = nodes<decltype(::name)>(#name);                              \
+        return function;                                                                           \
+    }())
+
 ClientVertexState& client() { return currentContext().client.now; }
 
-GLuint* boundBuffer(GLenum target)
+// The buffer object of a name in the current share group, made if need be; null for 0.
+BufferPointer bufferObject(GLuint name)
 {
-    return target == GL_ARRAY_BUFFER           ? &client().arrayBuffer
-           : target == GL_ELEMENT_ARRAY_BUFFER ? &client().elementBuffer
-                                               : nullptr;
+    if (!hasContext() || name == 0)
+        return {};
+    ShareGroup& group = *currentContext().group;
+    const std::lock_guard lock(group.buffersLock);
+    BufferPointer& object = group.buffers[name];
+    if (!object)
+        object = std::make_shared<BufferObject>(
+            BufferObject{.name = name, .readAt = group.unseenChanges - (group.unseenChanges > 0)});
+    return object;
 }
 
-// The contents of the buffer that is bound, or null.
+void deleteBufferObject(GLuint name)
+{
+    if (!hasContext())
+        return;
+    ShareGroup& group = *currentContext().group;
+    const std::lock_guard lock(group.buffersLock);
+    if (const auto found = group.buffers.find(name); found != group.buffers.end()) {
+        found->second->name = 0;
+        group.buffers.erase(found);
+    }
+}
+
+// True, and from then on not until the next unseen change, where contents have to be read back.
+bool mustReadBack(BufferObject& object)
+{
+    if (!hasContext() || object.name == 0)
+        return false;
+    ShareGroup& group = *currentContext().group;
+    const std::lock_guard lock(group.buffersLock);
+    const bool old = object.alwaysChanging || object.readAt != group.unseenChanges;
+    object.readAt = group.unseenChanges;
+    return old;
+}
+
+BufferPointer* boundBuffer(GLenum target)
+{
+    switch (target) {
+    case GL_ARRAY_BUFFER:
+        return &client().arrayBuffer;
+    case GL_ELEMENT_ARRAY_BUFFER:
+        return &client().elementBuffer;
+    case GL_PIXEL_UNPACK_BUFFER:
+        return &currentContext().client.unpackBuffer;
+    default:
+        return nullptr;
+    }
+}
+
+// The object that is bound to a target whose contents are followed, or null.
 BufferObject* boundObject(GLenum target)
 {
     if (currentContext().asPicture)
         return nullptr;
-    const GLuint* name = boundBuffer(target);
-    return name && *name ? &bufferObject(*name) : nullptr;
+    const BufferPointer* bound = boundBuffer(target);
+    return bound ? bound->get() : nullptr;
+}
+
+GLint sizeOf(GLenum target)
+{
+    GLint size = -1;
+    NODES(glGetBufferParameteriv)(target, GL_BUFFER_SIZE, &size);
+    return size;
 }
 
 void bindBuffer(GLenum target, GLuint buffer)
 {
-    static auto* const native =
-        reinterpret_cast<decltype(&glBindBuffer)>(nativeByName("glBindBuffer"));
-    if (GLuint* bound = boundBuffer(target))
-        *bound = buffer;
-    native(target, buffer);
+    NODES(glBindBuffer)(target, buffer);
+    if (canAsk())
+        if (BufferPointer* bound = boundBuffer(target))
+            *bound = bufferObject(buffer);
+}
+
+// New contents of the bound object, if the library has taken them.
+void keepData(GLenum target, GLsizeiptr size, const void* data)
+{
+    BufferObject* const object = canAsk() ? boundObject(target) : nullptr;
+    if (!object) {
+        noteBuffersChanged(); // perhaps one that is bound elsewhere, too
+        return;
+    }
+    if (size < 0 || sizeOf(target) != size)
+        return;
+    object->mapped = nullptr;
+    object->bytes.assign(static_cast<std::size_t>(size), 0);
+    if (data && size > 0)
+        std::memcpy(object->bytes.data(), data, static_cast<std::size_t>(size));
 }
 
 void bufferData(GLenum target, GLsizeiptr size, const void* data, GLenum usage)
 {
-    static auto* const native =
-        reinterpret_cast<decltype(&glBufferData)>(nativeByName("glBufferData"));
-    if (BufferObject* object = boundObject(target); object && size >= 0) {
-        object->bytes.assign(static_cast<std::size_t>(size), 0);
-        if (data)
-            std::memcpy(object->bytes.data(), data, static_cast<std::size_t>(size));
-    }
-    native(target, size, data, usage);
+    NODES(glBufferData)(target, size, data, usage);
+    keepData(target, size, data);
+}
+
+void bufferStorage(GLenum target, GLsizeiptr size, const void* data, GLbitfield flags)
+{
+    NODES(glBufferStorage)(target, size, data, flags);
+    keepData(target, size, data);
 }
 
 void bufferSubData(GLenum target, GLintptr offset, GLsizeiptr size, const void* data)
 {
-    static auto* const native =
-        reinterpret_cast<decltype(&glBufferSubData)>(nativeByName("glBufferSubData"));
-    if (BufferObject* object = boundObject(target);
-        object && offset >= 0 && size > 0 &&
-        static_cast<std::size_t>(offset + size) <= object->bytes.size())
+    NODES(glBufferSubData)(target, offset, size, data);
+    BufferObject* const object = canAsk() ? boundObject(target) : nullptr;
+    if (!object)
+        noteBuffersChanged();
+    else if (const auto room = static_cast<GLsizeiptr>(object->bytes.size());
+             offset >= 0 && size > 0 && offset <= room && size <= room - offset && data &&
+             !object->mapped)
         std::memcpy(object->bytes.data() + offset, data, static_cast<std::size_t>(size));
-    native(target, offset, size, data);
 }
 
-// The program gets the client's own copy, and OpenGL what it has made of it.
+void noteMapping(GLenum target, const void* mapped, GLintptr at, GLsizeiptr bytes, bool writes,
+                 bool forGood)
+{
+    BufferObject* const object = boundObject(target);
+    if (!mapped)
+        return;
+    if (!object) {
+        noteBuffersChanged();
+        return;
+    }
+    object->alwaysChanging |= forGood;
+    if (writes) {
+        object->mapped = mapped;
+        object->mappedAt = static_cast<std::size_t>(at);
+        object->mappedBytes = static_cast<std::size_t>(bytes);
+    }
+}
+
 void* mapBuffer(GLenum target, GLenum access)
 {
-    static auto* const native =
-        reinterpret_cast<decltype(&glMapBuffer)>(nativeByName("glMapBuffer"));
-    BufferObject* object = boundObject(target);
-    if (!object)
-        return native(target, access);
-    object->writes = access != GL_READ_ONLY;
-    return object->bytes.data();
+    void* const mapped = NODES(glMapBuffer)(target, access);
+    if (mapped)
+        noteMapping(target, mapped, 0, sizeOf(target), access != GL_READ_ONLY, false);
+    return mapped;
+}
+
+void* mapBufferRange(GLenum target, GLintptr offset, GLsizeiptr length, GLbitfield access)
+{
+    void* const mapped = NODES(glMapBufferRange)(target, offset, length, access);
+    noteMapping(target, mapped, offset, length, (access & GL_MAP_WRITE_BIT) != 0,
+                (access & GL_MAP_PERSISTENT_BIT) != 0);
+    return mapped;
 }
 
 GLboolean unmapBuffer(GLenum target)
 {
-    static auto* const native =
-        reinterpret_cast<decltype(&glUnmapBuffer)>(nativeByName("glUnmapBuffer"));
-    static auto* const write =
-        reinterpret_cast<decltype(&glBufferSubData)>(nativeByName("glBufferSubData"));
-    BufferObject* object = boundObject(target);
-    if (!object)
-        return native(target);
-    if (object->writes)
-        write(target, 0, static_cast<GLsizeiptr>(object->bytes.size()), object->bytes.data());
-    object->writes = false;
-    return GL_TRUE;
+    if (BufferObject* const object = boundObject(target); object && object->mapped) {
+        const std::size_t room = object->bytes.size();
+        if (object->mappedAt <= room && object->mappedBytes <= room - object->mappedAt)
+            std::memcpy(object->bytes.data() + object->mappedAt, object->mapped,
+                        object->mappedBytes);
+        object->mapped = nullptr;
+    } else if (!object)
+        noteBuffersChanged();
+    return NODES(glUnmapBuffer)(target);
 }
 
 void deleteBuffers(GLsizei n, const GLuint* buffers)
 {
-    static auto* const native =
-        reinterpret_cast<decltype(&glDeleteBuffers)>(nativeByName("glDeleteBuffers"));
+    NODES(glDeleteBuffers)(n, buffers);
+    if (!canAsk())
+        return;
     for (int i = 0; i < n; ++i) {
+        for (const GLenum target :
+             {GL_ARRAY_BUFFER, GL_ELEMENT_ARRAY_BUFFER, GL_PIXEL_UNPACK_BUFFER})
+            if (BufferPointer* bound = boundBuffer(target);
+                *bound && buffers[i] != 0 && (*bound)->name == buffers[i])
+                bound->reset();
         deleteBufferObject(buffers[i]);
-        for (GLuint* bound : {&client().arrayBuffer, &client().elementBuffer})
-            if (*bound == buffers[i])
-                *bound = 0;
     }
-    native(n, buffers);
 }
 
 } // namespace
+
+void noteBuffersChanged()
+{
+    if (!hasContext())
+        return;
+    ShareGroup& group = *currentContext().group;
+    const std::lock_guard lock(group.buffersLock);
+    ++group.unseenChanges;
+}
+
+const std::vector<unsigned char>& contentsOf(const BufferPointer& object)
+{
+    if (canAsk() && mustReadBack(*object)) {
+        const GLuint bound = client().arrayBuffer ? client().arrayBuffer->name : 0;
+        NODES(glBindBuffer)(GL_ARRAY_BUFFER, object->name);
+        const GLint size = sizeOf(GL_ARRAY_BUFFER);
+        object->bytes.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+        if (size > 0)
+            NODES(glGetBufferSubData)(GL_ARRAY_BUFFER, 0, size, object->bytes.data());
+        NODES(glBindBuffer)(GL_ARRAY_BUFFER, bound);
+    }
+    return object->bytes;
+}
+
+const void* unpackSource(const void* pointer, std::int64_t bytes)
+{
+    const BufferPointer& buffer = currentContext().client.unpackBuffer;
+    if (!buffer)
+        return pointer;
+    const std::vector<unsigned char>& contents = contentsOf(buffer);
+    const auto offset = reinterpret_cast<std::uintptr_t>(pointer);
+    const auto wanted = static_cast<std::uint64_t>(bytes);
+    return bytes >= 0 && offset <= contents.size() && wanted <= contents.size() - offset
+               ? contents.data() + offset
+               : nullptr;
+}
 
 void installBufferObjects()
 {
@@ -115,4 +257,6 @@ void installBufferObjects()
               "glEndQuery", "glGetQueryiv", "glGetQueryObjectiv", "glGetQueryObjectuiv"})
             install(name(nodesOwn), NativeEntry{});
     }
+    install("glBufferStorage", bufferStorage);
+    install("glMapBufferRange", mapBufferRange);
 }

@@ -7,14 +7,9 @@
 #include "capture/lists.h"
 #include "capture/pictures.h"
 #include "capture/tape.h"
+#include "capture/wallSlots.h"
 
 #include <X11/Xlib.h>
-
-/// A buffer object's contents, as the client keeps them.
-struct BufferObject {
-    std::vector<unsigned char> bytes;
-    bool writes = false; // mapped, and written to
-};
 
 /// What the node's library calls a context: a GLXContext or an EGLContext.
 using NativeContext = const void*;
@@ -35,13 +30,21 @@ struct Context {
     bool asPicture = false;    // its finished pictures are shown, not its calls
     bool drawsPicture = false; // what is recorded just now is of a picture
     ShownPicture picture{};
+    bool isCurrent = false;   // in some thread
     unsigned long window = 0; // in which it is current; 0: none, or no window
+    unsigned long lastWindow = 0;
+    int hiddenFrames = 0; // ended in that window while it was not shown
     GLenum renderMode = GL_RENDER;
     bool inList = false; // a list is being compiled
     GLuint list = 0;
+    GLenum listMode = 0;
+    bool inBegin = false; // between glBegin and glEnd, where nothing can be asked
+    GLuint listBase = 0;  // as at the latest glBegin, where that had to be known
+    bool listBaseKnown = true;
     bool listPassedOn = false; // a part of it, for its size
     bool frontBuffer = false;
     bool scissorOn = false;
+    UsedNames used{};
     bool destroyed = false; // but perhaps still current
 };
 
@@ -50,6 +53,10 @@ Context& currentContext();
 
 /// True when a context is current that the library knows.
 bool hasContext();
+
+/// True when the library answers: a question between glBegin and glEnd would be the program's
+/// error.
+inline bool canAsk() { return hasContext() && !currentContext().inBegin; }
 
 /// A new context; `shared` is one that it shares with, or null.
 struct NewContext {
@@ -75,6 +82,10 @@ void contextIsCurrent(NativeContext native, unsigned long window);
 
 /// Before the calling thread's context changes: what is on its tape is passed on.
 void leaveContext(NativeContext next, unsigned long window);
+
+/// The program uses what calls cannot carry: from here on the current context is shown by its
+/// finished pictures, which is said once.
+void turnToPictures(const char* function);
 
 /// The frame is complete: its window is swapped, or a single-buffered program says so.
 void endFrame(bool swap);
@@ -107,13 +118,9 @@ struct Placement {
 };
 Placement placementOf(WindowSize size);
 
-/// The contents of a buffer object of the current context's share group.
-BufferObject& bufferObject(GLuint name);
-void deleteBufferObject(GLuint name);
-
 /// From here on the tape holds the records of a list; at its end they are moved from there. False
 /// when there were too many, and some have been passed on behind a glNewList.
-void beginListTape(GLuint list);
+void beginListTape(GLuint list, GLenum mode);
 bool endListTape(std::vector<unsigned char>& records);
 
 /// The lists of the current context that are kept.

@@ -2,6 +2,7 @@
 // whole picture in the program's own window: it is read back, and its pixels are sent as an image.
 #include "capture/entries.h"
 #include "capture/raster.h"
+#include "capture/readBack.h"
 
 #include <vector>
 
@@ -14,23 +15,7 @@ std::vector<unsigned char> readBack(GLint x, GLint y, GLsizei width, GLsizei hei
     std::vector<unsigned char> pixels(static_cast<std::size_t>(width) *
                                       static_cast<std::size_t>(height) *
                                       static_cast<std::size_t>(pixelBytes));
-    callNative<Op::glPushClientAttrib>(GLbitfield{GL_CLIENT_PIXEL_STORE_BIT});
-    callNative<Op::glPushAttrib>(GLbitfield{GL_PIXEL_MODE_BIT});
-    callNative<Op::glPixelStorei>(GLenum{GL_PACK_ALIGNMENT}, 1);
-    for (const GLenum name : {GL_PACK_ROW_LENGTH, GL_PACK_SKIP_ROWS, GL_PACK_SKIP_PIXELS,
-                              GL_PACK_SWAP_BYTES, GL_PACK_LSB_FIRST})
-        callNative<Op::glPixelStorei>(name, 0);
-    for (const GLenum name : {GL_MAP_COLOR, GL_MAP_STENCIL, GL_INDEX_SHIFT, GL_INDEX_OFFSET})
-        callNative<Op::glPixelTransferi>(name, 0);
-    for (const GLenum name :
-         {GL_RED_SCALE, GL_GREEN_SCALE, GL_BLUE_SCALE, GL_ALPHA_SCALE, GL_DEPTH_SCALE})
-        callNative<Op::glPixelTransferf>(name, 1.0F);
-    for (const GLenum name :
-         {GL_RED_BIAS, GL_GREEN_BIAS, GL_BLUE_BIAS, GL_ALPHA_BIAS, GL_DEPTH_BIAS})
-        callNative<Op::glPixelTransferf>(name, 0.0F);
-    callNative<Op::glReadPixels>(x, y, width, height, format, type, pixels.data());
-    callNative<Op::glPopAttrib>();
-    callNative<Op::glPopClientAttrib>();
+    readPixels(x, y, width, height, format, type, pixels.data());
     return pixels;
 }
 
@@ -68,7 +53,7 @@ template <Op op, class... Scalars>
 bool recordCopy(const Pixels& as, GLint x, GLint y, GLsizei width, GLsizei height,
                 Scalars... scalars)
 {
-    if (!isRecorded<Effect::defines>() || currentContext().inList)
+    if (!isRecorded<Effect::defines>() || currentContext().inList || !canAsk())
         return false;
     if (width <= 0 || height <= 0)
         return true;
@@ -133,7 +118,7 @@ void copyPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum type)
                       : type == GL_DEPTH ? Pixels{GL_DEPTH_COMPONENT, GL_FLOAT, 4}
                                          : Pixels{GL_STENCIL_INDEX, GL_UNSIGNED_BYTE, 1};
     const bool known = type == GL_COLOR || type == GL_DEPTH || type == GL_STENCIL;
-    if (known && isRecorded<Effect::draws>() && !currentContext().inList) {
+    if (known && isRecorded<Effect::draws>() && !currentContext().inList && canAsk()) {
         if (width > 0 && height > 0)
             atRasterPosition(false, [&] {
                 recordCopy<Op::glDrawPixels>(as, x, y, width, height, width, height);

@@ -1,9 +1,12 @@
 // Draws from client arrays: the elements that a draw uses are read now, packed and sent before it.
+#include "capture/bufferObjects.h"
 #include "capture/contexts.h"
 #include "capture/entries.h"
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <cstdio>
 #include <limits>
 
 namespace {
@@ -18,7 +21,7 @@ const unsigned char* elementAt(const ClientArrayState& array, std::int64_t index
 {
     const auto* base = static_cast<const unsigned char*>(array.pointer);
     if (array.buffer) {
-        const BufferObject& object = bufferObject(array.buffer);
+        const BufferObject& object = *array.buffer;
         const std::int64_t offset = std::int64_t(reinterpret_cast<std::intptr_t>(base)) +
                                     index * (array.stride ? array.stride : bytesOf(array));
         static constexpr unsigned char beyond[4 * sizeof(double)] = {};
@@ -70,6 +73,8 @@ Values valuesAt(const ClientArrayState& array, std::int64_t index, bool normaliz
     for (int i = 0; i < array.size && i < 4; ++i)
         values[static_cast<std::size_t>(i)] =
             static_cast<float>(valueAt(at, array.type, i, normalized));
+    if (array.bgra)
+        std::swap(values[0], values[2]);
     return values;
 }
 
@@ -126,10 +131,14 @@ void recordElement(std::int64_t index)
 
 // ---- Draws -------------------------------------------------------------------------------------
 
-// The servers have one memory for the coordinates of all units, and one for all attributes.
+// The servers have one memory for the coordinates of all units, and one for all attributes; blue
+// comes last in colours on the wire.
 bool fitsTheWall()
 {
     const ClientVertexState& now = client();
+    for (const int kind : {colorArray, secondaryColorArray})
+        if (now.arrays[kind].enabled && now.arrays[kind].bgra)
+            return false;
     for (int unit = 1; unit < textureUnits; ++unit)
         if (now.arrays[texCoordArray + unit].enabled)
             return false;
@@ -264,11 +273,31 @@ void recordAsCalls(GLenum mode, const Elements& elements)
     draw<Op::glEnd>();
 }
 
+// Makes the enabled arrays ready to be read. False where one is of a type that the wire lacks.
+bool areReadable()
+{
+    static std::atomic<bool> said;
+    const auto isReady = [](const ClientArrayState& array) {
+        if (array.enabled && array.buffer)
+            contentsOf(array.buffer);
+        return !array.enabled || array.readable;
+    };
+    const ClientVertexState& now = client();
+    const bool ready = std::all_of(std::begin(now.arrays), std::end(now.arrays), isReady) &&
+                       std::all_of(std::begin(now.attributes), std::end(now.attributes), isReady);
+    if (!ready && !said.exchange(true))
+        std::fputs("MOSA: capture: an array of a type that the wall does not know: what is drawn "
+                   "from it is not on the wall\n",
+                   stderr);
+    return ready;
+}
+
 // Nothing is drawn without positions.
 bool drawsAnything(GLsizei count)
 {
-    return count > 0 && isRecorded<Effect::draws>() &&
-           (client().arrays[vertexArray].enabled || client().attributes[0].enabled);
+    return count > 0 && isRecorded<Effect::draws>() && canAsk() &&
+           (client().arrays[vertexArray].enabled || client().attributes[0].enabled) &&
+           areReadable();
 }
 
 void recordDrawArrays(GLenum mode, GLint first, GLsizei count)
@@ -315,13 +344,13 @@ void recordDrawElements(GLenum mode, GLsizei count, GLenum type, const void* ind
     if (!drawsAnything(count))
         return;
     if (client().elementBuffer) {
-        const BufferObject& object = bufferObject(client().elementBuffer);
+        const std::vector<unsigned char>& contents = contentsOf(client().elementBuffer);
         const auto offset = reinterpret_cast<std::uintptr_t>(indices);
         const auto bytes =
             static_cast<std::size_t>(count) * static_cast<std::size_t>(elementBytes(type));
-        if (offset > object.bytes.size() || bytes > object.bytes.size() - offset)
+        if (offset > contents.size() || bytes > contents.size() - offset)
             return;
-        indices = object.bytes.data() + offset;
+        indices = contents.data() + offset;
     }
     if (!indices)
         return;
@@ -337,7 +366,9 @@ void recordDrawElements(GLenum mode, GLsizei count, GLenum type, const void* ind
 
 void arrayElement(GLint i)
 {
-    if (isRecorded<Effect::draws>() && i >= 0)
+    const bool readable = std::ranges::all_of(
+        client().arrays, [](const ClientArrayState& a) { return !a.enabled || a.readable; });
+    if (isRecorded<Effect::draws>() && i >= 0 && readable)
         recordElement(i);
     callNative<Op::glArrayElement>(i);
 }

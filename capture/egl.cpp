@@ -6,8 +6,15 @@
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <map>
 #include <mutex>
+
+#include <dlfcn.h>
 
 namespace {
 
@@ -20,7 +27,12 @@ namespace {
 
 std::mutex surfacesLock;
 auto& surfaces = *new std::map<EGLSurface, Window>;
-auto& displays = *new std::map<EGLDisplay, Display*>;
+// What a display was made of: only an X11 one has a connection that can be used here.
+struct NativeDisplay {
+    Display* dpy = nullptr;
+    bool xcb = false; // its windows are given by numbers of 32 bits
+};
+auto& displays = *new std::map<EGLDisplay, NativeDisplay>;
 
 Window windowOf(EGLSurface surface)
 {
@@ -37,24 +49,60 @@ EGLSurface keepSurface(EGLSurface surface, Window window)
     return surface;
 }
 
-EGLDisplay keepDisplay(EGLDisplay display, void* native)
+EGLDisplay keepDisplay(EGLDisplay display, NativeDisplay native)
 {
     const std::lock_guard lock(surfacesLock);
-    displays[display] = static_cast<Display*>(native);
+    if (display != EGL_NO_DISPLAY)
+        displays[display] = native;
     return display;
+}
+
+NativeDisplay displayOf(EGLDisplay display)
+{
+    const std::lock_guard lock(surfacesLock);
+    const auto found = displays.find(display);
+    return found == displays.end() ? NativeDisplay{} : found->second;
+}
+
+// Of a display that is given without its platform: other platforms' begin with an address of their
+// library's.
+bool isX11(void* native)
+{
+    const char* const platform = std::getenv("EGL_PLATFORM");
+    if (!native || (platform && std::strcmp(platform, "x11") != 0))
+        return false;
+    const void* const first = *static_cast<void**>(native);
+    return first == nullptr || (first != dlsym(RTLD_DEFAULT, "wl_display_interface") &&
+                                first != dlsym(RTLD_DEFAULT, "gbm_create_device"));
+}
+
+NativeDisplay nativeDisplay(EGLenum platform, void* native)
+{
+    return {platform == EGL_PLATFORM_X11_KHR ? static_cast<Display*>(native) : nullptr,
+            platform == EGL_PLATFORM_XCB_EXT};
+}
+
+// The platform's window is given by its address.
+Window windowAt(EGLDisplay display, const void* window)
+{
+    if (!window)
+        return 0;
+    return displayOf(display).xcb ? *static_cast<const std::uint32_t*>(window)
+                                  : *static_cast<const Window*>(window);
 }
 
 // ---- Displays and surfaces ---------------------------------------------------------------------
 
 EGLDisplay getDisplay(EGLNativeDisplayType native)
 {
-    return keepDisplay(OWN(eglGetDisplay)(native), native);
+    return keepDisplay(OWN(eglGetDisplay)(native),
+                       NativeDisplay{isX11(native) ? reinterpret_cast<Display*>(native) : nullptr});
 }
 
 EGLDisplay getPlatformDisplay(EGLenum platform, void* native, const EGLAttrib* attributes)
 {
     const EGLDisplay display = OWN(eglGetPlatformDisplay)(platform, native, attributes);
-    return keepDisplay(display, platform == EGL_PLATFORM_X11_KHR ? native : nullptr);
+    return keepDisplay(display, nativeDisplay(platform, native));
 }
 
 EGLDisplay getPlatformDisplayEXT(EGLenum platform, void* native, const EGLint* attributes)
@@ -62,7 +110,7 @@ EGLDisplay getPlatformDisplayEXT(EGLenum platform, void* native, const EGLint* a
     static auto* const function =
         reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(nativeByName("eglGetPlatformDisplayEXT"));
     const EGLDisplay display = function(platform, native, attributes);
-    return keepDisplay(display, platform == EGL_PLATFORM_X11_KHR ? native : nullptr);
+    return keepDisplay(display, nativeDisplay(platform, native));
 }
 
 EGLSurface createWindowSurface(EGLDisplay display, EGLConfig config, EGLNativeWindowType window,
@@ -71,12 +119,11 @@ EGLSurface createWindowSurface(EGLDisplay display, EGLConfig config, EGLNativeWi
     return keepSurface(OWN(eglCreateWindowSurface)(display, config, window, attributes), window);
 }
 
-// The platform's window is given by its address.
 EGLSurface createPlatformWindowSurface(EGLDisplay display, EGLConfig config, void* window,
                                        const EGLAttrib* attributes)
 {
     return keepSurface(OWN(eglCreatePlatformWindowSurface)(display, config, window, attributes),
-                       window ? *static_cast<Window*>(window) : 0);
+                       windowAt(display, window));
 }
 
 EGLSurface createPlatformWindowSurfaceEXT(EGLDisplay display, EGLConfig config, void* window,
@@ -84,8 +131,7 @@ EGLSurface createPlatformWindowSurfaceEXT(EGLDisplay display, EGLConfig config, 
 {
     static auto* const function = reinterpret_cast<PFNEGLCREATEPLATFORMWINDOWSURFACEEXTPROC>(
         nativeByName("eglCreatePlatformWindowSurfaceEXT"));
-    return keepSurface(function(display, config, window, attributes),
-                       window ? *static_cast<Window*>(window) : 0);
+    return keepSurface(function(display, config, window, attributes), windowAt(display, window));
 }
 
 EGLBoolean destroySurface(EGLDisplay display, EGLSurface surface)
@@ -122,7 +168,21 @@ EGLContext createContext(EGLDisplay display, EGLConfig config, EGLContext shared
 {
     const bool openGL = OWN(eglQueryAPI)() == EGL_OPENGL_API;
     int major = 1, minor = 0, profile = 0;
-    for (const EGLint* a = attributes; a && *a != EGL_NONE; a += 2) {
+    constexpr EGLint known[] = {EGL_CONTEXT_MAJOR_VERSION,
+                                EGL_CONTEXT_MINOR_VERSION,
+                                EGL_CONTEXT_OPENGL_PROFILE_MASK,
+                                EGL_CONTEXT_FLAGS_KHR,
+                                EGL_CONTEXT_OPENGL_DEBUG,
+                                EGL_CONTEXT_OPENGL_FORWARD_COMPATIBLE,
+                                EGL_CONTEXT_OPENGL_ROBUST_ACCESS,
+                                EGL_CONTEXT_OPENGL_ROBUST_ACCESS_EXT,
+                                EGL_CONTEXT_OPENGL_RESET_NOTIFICATION_STRATEGY,
+                                EGL_CONTEXT_OPENGL_RESET_NOTIFICATION_STRATEGY_EXT,
+                                EGL_CONTEXT_OPENGL_NO_ERROR_KHR,
+                                EGL_CONTEXT_PRIORITY_LEVEL_IMG,
+                                EGL_CONTEXT_RELEASE_BEHAVIOR_KHR,
+                                EGL_PROTECTED_CONTENT_EXT};
+    for (const EGLint* a = attributes; a && isKnownAttribute(*a, known); a += 2) {
         if (a[0] == EGL_CONTEXT_MAJOR_VERSION)
             major = a[1];
         else if (a[0] == EGL_CONTEXT_MINOR_VERSION)
@@ -140,14 +200,9 @@ EGLContext createContext(EGLDisplay display, EGLConfig config, EGLContext shared
     }
     const EGLContext context = OWN(eglCreateContext)(display, config, shared, attributes);
     if (context != EGL_NO_CONTEXT) {
-        Display* dpy = nullptr;
-        {
-            const std::lock_guard lock(surfacesLock);
-            dpy = displays[display];
-        }
         EGLint visual = 0;
         OWN(eglGetConfigAttrib)(display, config, EGL_NATIVE_VISUAL_ID, &visual);
-        addContext({context, shared, dpy, static_cast<unsigned long>(visual),
+        addContext({context, shared, displayOf(display).dpy, static_cast<unsigned long>(visual),
                     attributesOf(display, config), true, asPicture});
     }
     return context;

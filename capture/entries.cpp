@@ -1,5 +1,7 @@
 #include "capture/entries.h"
+#include "capture/bufferObjects.h"
 #include "capture/contexts.h"
+#include "capture/outside.h"
 #include "capture/stream.h"
 
 #include <cstdio>
@@ -27,6 +29,8 @@ template <class F, const ParamSizes& sizes>
 inline constexpr bool followsFromLayout<F, ParameterArray<sizes>> = true;
 template <class F, class Layout>
 inline constexpr bool followsFromLayout<F, Guarded<Layout>> = followsFromLayout<F, Layout>;
+template <class F, class Layout>
+inline constexpr bool followsFromLayout<F, Padded<Layout>> = followsFromLayout<F, Layout>;
 template <class F, class Layout>
 inline constexpr bool followsFromLayout<F, Noted<Layout>> = followsFromLayout<F, Layout>;
 
@@ -113,16 +117,6 @@ void fillKnown()
     installEgl();
 }
 
-// Those of OpenGL's functions outside the wire's list that change nothing that is seen.
-bool isHarmless(std::string_view name)
-{
-    for (const std::string_view part : {"Get", "Is", "Query", "Queries", "Debug", "Sync", "Fence",
-                                        "Buffer", "ObjectLabel", "Gen", "Delete"})
-        if (name.find(part) != name.npos)
-            return true;
-    return false;
-}
-
 void sayUnseen(const char* name)
 {
     static std::mutex lock;
@@ -161,8 +155,15 @@ NativeEntry entryFor(const char* name)
     if (captureOptions.showing == Showing::pictures && isOpenGL(name) && !endsFrames(name))
         return nativeByName(name);
     const auto found = known().find(name);
-    if (found == known().end()) // of GLX and EGL all, of OpenGL what the wall carries
-        return !isOpenGL(name) || currentContext().asPicture ? nativeByName(name) : nullptr;
+    if (found == known().end()) {
+        const NativeEntry native = nativeByName(name);
+        if (!native || !isOpenGL(name)) // of GLX and EGL all is the node's own
+            return native;
+        if (captureOptions.showing == Showing::calls && !currentContext().asPicture)
+            return nullptr;
+        const NativeEntry followed = exportedEntry(name);
+        return followed ? followed : native;
+    }
     const auto& [opcode, entry] = found->second;
     NativeEntry native = opcode >= 0 ? nativeTable[opcode] : nullptr;
     if (!native)
@@ -174,16 +175,32 @@ NativeEntry entryFor(const char* name)
     return entry ? entry : native;
 }
 
-NativeEntry entryForExport(const char* name)
+ExportedCall callOfExport(const char* name, std::uintptr_t first, std::uintptr_t second)
 {
-    if (NativeEntry entry = entryFor(name))
-        return entry;
-    NativeEntry native = nativeByName(name);
+    const bool outside = isOpenGL(name) && !known().contains(name);
+    if (!outside || captureOptions.showing == Showing::pictures) {
+        const NativeEntry entry = entryFor(name);
+        return {entry ? entry : missing, true};
+    }
+    const NativeEntry native = nativeByName(name);
     if (!native)
-        return missing;
-    if (!isHarmless(name))
-        sayUnseen(name);
-    return native;
+        return {missing, true};
+    const OutsideRow row = outsideOf(name);
+    if (row.what == Outside::harmless)
+        return {native, true};
+    if (row.what == Outside::changesBuffers) {
+        noteBuffersChanged();
+        return {native, false};
+    }
+    const bool isZero = row.what == Outside::unlessZero &&
+                        static_cast<std::uint32_t>(row.argument == 0 ? first : second) == 0;
+    if (!isZero && canAsk() && !currentContext().asPicture) {
+        if (captureOptions.showing == Showing::calls)
+            sayUnseen(name);
+        else
+            turnToPictures(name);
+    }
+    return {native, false};
 }
 
 namespace {

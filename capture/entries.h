@@ -5,14 +5,25 @@
 #include "capture/effects.h"
 #include "capture/native.h"
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
-/// The entry that the program gets for a name; null when the program is not to know of it.
+/// The entry that the program gets for a name. Null where the node has none; with --calls also
+/// where the wall's calls have none.
 NativeEntry entryFor(const char* name);
 
-/// The entry for a name that this library exports, which the program may call without having asked:
-/// for what the wall cannot show, the node's own function, and a line that says so. Never null.
-NativeEntry entryForExport(const char* name);
+/// A call of a name that this library exports: where it goes, never null, and whether all others of
+/// that name go there, too. What the function means to the current context is done: by its first
+/// two arguments, where they are numbers.
+struct ExportedCall {
+    NativeEntry entry;
+    bool always;
+};
+ExportedCall callOfExport(const char* name, std::uintptr_t first, std::uintptr_t second);
+
+/// The exported function of a name, or null.
+NativeEntry exportedEntry(std::string_view name);
 
 /// Puts an entry in place of the one that the layout gives. The two below install those of their
 /// files.

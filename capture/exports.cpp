@@ -3,6 +3,9 @@
 // place that finds out what the name stands for (x86-64).
 #include "capture/entries.h"
 
+#include <iterator>
+#include <unordered_map>
+
 #ifndef __x86_64__
 #    error "the jumps below are for x86-64"
 #endif
@@ -18,13 +21,31 @@ constexpr const char* exportNames[] = {
 } // namespace
 
 extern "C" {
-// Read by the jumps below; slot n begins at firstCall n.
+// Read by the jumps below; a slot that is null leads to firstCall.
 [[gnu::visibility("hidden")]] NativeEntry exportSlots[std::size(exportNames)] = {};
 
-[[gnu::visibility("hidden"), gnu::used]] NativeEntry resolveExport(unsigned long number)
+[[gnu::visibility("hidden"), gnu::used]] NativeEntry
+resolveExport(unsigned long number, std::uintptr_t first, std::uintptr_t second)
 {
-    return exportSlots[number] = entryForExport(exportNames[number]);
+    const auto [entry, always] = callOfExport(exportNames[number], first, second);
+    if (always)
+        exportSlots[number] = entry;
+    return entry;
 }
+
+extern const NativeEntry exportedFunctions[]; // exportTable.cpp
+}
+
+NativeEntry exportedEntry(std::string_view name)
+{
+    static const auto& numbers = *new std::unordered_map<std::string_view, std::size_t>([] {
+        std::unordered_map<std::string_view, std::size_t> all;
+        for (std::size_t i = 0; i < std::size(exportNames); ++i)
+            all[exportNames[i]] = i;
+        return all;
+    }());
+    const auto found = numbers.find(name);
+    return found == numbers.end() ? nullptr : exportedFunctions[found->second];
 }
 
 // A slot that is still null leads here with the number of the name: the arguments of the call that
@@ -38,6 +59,8 @@ firstCall:
     sub $128, %rsp
     movups %xmm0, 0(%rsp); movups %xmm1, 16(%rsp); movups %xmm2, 32(%rsp); movups %xmm3, 48(%rsp)
     movups %xmm4, 64(%rsp); movups %xmm5, 80(%rsp); movups %xmm6, 96(%rsp); movups %xmm7, 112(%rsp)
+    mov -8(%rbp), %rsi
+    mov -16(%rbp), %rdx
     mov %r11, %rdi
     call resolveExport
     mov %rax, %r11

@@ -23,6 +23,11 @@ const XCharStruct* glyphOf(const XFontStruct& font, unsigned code)
     return &font.per_char[(row - font.min_byte1) * columns + column - font.min_char_or_byte2];
 }
 
+int cellWidthOf(const XFontStruct& font)
+{
+    return std::max(0, -font.min_bounds.lbearing) + std::max<int>(font.max_bounds.rbearing, 1);
+}
+
 struct Sheet {
     XImage* image;
     int cellWidth;
@@ -33,7 +38,7 @@ struct Sheet {
 Sheet drawGlyphs(Display* dpy, Font id, const XFontStruct& font, unsigned first, unsigned count)
 {
     const int left = std::max(0, -font.min_bounds.lbearing);
-    const int cellWidth = left + std::max<int>(font.max_bounds.rbearing, 1);
+    const int cellWidth = cellWidthOf(font);
     const int baseline = std::max<int>(font.max_bounds.ascent, 0);
     const int height = std::max(1, baseline + std::max<int>(font.max_bounds.descent, 0));
     const unsigned width = static_cast<unsigned>(cellWidth) * count;
@@ -101,18 +106,27 @@ void useXFont(Font id, int first, int count, int listBase)
     XFontStruct* const font = XQueryFont(dpy, id);
     if (!font)
         return;
-    const Sheet sheet =
-        drawGlyphs(dpy, id, *font, static_cast<unsigned>(first), static_cast<unsigned>(count));
+    constexpr int widest = 32767; // of a pixmap
+    const int atOnce = std::max(1, widest / cellWidthOf(*font));
+    Sheet sheet{};
     const int left = std::max(0, -font->min_bounds.lbearing);
     const std::vector<GLfloat> advances = advancesOf(listBase, count);
-    for (int i = 0; sheet.image && i < count; ++i) {
+    for (int i = 0; i < count; ++i) {
+        if (i % atOnce == 0) {
+            if (sheet.image)
+                XDestroyImage(sheet.image);
+            sheet = drawGlyphs(dpy, id, *font, static_cast<unsigned>(first + i),
+                               static_cast<unsigned>(std::min(atOnce, count - i)));
+        }
+        if (!sheet.image)
+            break;
         std::vector<unsigned char> records;
         if (const XCharStruct* glyph = glyphOf(*font, static_cast<unsigned>(first + i))) {
             const int width = glyph->rbearing - glyph->lbearing;
             const int height = glyph->ascent + glyph->descent;
             const bool empty = width <= 0 || height <= 0;
             const std::vector<unsigned char> bits =
-                empty ? std::vector<unsigned char>{} : bitsOf(sheet, i, left, *glyph);
+                empty ? std::vector<unsigned char>{} : bitsOf(sheet, i % atOnce, left, *glyph);
             encode<Op::glBitmap>(
                 records, empty ? 0 : width, empty ? 0 : height,
                 static_cast<GLfloat>(-glyph->lbearing), static_cast<GLfloat>(glyph->descent - 1),

@@ -5,7 +5,9 @@
 #include "capture/stream.h"
 #include "capture/strings.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <map>
 #include <mutex>
 
@@ -121,7 +123,16 @@ GLXContext createContextAttribs(Display* dpy, GLXFBConfig config, GLXContext sha
     static auto* const native = reinterpret_cast<PFNGLXCREATECONTEXTATTRIBSARBPROC>(
         nativeByName("glXCreateContextAttribsARB"));
     int major = 1, minor = 0, profile = 0;
-    for (const int* a = attributes; a && *a; a += 2) {
+    constexpr int known[] = {GLX_CONTEXT_MAJOR_VERSION_ARB,
+                             GLX_CONTEXT_MINOR_VERSION_ARB,
+                             GLX_CONTEXT_FLAGS_ARB,
+                             GLX_CONTEXT_PROFILE_MASK_ARB,
+                             GLX_CONTEXT_RESET_NOTIFICATION_STRATEGY_ARB,
+                             GLX_CONTEXT_RELEASE_BEHAVIOR_ARB,
+                             GLX_CONTEXT_OPENGL_NO_ERROR_ARB,
+                             GLX_RENDER_TYPE,
+                             GLX_SCREEN};
+    for (const int* a = attributes; a && isKnownAttribute(*a, known); a += 2) {
         if (a[0] == GLX_CONTEXT_MAJOR_VERSION_ARB)
             major = a[1];
         else if (a[0] == GLX_CONTEXT_MINOR_VERSION_ARB)

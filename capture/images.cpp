@@ -1,55 +1,50 @@
 // Images: packed from the program's memory as its unpack state says, and sent without gaps, in this
 // machine's byte order, bits from the most significant on. The wall's unpack alignment is 1, and no
 // other unpack parameter is ever sent.
+#include "capture/bufferObjects.h"
 #include "capture/contexts.h"
 #include "capture/entries.h"
 #include "capture/imageRecords.h"
 #include "capture/raster.h"
-#include "wire/sizes.h"
+#include "wire/imageMemory.h"
 
 namespace {
 
 struct Unpack {
-    GLint alignment, rowLength, skipRows, skipPixels, imageHeight, skipImages, swapBytes, lsbFirst;
+    UnpackState state;
+    bool swapBytes, lsbFirst;
 };
 
 Unpack currentUnpack()
 {
-    const auto value = [](GLenum name) {
-        GLint v = 0;
-        callNative<Op::glGetIntegerv>(name, &v);
-        return v;
-    };
-    return {value(GL_UNPACK_ALIGNMENT),    value(GL_UNPACK_ROW_LENGTH),
-            value(GL_UNPACK_SKIP_ROWS),    value(GL_UNPACK_SKIP_PIXELS),
-            value(GL_UNPACK_IMAGE_HEIGHT), value(GL_UNPACK_SKIP_IMAGES),
-            value(GL_UNPACK_SWAP_BYTES),   value(GL_UNPACK_LSB_FIRST)};
+    return {{stateOf(GL_UNPACK_ALIGNMENT, 4), stateOf(GL_UNPACK_ROW_LENGTH),
+             stateOf(GL_UNPACK_SKIP_ROWS), stateOf(GL_UNPACK_SKIP_PIXELS),
+             stateOf(GL_UNPACK_IMAGE_HEIGHT), stateOf(GL_UNPACK_SKIP_IMAGES)},
+            stateOf(GL_UNPACK_SWAP_BYTES) != 0,
+            stateOf(GL_UNPACK_LSB_FIRST) != 0};
 }
 
-/// An image in the program's memory.
+/// An image in the program's memory, or in a buffer object.
 struct Picture {
     const void* pixels;
-    GLsizei width, height, depth;
-    GLenum format, type;
-    bool volume = false; // the unpack state's images count
+    ImageSize size;
 };
 
-bool isBits(const Picture& picture) { return picture.type == GL_BITMAP; }
+bool isBits(const ImageSize& size) { return size.type == GL_BITMAP; }
 
-std::int64_t rowBytes(const Picture& picture)
+std::int64_t rowBytes(const ImageSize& size)
 {
-    return isBits(picture) ? (std::int64_t{picture.width} + 7) / 8
-                           : std::int64_t{picture.width} * pixelBytes(picture.format, picture.type);
+    return isBits(size) ? (size.width + 7) / 8 : size.width * pixelBytes(size.format, size.type);
 }
 
 /// Bytes without gaps; negative when there is no such image.
-std::int64_t packedBytes(const Picture& picture)
+std::int64_t packedBytes(const ImageSize& size)
 {
-    if (!isBits(picture) && pixelBytes(picture.format, picture.type) == 0)
+    if (!isBits(size) && pixelBytes(size.format, size.type) == 0)
         return -1;
-    if (picture.width < 0)
+    if (size.width < 0)
         return -1;
-    return byteCount(rowBytes(picture), picture.height, picture.depth);
+    return byteCount(rowBytes(size), size.height, size.depth);
 }
 
 void packBits(unsigned char* to, const unsigned char* from, int skip, int width, bool lsbFirst)
@@ -73,74 +68,80 @@ void swapUnits(unsigned char* at, std::int64_t bytes, int unit)
         std::reverse(at + i, at + i + unit);
 }
 
-void pack(unsigned char* to, const Picture& picture)
+void pack(unsigned char* to, const unsigned char* pixels, const ImageSize& size,
+          const Unpack& unpack)
 {
-    const Unpack unpack = currentUnpack();
-    const std::int64_t length = unpack.rowLength > 0 ? unpack.rowLength : picture.width;
-    const int pixel = pixelBytes(picture.format, picture.type);
-    const int unit = pixelUnit(picture.type).bytes;
-    const std::int64_t tight = isBits(picture) ? (length + 7) / 8 : length * pixel;
-    const std::int64_t alignment =
-        isBits(picture) || unit < unpack.alignment ? unpack.alignment : 1;
-    const std::int64_t row = (tight + alignment - 1) / alignment * alignment;
-    const std::int64_t rows =
-        picture.volume && unpack.imageHeight > 0 ? unpack.imageHeight : picture.height;
-    const auto* from = static_cast<const unsigned char*>(picture.pixels) + unpack.skipRows * row +
-                       (picture.volume ? unpack.skipImages * rows * row : 0);
-    const std::int64_t bytes = rowBytes(picture);
-    for (GLsizei image = 0; image < picture.depth; ++image, from += rows * row) {
-        if (!isBits(picture) && row == bytes && unpack.skipPixels == 0) {
-            std::memcpy(to, from, static_cast<std::size_t>(bytes * picture.height));
-            to += bytes * picture.height;
+    const ImagePlaces places = placesOf(size, unpack.state);
+    const std::int64_t bytes = rowBytes(size);
+    const std::int64_t skipped = unpack.state.skipPixels;
+    const unsigned char* from = pixels + places.first;
+    for (std::int64_t image = 0; image < size.depth; ++image, from += places.image) {
+        if (!isBits(size) && places.row == bytes && skipped == 0) {
+            std::memcpy(to, from, static_cast<std::size_t>(bytes * size.height));
+            to += bytes * size.height;
             continue;
         }
         const unsigned char* at = from;
-        for (GLsizei y = 0; y < picture.height; ++y, at += row, to += bytes) {
-            if (isBits(picture))
-                packBits(to, at, unpack.skipPixels, picture.width, unpack.lsbFirst);
+        for (std::int64_t y = 0; y < size.height; ++y, at += places.row, to += bytes) {
+            if (isBits(size))
+                packBits(to, at, static_cast<int>(skipped), static_cast<int>(size.width),
+                         unpack.lsbFirst);
             else
-                std::memcpy(to, at + std::int64_t{unpack.skipPixels} * pixel,
+                std::memcpy(to, at + skipped * places.pixelBits / 8,
                             static_cast<std::size_t>(bytes));
         }
     }
-    if (unpack.swapBytes && unit > 1) {
-        const std::int64_t all = bytes * picture.height * picture.depth;
+    if (const int unit = pixelUnit(size.type).bytes; unpack.swapBytes && unit > 1) {
+        const std::int64_t all = bytes * size.height * size.depth;
         swapUnits(to - all, all, unit);
     }
 }
+
+/// The pixels of an image without gaps; none where it has none, or OpenGL refuses it.
+std::vector<unsigned char> packed(const Picture& picture)
+{
+    const std::int64_t bytes = packedBytes(picture.size);
+    if (!picture.pixels || bytes <= 0)
+        return {};
+    const Unpack unpack = currentUnpack();
+    const void* const from = unpackSource(picture.pixels, placesOf(picture.size, unpack.state).end);
+    if (!from)
+        return {};
+    std::vector<unsigned char> pixels(static_cast<std::size_t>(bytes));
+    pack(pixels.data(), static_cast<const unsigned char*>(from), picture.size, unpack);
+    return pixels;
+}
+
+bool isInBuffer() { return currentContext().client.unpackBuffer != nullptr; }
 
 // The image's operation: its scalars, then the pixels.
 template <Op op, class... Scalars>
 void recordImage(const Picture& picture, Scalars... scalars)
 {
-    const bool none = !picture.pixels;
-    recordPixels<op>(
-        none ? 0 : packedBytes(picture), none, [&](unsigned char* to) { pack(to, picture); },
-        scalars...);
-}
-
-bool isProxy(GLenum target)
-{
-    switch (target) {
-    case GL_PROXY_TEXTURE_1D:
-    case GL_PROXY_TEXTURE_2D:
-    case GL_PROXY_TEXTURE_3D:
-    case GL_PROXY_TEXTURE_CUBE_MAP:
-    case GL_PROXY_TEXTURE_RECTANGLE:
-    case GL_PROXY_COLOR_TABLE:
-    case GL_PROXY_POST_CONVOLUTION_COLOR_TABLE:
-    case GL_PROXY_POST_COLOR_MATRIX_COLOR_TABLE:
-        return true;
-    default:
-        return false;
+    if (!isRecorded<effectOf<op>>() || !canAsk())
+        return;
+    const bool none = !picture.pixels && !isInBuffer();
+    const std::int64_t bytes = none ? 0 : packedBytes(picture.size);
+    const Unpack unpack = bytes > 0 ? currentUnpack() : Unpack{};
+    const void* from = picture.pixels;
+    if (bytes > 0) {
+        from = unpackSource(picture.pixels, placesOf(picture.size, unpack.state).end);
+        if (!from) // more than the buffer object holds: refused
+            return;
     }
+    recordPixels<op>(
+        bytes, none,
+        [&](unsigned char* to) {
+            pack(to, static_cast<const unsigned char*>(from), picture.size, unpack);
+        },
+        scalars...);
 }
 
 void texImage1D(GLenum target, GLint level, GLint internalFormat, GLsizei width, GLint border,
                 GLenum format, GLenum type, const void* pixels)
 {
     if (!isProxy(target))
-        recordImage<Op::glTexImage1D>({pixels, width, 1, 1, format, type}, target, level,
+        recordImage<Op::glTexImage1D>({pixels, {width, 1, 1, format, type}}, target, level,
                                       internalFormat, width, border, format, type);
     callNative<Op::glTexImage1D>(target, level, internalFormat, width, border, format, type,
                                  pixels);
@@ -150,7 +151,7 @@ void texImage2D(GLenum target, GLint level, GLint internalFormat, GLsizei width,
                 GLint border, GLenum format, GLenum type, const void* pixels)
 {
     if (!isProxy(target))
-        recordImage<Op::glTexImage2D>({pixels, width, height, 1, format, type}, target, level,
+        recordImage<Op::glTexImage2D>({pixels, {width, height, 1, format, type}}, target, level,
                                       internalFormat, width, height, border, format, type);
     callNative<Op::glTexImage2D>(target, level, internalFormat, width, height, border, format, type,
                                  pixels);
@@ -161,7 +162,7 @@ void texImage3D(GLenum target, GLint level, Format internalFormat, GLsizei width
                 GLsizei depth, GLint border, GLenum format, GLenum type, const void* pixels)
 {
     if (!isProxy(target))
-        recordImage<op>({pixels, width, height, depth, format, type, true}, target, level,
+        recordImage<op>({pixels, {width, height, depth, format, type, true}}, target, level,
                         internalFormat, width, height, depth, border, format, type);
     callNative<op>(target, level, internalFormat, width, height, depth, border, format, type,
                    pixels);
@@ -171,7 +172,7 @@ template <Op op>
 void texSubImage1D(GLenum target, GLint level, GLint x, GLsizei width, GLenum format, GLenum type,
                    const void* pixels)
 {
-    recordImage<Op::glTexSubImage1D>({pixels, width, 1, 1, format, type}, target, level, x, width,
+    recordImage<Op::glTexSubImage1D>({pixels, {width, 1, 1, format, type}}, target, level, x, width,
                                      format, type);
     callNative<op>(target, level, x, width, format, type, pixels);
 }
@@ -180,8 +181,8 @@ template <Op op>
 void texSubImage2D(GLenum target, GLint level, GLint x, GLint y, GLsizei width, GLsizei height,
                    GLenum format, GLenum type, const void* pixels)
 {
-    recordImage<Op::glTexSubImage2D>({pixels, width, height, 1, format, type}, target, level, x, y,
-                                     width, height, format, type);
+    recordImage<Op::glTexSubImage2D>({pixels, {width, height, 1, format, type}}, target, level, x,
+                                     y, width, height, format, type);
     callNative<op>(target, level, x, y, width, height, format, type, pixels);
 }
 
@@ -189,7 +190,7 @@ template <Op op>
 void texSubImage3D(GLenum target, GLint level, GLint x, GLint y, GLint z, GLsizei width,
                    GLsizei height, GLsizei depth, GLenum format, GLenum type, const void* pixels)
 {
-    recordImage<Op::glTexSubImage3D>({pixels, width, height, depth, format, type, true}, target,
+    recordImage<Op::glTexSubImage3D>({pixels, {width, height, depth, format, type, true}}, target,
                                      level, x, y, z, width, height, depth, format, type);
     callNative<op>(target, level, x, y, z, width, height, depth, format, type, pixels);
 }
@@ -197,7 +198,7 @@ void texSubImage3D(GLenum target, GLint level, GLint x, GLint y, GLint z, GLsize
 void drawPixels(GLsizei width, GLsizei height, GLenum format, GLenum type, const void* pixels)
 {
     atRasterPosition(false, [&] {
-        recordImage<Op::glDrawPixels>({pixels, width, height, 1, format, type}, width, height,
+        recordImage<Op::glDrawPixels>({pixels, {width, height, 1, format, type}}, width, height,
                                       format, type);
     });
     callNative<Op::glDrawPixels>(width, height, format, type, pixels);
@@ -207,7 +208,7 @@ void bitmap(GLsizei width, GLsizei height, GLfloat xorig, GLfloat yorig, GLfloat
             GLfloat ymove, const GLubyte* bits)
 {
     atRasterPosition(true, [&] {
-        recordImage<Op::glBitmap>({bits, width, height, 1, GL_COLOR_INDEX, GL_BITMAP}, width,
+        recordImage<Op::glBitmap>({bits, {width, height, 1, GL_COLOR_INDEX, GL_BITMAP}}, width,
                                   height, xorig, yorig, xmove, ymove);
     });
     callNative<Op::glBitmap>(width, height, xorig, yorig, xmove, ymove, bits);
@@ -216,9 +217,14 @@ void bitmap(GLsizei width, GLsizei height, GLfloat xorig, GLfloat yorig, GLfloat
 void polygonStipple(const GLubyte* mask)
 {
     GLubyte block[1024] = {}; // what the record carries; OpenGL reads the first 128
-    if (mask && isRecorded<Effect::state>())
-        pack(block, {mask, 32, 32, 1, GL_COLOR_INDEX, GL_BITMAP});
-    record<Op::glPolygonStipple, Effect::state>(block);
+    if (isRecorded<Effect::state>() && canAsk()) {
+        const ImageSize size{32, 32, 1, GL_COLOR_INDEX, GL_BITMAP};
+        const Unpack unpack = currentUnpack();
+        if (const void* from = unpackSource(mask, placesOf(size, unpack.state).end)) {
+            pack(block, static_cast<const unsigned char*>(from), size, unpack);
+            record<Op::glPolygonStipple, Effect::state>(block);
+        }
+    }
     callNative<Op::glPolygonStipple>(mask);
 }
 
@@ -227,7 +233,7 @@ void colorTable(GLenum target, GLenum internalFormat, GLsizei width, GLenum form
                 const void* table)
 {
     if (!isProxy(target))
-        recordImage<op>({table, width, 1, 1, format, type}, target, internalFormat, width, format,
+        recordImage<op>({table, {width, 1, 1, format, type}}, target, internalFormat, width, format,
                         type);
     callNative<op>(target, internalFormat, width, format, type, table);
 }
@@ -235,7 +241,7 @@ void colorTable(GLenum target, GLenum internalFormat, GLsizei width, GLenum form
 void colorSubTable(GLenum target, GLsizei start, GLsizei count, GLenum format, GLenum type,
                    const void* data)
 {
-    recordImage<Op::glColorSubTable>({data, count, 1, 1, format, type}, target, start, count,
+    recordImage<Op::glColorSubTable>({data, {count, 1, 1, format, type}}, target, start, count,
                                      format, type);
     callNative<Op::glColorSubTable>(target, start, count, format, type, data);
 }
@@ -243,7 +249,7 @@ void colorSubTable(GLenum target, GLsizei start, GLsizei count, GLenum format, G
 void convolutionFilter1D(GLenum target, GLenum internalFormat, GLsizei width, GLenum format,
                          GLenum type, const void* image)
 {
-    recordImage<Op::glConvolutionFilter1D>({image, width, 1, 1, format, type}, target,
+    recordImage<Op::glConvolutionFilter1D>({image, {width, 1, 1, format, type}}, target,
                                            internalFormat, width, format, type);
     callNative<Op::glConvolutionFilter1D>(target, internalFormat, width, format, type, image);
 }
@@ -251,7 +257,7 @@ void convolutionFilter1D(GLenum target, GLenum internalFormat, GLsizei width, GL
 void convolutionFilter2D(GLenum target, GLenum internalFormat, GLsizei width, GLsizei height,
                          GLenum format, GLenum type, const void* image)
 {
-    recordImage<Op::glConvolutionFilter2D>({image, width, height, 1, format, type}, target,
+    recordImage<Op::glConvolutionFilter2D>({image, {width, height, 1, format, type}}, target,
                                            internalFormat, width, height, format, type);
     callNative<Op::glConvolutionFilter2D>(target, internalFormat, width, height, format, type,
                                           image);
@@ -260,16 +266,9 @@ void convolutionFilter2D(GLenum target, GLenum internalFormat, GLsizei width, GL
 void separableFilter2D(GLenum target, GLenum internalFormat, GLsizei width, GLsizei height,
                        GLenum format, GLenum type, const void* row, const void* column)
 {
-    const auto packed = [=](const void* image, GLsizei length) {
-        const Picture picture{image, length, 1, 1, format, type};
-        const std::int64_t bytes = image ? std::max(packedBytes(picture), std::int64_t{0}) : 0;
-        std::vector<unsigned char> pixels(static_cast<std::size_t>(bytes));
-        if (bytes > 0)
-            pack(pixels.data(), picture);
-        return pixels;
-    };
-    if (isRecorded<Effect::state>()) {
-        const auto rows = packed(row, width), columns = packed(column, height);
+    if (isRecorded<Effect::state>() && canAsk()) {
+        const auto rows = packed({row, {width, 1, 1, format, type}});
+        const auto columns = packed({column, {height, 1, 1, format, type}});
         const auto size = [](const auto& v) { return static_cast<std::int32_t>(v.size()); };
         record<Op::glSeparableFilter2D, Effect::state>(
             SeparableFilterBlock{target,
@@ -292,8 +291,9 @@ void separableFilter2D(GLenum target, GLenum internalFormat, GLsizei width, GLsi
 template <Op op, class T>
 void pixelMap(GLenum map, GLsizei size, const T* values)
 {
-    if (size >= 0)
-        record<op, Effect::defines>(map, size, Block{values, size});
+    if (size >= 0 && isRecorded<Effect::defines>())
+        if (const void* from = unpackSource(values, std::int64_t{size} * std::int64_t{sizeof(T)}))
+            record<op, Effect::defines>(map, size, Block{static_cast<const T*>(from), size});
     callNative<op>(map, size, values);
 }
 
@@ -304,10 +304,13 @@ void compressed(A... a)
     const auto given = std::tuple(a...);
     constexpr std::size_t last = sizeof...(A) - 1;
     const GLsizei size = std::get<last - 1>(given);
-    if (size >= 0 && !isProxy(std::get<0>(given)))
+    const void* const data = std::get<last>(given);
+    const void* const from = size >= 0 ? unpackSource(data, size) : nullptr;
+    const bool empty = !data && !isInBuffer();
+    if (size >= 0 && !isProxy(std::get<0>(given)) && (from || empty))
         [&]<std::size_t... i>(std::index_sequence<i...>)
         {
-            record<op, Effect::defines>(std::get<i>(given)..., Block{std::get<last>(given), size});
+            record<op, Effect::defines>(std::get<i>(given)..., Block{from, size});
         }
     (std::make_index_sequence<last>{});
     callNative<native>(a...);

@@ -47,22 +47,6 @@ constexpr Attributes attributes = [] {
     return a;
 }();
 
-/// Calls visit(opcode, record, bytes) for each record.
-template <class Visit>
-void eachRecord(const std::vector<unsigned char>& records, Visit visit)
-{
-    const auto* at = reinterpret_cast<const char*>(records.data());
-    for (const char* const end = at + records.size(); at < end;) {
-        const int opcode = load<std::uint16_t>(at);
-        const Extent& extent = recordExtents[opcode];
-        const char* args = at + opcodeBytes;
-        const std::int64_t bytes =
-            opcodeBytes + extent.head + (extent.rest ? extent.rest(args) : 0);
-        visit(opcode, at, bytes);
-        at += bytes;
-    }
-}
-
 struct Contents {
     bool placed = false, calls = false, bitmapsOnly = true;
 };
@@ -140,9 +124,8 @@ std::vector<GLuint> namesCalled(Op op, const char* at, GLuint base)
 
 GLuint listBase()
 {
-    GLint base = 0;
-    callNative<Op::glGetIntegerv>(GL_LIST_BASE, &base);
-    return static_cast<GLuint>(base);
+    const Context& c = currentContext();
+    return c.inBegin ? c.listBase : static_cast<GLuint>(stateOf(GL_LIST_BASE));
 }
 
 // True when what a list consists of is to be sent in its place.
@@ -210,10 +193,8 @@ thread_local struct {
 
 void beginList(GLuint list, GLenum mode)
 {
-    GLint matrixMode = GL_MODELVIEW;
-    callNative<Op::glGetIntegerv>(GL_MATRIX_MODE, &matrixMode);
-    compiled = {list, mode, matrixMode == GL_PROJECTION};
-    beginListTape(list);
+    compiled = {list, mode, stateOf(GL_MATRIX_MODE, GL_MODELVIEW) == GL_PROJECTION};
+    beginListTape(list, mode);
     currentContext().client.knownOnWall = 0;
 }
 

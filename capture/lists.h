@@ -5,6 +5,7 @@
 #pragma once
 
 #include "capture/tape.h"
+#include "wire/operations.h"
 
 #include <unordered_map>
 #include <vector>
@@ -18,6 +19,22 @@ struct KeptList {
 
 /// The lists of contexts that share them.
 using KeptLists = std::unordered_map<GLuint, KeptList>;
+
+/// Calls visit(opcode, record, bytes) for each record.
+template <class Visit>
+void eachRecord(const std::vector<unsigned char>& records, Visit visit)
+{
+    const auto* at = reinterpret_cast<const char*>(records.data());
+    for (const char* const end = at + records.size(); at < end;) {
+        const int opcode = load<std::uint16_t>(at);
+        const Extent& extent = recordExtents[opcode];
+        const char* args = at + opcodeBytes;
+        const std::int64_t bytes =
+            opcodeBytes + extent.head + (extent.rest ? extent.rest(args) : 0);
+        visit(opcode, at, bytes);
+        at += bytes;
+    }
+}
 
 /// A list begins and ends: between the two the tape of the current context holds its records alone.
 void beginList(GLuint list, GLenum mode);

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include <dlfcn.h>
@@ -29,19 +30,20 @@ Library openGL{"MOSA_CAPTURE_OPENGL", "libOpenGL.so.0"};
 Library egl{"MOSA_CAPTURE_EGL", "libEGL.so.1"};
 Library* const libraries[] = {&openGL, &glx, &egl};
 
-// The library's own references stay within itself, which the address sanitizer can't bear.
-#ifdef __SANITIZE_ADDRESS__
-constexpr int ownReferences = 0;
-#else
-constexpr int ownReferences = RTLD_DEEPBIND;
-#endif
-
 // By its path, for its name leads to this library.
-void open(Library& library)
+void open(Library& library, int flags)
 {
     const char* given = std::getenv(library.variable);
     const std::string path = given ? given : std::string(MOSA_SYSTEM_LIBRARIES) + library.file;
-    library.handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL | ownReferences);
+    library.handle = dlopen(path.c_str(), RTLD_LAZY | RTLD_LOCAL | flags);
+}
+
+// A dispatching OpenGL calls its vendor's by tables. One of one piece may call its own functions by
+// their names, which lead here: then its references have to stay within itself. They do not where
+// they need not, for it would mix its allocator with the program's own.
+[[maybe_unused]] bool isDispatching()
+{
+    return !glx.handle || dlsym(glx.handle, "__glXGLLoadGLXFunction");
 }
 
 NativeEntry exported(const char* name)
@@ -58,7 +60,18 @@ NativeEntry exported(const char* name)
 void openNative()
 {
     for (Library* library : libraries)
-        open(*library);
+        open(*library, 0);
+#ifndef __SANITIZE_ADDRESS__ // which cannot bear it
+    if (!isDispatching()) {
+        std::fprintf(stderr, "MOSA: capture: an OpenGL library of one piece is bound to itself; a "
+                             "program with an allocator of its own may not bear it\n");
+        for (Library* library : libraries) {
+            if (library->handle)
+                dlclose(library->handle);
+            open(*library, RTLD_DEEPBIND);
+        }
+    }
+#endif
     if (!openGL.handle && !glx.handle) {
         std::fprintf(stderr,
                      "MOSA: capture: the OpenGL libraries of this machine are not to be "
@@ -74,10 +87,21 @@ NativeEntry nativeByName(const char* name)
 {
     if (NativeEntry entry = exported(name))
         return entry;
+    // Each knows its own names; of another's a look-up may make up an entry that leads nowhere.
     using LookUp = NativeEntry (*)(const char*);
-    for (const char* lookUp : {"glXGetProcAddressARB", "eglGetProcAddress"})
+    const bool isEgl = std::strncmp(name, "egl", 3) == 0;
+    const bool isGlx = std::strncmp(name, "glX", 3) == 0;
+    for (const char* lookUp :
+         {isEgl ? "" : "glXGetProcAddressARB", isGlx ? "" : "eglGetProcAddress"})
         if (auto* ask = reinterpret_cast<LookUp>(exported(lookUp)))
             if (NativeEntry entry = ask(name))
                 return entry;
     return nullptr;
+}
+
+GLint stateOf(GLenum name, GLint otherwise)
+{
+    GLint value = otherwise;
+    callNative<Op::glGetIntegerv>(name, &value);
+    return value;
 }

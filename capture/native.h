@@ -75,6 +75,9 @@ CALLED_HERE(glXCreateContextWithConfigSGIX)
 CALLED_HERE(glXQueryDrawable)
 #undef CALLED_HERE
 
+/// What the node's library answers; `otherwise` where it does not.
+GLint stateOf(GLenum name, GLint otherwise = 0);
+
 /// Calls the node's own function.
 template <Op op, class... A>
 auto callNative(A... a)

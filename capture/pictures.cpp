@@ -1,7 +1,7 @@
 #include "capture/pictures.h"
 #include "capture/effects.h"
 #include "capture/imageRecords.h"
-#include "capture/native.h"
+#include "capture/readBack.h"
 
 #include <algorithm>
 #include <bit>
@@ -59,25 +59,11 @@ Abilities currentAbilities()
     return has;
 }
 
-GLint stateOf(GLenum name)
-{
-    GLint value = 0;
-    callNative<Op::glGetIntegerv>(name, &value);
-    return value;
-}
-
 void bindFramebuffer(GLenum target, GLuint name)
 {
     static auto* const native =
         reinterpret_cast<decltype(&glBindFramebuffer)>(nativeByName("glBindFramebuffer"));
     native(target, name);
-}
-
-void bindPackBuffer(GLuint name)
-{
-    static auto* const native =
-        reinterpret_cast<decltype(&glBindBuffer)>(nativeByName("glBindBuffer"));
-    native(GL_PIXEL_PACK_BUFFER, name);
 }
 
 // The format in which this machine has pictures, so that they are copied as they are. The other is
@@ -110,18 +96,11 @@ void readBack(const Abilities& has, bool front, int width, int height, unsigned 
     const bool otherBuffer = has.readBuffer && static_cast<GLenum>(readBuffer) != wanted;
     if (otherBuffer)
         callNative<Op::glReadBuffer>(wanted);
-    if (has.transfer) {
-        callNative<Op::glPushAttrib>(GLbitfield{GL_PIXEL_MODE_BIT});
-        callNative<Op::glPixelTransferi>(GLenum{GL_MAP_COLOR}, 0);
-        for (const GLenum name : {GL_RED_SCALE, GL_GREEN_SCALE, GL_BLUE_SCALE})
-            callNative<Op::glPixelTransferf>(name, 1.0F);
-        for (const GLenum name : {GL_RED_BIAS, GL_GREEN_BIAS, GL_BLUE_BIAS})
-            callNative<Op::glPixelTransferf>(name, 0.0F);
-    }
+    const SavedTransfer transfer = has.transfer ? plainPixelTransfer() : SavedTransfer{};
     callNative<Op::glReadPixels>(0, 0, width, height, formatOf(has), GLenum{GL_UNSIGNED_BYTE},
                                  static_cast<void*>(to));
     if (has.transfer)
-        callNative<Op::glPopAttrib>();
+        restorePixelTransfer(transfer);
     if (otherBuffer)
         callNative<Op::glReadBuffer>(static_cast<GLenum>(readBuffer));
     if (packBuffer != 0)

@@ -77,7 +77,7 @@ bool rasterPosition(GLdouble (&position)[4])
     return valid != 0;
 }
 
-bool isDirect() { return isRecorded<Effect::state>() && !currentContext().inList; }
+bool isDirect() { return isRecorded<Effect::state>() && !currentContext().inList && canAsk(); }
 
 template <Op op, class F = Prototype<op>>
 struct RasterPos;

@@ -24,7 +24,7 @@ void endLatched(const Latched& latched);
 template <class Draw>
 void atRasterPosition(bool colored, Draw draw)
 {
-    if (!isRecorded<Effect::draws>())
+    if (!isRecorded<Effect::draws>() || !canAsk())
         return;
     if (currentContext().inList)
         return draw();

@@ -17,8 +17,39 @@ bool hasMargins()
     return area.dx > 0 || area.dy > 0;
 }
 
+// An OpenGL as old as the program is told of has as many units as fixed functions and fragment
+// programs can reach, and no others.
+template <Op op>
+void activeTexture(GLenum texture)
+{
+    static const auto units = static_cast<GLenum>(
+        std::max(stateOf(GL_MAX_TEXTURE_COORDS, 8), stateOf(GL_MAX_TEXTURE_IMAGE_UNITS, 8)));
+    if (hasContext() && !currentContext().asPicture && texture - GL_TEXTURE0 >= units)
+        texture = 0; // refused
+    pass<op>(texture);
+}
+
+// Names that have to be deleted when the wall's context is to serve another.
+template <Op op>
+void bindTexture(GLenum target, GLuint name)
+{
+    GLuint& most = currentContext().used.texture;
+    most = std::max(most, name);
+    record<Op::glBindTexture, Effect::defines>(target, name);
+    callNative<op>(target, name);
+}
+
+void bindProgram(GLenum target, GLuint name)
+{
+    GLuint& most = currentContext().used.program;
+    most = std::max(most, name);
+    pass<Op::glBindProgramARB>(target, name);
+}
+
 void viewport(GLint x, GLint y, GLsizei width, GLsizei height)
 {
+    if (currentContext().inBegin)
+        return callNative<Op::glViewport>(x, y, width, height);
     // A viewport that is new often means that the window's size is.
     thread_local GLint last[4];
     const GLint now[4] = {x, y, width, height};
@@ -32,7 +63,7 @@ void viewport(GLint x, GLint y, GLsizei width, GLsizei height)
 void scissor(GLint x, GLint y, GLsizei width, GLsizei height)
 {
     callNative<Op::glScissor>(x, y, width, height);
-    if (currentContext().scissorOn || !hasMargins())
+    if (canAsk() && (currentContext().scissorOn || !hasMargins()))
         recordScissor();
 }
 
@@ -40,7 +71,7 @@ void scissor(GLint x, GLint y, GLsizei width, GLsizei height)
 template <Op op>
 void enable(GLenum what)
 {
-    if (what != GL_SCISSOR_TEST || !hasContext()) {
+    if (what != GL_SCISSOR_TEST || !canAsk()) {
         pass<op>(what);
         return;
     }
@@ -55,13 +86,12 @@ void enable(GLenum what)
 void popAttrib()
 {
     pass<Op::glPopAttrib>();
-    if (!hasContext())
+    if (!canAsk())
         return;
-    if (!currentContext().inList) { // servers keep their matrix mode
-        GLint mode = GL_MODELVIEW;
-        callNative<Op::glGetIntegerv>(GL_MATRIX_MODE, &mode);
-        record<Op::glMatrixMode, Effect::state>(static_cast<GLenum>(mode));
-    }
+    currentContext().listBaseKnown = false;
+    if (!currentContext().inList) // servers keep their matrix mode
+        record<Op::glMatrixMode, Effect::state>(
+            static_cast<GLenum>(stateOf(GL_MATRIX_MODE, GL_MODELVIEW)));
     currentContext().scissorOn = callNative<Op::glIsEnabled>(GLenum{GL_SCISSOR_TEST}) != 0;
     if (hasMargins())
         recordScissor();
@@ -76,28 +106,63 @@ void clear(GLbitfield mask)
 
 // ---- Lists, modes, ends of frames --------------------------------------------------------------
 
+// What switches recording is switched by what the library says, for it may have refused the call.
 void newList(GLuint list, GLenum mode)
 {
     callNative<Op::glNewList>(list, mode);
-    if (!currentContext().inList && list != 0 && hasContext() && !currentContext().asPicture)
+    if (canAsk() && !currentContext().inList && !currentContext().asPicture && list != 0 &&
+        static_cast<GLuint>(stateOf(GL_LIST_INDEX)) == list) {
+        GLuint& most = currentContext().used.list;
+        most = std::max(most, list);
         beginList(list, mode);
+    }
 }
 
 void endCurrentList()
 {
-    if (currentContext().inList)
-        endList();
     callNative<Op::glEndList>();
+    if (canAsk() && currentContext().inList && stateOf(GL_LIST_INDEX) == 0)
+        endList();
+}
+
+// Whether a call is performed now, not only compiled.
+bool isPerformed(const Context& c) { return !c.inList || c.listMode != GL_COMPILE; }
+
+void begin(GLenum mode)
+{
+    Context& c = currentContext();
+    if (!c.listBaseKnown && canAsk()) {
+        c.listBase = static_cast<GLuint>(stateOf(GL_LIST_BASE));
+        c.listBaseKnown = true;
+    }
+    pass<Op::glBegin>(mode);
+    c.inBegin = c.inBegin || (mode <= GL_POLYGON && isPerformed(c));
+}
+
+void end()
+{
+    pass<Op::glEnd>();
+    Context& c = currentContext();
+    if (isPerformed(c))
+        c.inBegin = false;
+}
+
+void listBase(GLuint base)
+{
+    pass<Op::glListBase>(base);
+    currentContext().listBaseKnown = false;
 }
 
 void callList(GLuint list)
 {
+    currentContext().listBaseKnown = false; // it may set another
     recordCallList(list);
     callNative<Op::glCallList>(list);
 }
 
 void callLists(GLsizei n, GLenum type, const void* lists)
 {
+    currentContext().listBaseKnown = false;
     recordCallLists(n, type, lists);
     callNative<Op::glCallLists>(n, type, lists);
 }
@@ -111,8 +176,8 @@ void deleteLists(GLuint list, GLsizei range)
 GLint renderMode(GLenum mode)
 {
     const GLint result = callNative<Op::glRenderMode>(mode);
-    if (mode == GL_RENDER || mode == GL_SELECT || mode == GL_FEEDBACK) {
-        currentContext().renderMode = mode;
+    if (canAsk()) {
+        currentContext().renderMode = static_cast<GLenum>(stateOf(GL_RENDER_MODE, GL_RENDER));
         updateRecording();
     }
     return result;
@@ -121,6 +186,8 @@ GLint renderMode(GLenum mode)
 void drawBuffer(GLenum buffer)
 {
     pass<Op::glDrawBuffer>(buffer);
+    if (canAsk())
+        buffer = static_cast<GLenum>(stateOf(GL_DRAW_BUFFER, GL_BACK));
     currentContext().frontBuffer = buffer == GL_FRONT || buffer == GL_FRONT_LEFT ||
                                    buffer == GL_FRONT_AND_BACK || buffer == GL_LEFT;
 }
@@ -211,12 +278,20 @@ void pixelStore(GLenum name, T value)
 
 void installState()
 {
+    install("glActiveTexture", activeTexture<Op::glActiveTexture>);
+    install("glActiveTextureARB", activeTexture<Op::glActiveTextureARB>);
+    install("glBindTexture", bindTexture<Op::glBindTexture>);
+    install("glBindTextureEXT", bindTexture<Op::glBindTextureEXT>);
+    install("glBindProgramARB", bindProgram);
     install("glViewport", viewport);
     install("glScissor", scissor);
     install("glEnable", enable<Op::glEnable>);
     install("glDisable", enable<Op::glDisable>);
     install("glPopAttrib", popAttrib);
     install("glClear", clear);
+    install("glBegin", begin);
+    install("glEnd", end);
+    install("glListBase", listBase);
     install("glNewList", newList);
     install("glEndList", endCurrentList);
     install("glCallList", callList);

@@ -8,6 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <mutex>
+
+#include <poll.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -15,40 +18,61 @@
 #include <unistd.h>
 
 CaptureOptions captureOptions;
-bool capturing;
+std::atomic<bool> capturing;
 
 namespace {
 
 int connection = -1;
-int outstanding; // frames that the wall has not shown yet
-long sent;       // frames
+std::mutex answersLock;       // one waits for the wall at a time
+std::atomic<int> outstanding; // frames that the wall has not shown yet
+std::atomic<long> sent;       // frames
 CaptureRing* ring;
 std::uint64_t ringUsed; // bytes, in all
 std::size_t reserved;   // the last of them that are still being written
 
 void stop(const char* why)
 {
-    if (why)
+    if (why && capturing.exchange(false))
         std::fprintf(stderr, "MOSA: capture: %s; the program goes on without the wall\n", why);
-    if (connection >= 0)
-        close(connection);
-    connection = -1;
     capturing = false;
+    if (connection >= 0) // it stays open: another thread may be about to use its number
+        shutdown(connection, SHUT_RDWR);
 }
 
 // The child must not write into its parent's stream.
 void stopInChild()
 {
     if (connection >= 0)
-        stop(nullptr);
+        close(connection);
+    connection = -1;
+    capturing = false;
 }
+
+// Waits until the connection is ready. False when patience is at an end.
+bool await(short events)
+{
+    pollfd waited{connection, events, 0};
+    const int longest = captureOptions.patience > 0 ? 1000 * captureOptions.patience : -1;
+    int ready = 0;
+    do
+        ready = poll(&waited, 1, longest);
+    while (ready < 0 && errno == EINTR);
+    return ready != 0;
+}
+
+constexpr char standsStill[] = "the wall stands still";
 
 bool sendAll(msghdr message)
 {
     while (message.msg_iovlen > 0) {
-        const ssize_t done = sendmsg(connection, &message, MSG_NOSIGNAL);
+        const ssize_t done = sendmsg(connection, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (done < 0 && errno == EINTR)
             continue;
+        if (done < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            if (await(POLLOUT))
+                continue;
+            stop(standsStill);
+        }
         if (done < 0)
             return false;
         auto left = static_cast<std::size_t>(done);
@@ -170,6 +194,8 @@ void readCaptureOptions()
         options.frames = std::atol(frames);
     if (const char* samples = std::getenv("MOSA_CAPTURE_SAMPLES"))
         options.samples = std::atoi(samples);
+    if (const char* patience = std::getenv("MOSA_CAPTURE_PATIENCE"))
+        options.patience = std::atoi(patience);
     if (const char* wall = std::getenv("MOSA_CAPTURE_WALL"))
         std::sscanf(wall, "%dx%d", &options.wallWidth, &options.wallHeight);
     capturing = options.socket && *options.socket;
@@ -187,7 +213,7 @@ void sendMessage(CaptureMessage what, std::span<iovec> pieces)
     message.msg_iov = pieces.data();
     message.msg_iovlen = pieces.size();
     if (!sendAll(message))
-        return stop("the wall is gone");
+        return capturing ? stop("the wall is gone") : void();
     if (what.hdr.sync) {
         ++outstanding;
         ++sent;
@@ -249,8 +275,11 @@ bool allFramesSent() { return captureOptions.frames > 0 && sent >= captureOption
 
 void waitForFrames()
 {
+    const std::lock_guard lock(answersLock);
     while (capturing && outstanding > 0) {
         const bool wait = outstanding > captureOptions.ahead || allFramesSent();
+        if (wait && !await(POLLIN))
+            return stop(standsStill);
         const std::int32_t shown = receiveAnswer(wait ? 0 : MSG_DONTWAIT);
         if (shown < 0)
             return stop("the wall is gone");

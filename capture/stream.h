@@ -6,6 +6,7 @@
 
 #include "wire/framing.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -24,6 +25,7 @@ struct CaptureOptions {
     const char* fit = nullptr;            // MOSA_CAPTURE_FIT: middle, corner or stretch
     int samples = 0;                      // MOSA_CAPTURE_SAMPLES: of a pixel, that every server has
     int wallWidth = 0, wallHeight = 0;    // MOSA_CAPTURE_WALL: WxH; 0: none
+    int patience = 10; // MOSA_CAPTURE_PATIENCE: seconds to wait for the wall at most; 0: for ever
 };
 extern CaptureOptions captureOptions;
 
@@ -31,7 +33,7 @@ extern CaptureOptions captureOptions;
 void readCaptureOptions();
 
 /// False once nothing is to be sent any more: no capture was asked for, or the other side is gone.
-extern bool capturing;
+extern std::atomic<bool> capturing;
 
 /// Bytes of a command buffer in pieces. Connects at the first. Any thread, one at a time.
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame);
@@ -44,5 +46,6 @@ void sendReserved(std::span<const unsigned char> written, bool endsFrame);
 /// True once as many frames were sent as were asked for.
 bool allFramesSent();
 
-/// Waits until no more frames than allowed are on their way. Any thread, one at a time.
+/// Waits until no more frames than allowed are on their way, or until patience is at an end. Any
+/// thread.
 void waitForFrames();

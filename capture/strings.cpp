@@ -12,10 +12,13 @@
 
 namespace {
 
-// Extensions of OpenGL whose operations and parameters are on the wire, or translated here.
+// Extensions of OpenGL whose operations and parameters are on the wire, or translated here. Of
+// framebuffer objects neither is, but toolkits draw their widgets by them and by nothing else; who
+// draws into one is shown by pictures.
 constexpr std::string_view openGLExtensions[] = {
     "GL_ARB_depth_texture",
     "GL_ARB_fragment_program",
+    "GL_ARB_framebuffer_object",
     "GL_ARB_imaging",
     "GL_ARB_multisample",
     "GL_ARB_multitexture",
@@ -48,6 +51,7 @@ constexpr std::string_view openGLExtensions[] = {
     "GL_EXT_copy_texture",
     "GL_EXT_draw_range_elements",
     "GL_EXT_fog_coord",
+    "GL_EXT_framebuffer_object",
     "GL_EXT_multi_draw_arrays",
     "GL_EXT_packed_pixels",
     "GL_EXT_point_parameters",
@@ -129,7 +133,8 @@ const char* carried(const std::string_view (&list)[n], const char* native)
     std::istringstream words(native);
     std::string result;
     for (std::string word; words >> word;)
-        if (std::find(std::begin(list), std::end(list), word) != std::end(list))
+        if (std::find(std::begin(list), std::end(list), word) != std::end(list) &&
+            (captureOptions.showing != Showing::calls || !word.ends_with("framebuffer_object")))
             result += (result.empty() ? "" : " ") + word;
     return kept(result);
 }

@@ -6,10 +6,16 @@ endif()
 add_executable(captureProgram captureProgram.cpp)
 # The capture library takes the place of what it is linked with.
 target_link_libraries(captureProgram PRIVATE mosa_settings GL X11::X11)
+add_executable(smallProgram smallProgram.cpp)
+target_link_libraries(smallProgram PRIVATE mosa_settings GL X11::X11 Threads::Threads)
 add_executable(capture_test capture_test.cpp)
-target_compile_definitions(capture_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")
+set(QUOTED ${CAPTURE_SYSTEM_LIBRARIES})
+list(TRANSFORM QUOTED REPLACE "(.+)" "\"\\1\"")
+list(JOIN QUOTED "," QUOTED)
+target_compile_definitions(capture_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}"
+    SYSTEM_LIBRARIES=${QUOTED})
 target_link_libraries(capture_test PRIVATE mosa_describe mosa_wire mosa_image mosa_process
     mosa_stream_file GTest::gtest_main)
-add_dependencies(capture_test captureProgram server play mosa-wall capture)
+add_dependencies(capture_test captureProgram smallProgram server play mosa-wall capture)
 gtest_discover_tests(capture_test PROPERTIES TIMEOUT 600 PROCESSORS 2 RESOURCE_LOCK jobs LABELS jobs
     ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0") # what OpenGL keeps until the end

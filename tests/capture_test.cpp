@@ -1,6 +1,7 @@
 // Running programs: what is captured of them, against what they draw in their own window.
 #include <gtest/gtest.h>
 
+#include "client/captureProtocol.h"
 #include "client/streamFile.h"
 #include "tools/describe.h"
 #include "tools/image.h"
@@ -12,6 +13,12 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
+#include <sstream>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace {
 
@@ -110,17 +117,22 @@ struct Pictures {
 
 // A program's own window and the wall: it is held with the frame that the wall shows, while both
 // pictures are taken.
-Pictures picturesOf(const std::string& scene, WallShape shape)
+Pictures picturesOf(const Strings& command, int frames, WallShape shape)
 {
     const std::string own = temporaryFile(""), shown = temporaryFile("");
     const Ending ending = run(Strings{"run", "--wall", wallFile(shape), "--force", "--frames",
-                                      scene == "modern" ? "5" : "3", "--snapshot", shown, "--then",
+                                      std::to_string(frames), "--snapshot", shown, "--then",
                                       PROGRAMS "/mosa-wall snapshot -o " + own + " " +
                                           temporaryFile(desk() + " 240 180 0 0 240 180\n")} +
-                              program(scene));
+                              command);
     EXPECT_EQ(ending.status, 0) << ending.err;
     EXPECT_EQ(ending.err.find("Attention"), std::string::npos) << ending.err;
     return {readPng(own), readPng(shown)};
+}
+
+Pictures picturesOf(const std::string& scene, WallShape shape)
+{
+    return picturesOf(program(scene), scene == "modern" ? 5 : 3, shape);
 }
 
 void expectSame(const Image& shown, const Image& expected, bool exact, const std::string& what)
@@ -155,6 +167,79 @@ INSTANTIATE_TEST_SUITE_P(Scenes, Captured,
                          testing::Values("arrays", "multitexture", "images", "lists", "rasters",
                                          "lines", "seams", "unseen", "single", "modern"),
                          [](const auto& test) { return std::string(test.param); });
+
+// ---- Small programs, beside themselves alone ---------------------------------------------------
+
+struct SmallProgram {
+    const char* name;
+    int frames; // of which the last is looked at; 0: none is
+};
+
+class Small : public testing::TestWithParam<SmallProgram> {
+protected:
+    static Strings command() { return {PROGRAMS "/tests/smallProgram", GetParam().name}; }
+};
+
+TEST_P(Small, EndsAndAnswersAsItDoesAlone)
+{
+    Command plain = mosaWall({});
+    plain.argv = command();
+    const Ending alone = runProcess(plain, limit);
+    const std::string file = temporaryFile("");
+    const Ending captured = run(Strings{"record", "-o", file, "--"} + command());
+    EXPECT_EQ(captured.status, alone.status) << captured.err;
+    EXPECT_EQ(captured.out, alone.out);
+    EXPECT_EQ(alone.status, 5);
+    int frames = 0;
+    std::map<std::string, int> counts = operationsIn(file, frames);
+    EXPECT_GT(frames, 0);
+    EXPECT_LE(counts["glXCreateContext"], 3);
+    EXPECT_LE(counts["glXChooseVisual"], 1);
+}
+
+TEST_P(Small, LooksAsItDoesAlone)
+{
+    if (GetParam().frames == 0)
+        return;
+    const Pictures pictures = picturesOf(Strings{"--"} + command(), GetParam().frames, {});
+    expectSame(pictures.wall, pictures.own, true, GetParam().name);
+}
+
+INSTANTIATE_TEST_SUITE_P(Programs, Small,
+                         testing::Values(SmallProgram{"still", 1}, SmallProgram{"refusals", 1},
+                                         SmallProgram{"within", 1}, SmallProgram{"buffers", 1},
+                                         SmallProgram{"sharing", 0}, SmallProgram{"destroyed", 0},
+                                         SmallProgram{"shaders", 4}, SmallProgram{"forks", 2},
+                                         SmallProgram{"figures", 70}, SmallProgram{"openList", 1}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+// Anything else would take the place of the program's own.
+TEST(Exports, AreTheSystemsNamesAndNothingElse)
+{
+    const auto namesIn = [](const Strings& libraries) {
+        const Ending listed = runProcess({.argv = Strings{"nm", "-D", "--defined-only"} + libraries,
+                                          .environment = {},
+                                          .output = Output::capture},
+                                         limit);
+        std::set<std::string> names;
+        std::istringstream words(listed.out);
+        for (std::string address, kind, name; words >> address;)
+            if (address.back() != ':' && words >> kind >> name)
+                names.insert(name);
+        return names;
+    };
+    const std::set<std::string> own = namesIn({PROGRAMS "/capture/libmosa-capture.so"});
+    EXPECT_GT(own.size(), 3000U);
+    const std::set<std::string> systems = namesIn({SYSTEM_LIBRARIES});
+    for (const std::string& name : own)
+        EXPECT_TRUE(systems.contains(name)) << name;
+    for (const std::string& name : systems)
+        EXPECT_TRUE(own.contains(name) || !(name.starts_with("gl") || name.starts_with("egl")))
+            << name;
+    for (const char* library : {"exactTiles", "frameLock", "lifeline"})
+        EXPECT_EQ(namesIn({PROGRAMS "/overload/mosa-" + std::string(library) + ".so"}),
+                  std::set<std::string>{"Overload"});
+}
 
 double litPixels(const Image& image)
 {
@@ -253,13 +338,50 @@ TEST(Faults, AProgramThatIsKilledLeavesWholeFrames)
 {
     const std::string file = temporaryFile("");
     Process recording = startProcess(mosaWall(Strings{"record", "-o", file} + program("images")));
-    while (std::filesystem::file_size(file) < 100'000 && !waitForEnd(recording, Timeout{10})) {
-    }
-    runProcess({.argv = {"pkill", "-KILL", "-x", "captureProgram"}, .environment = {}}, limit);
+    const std::string written = file + "." + std::to_string(recording.pid) + ".part";
+    std::error_code notYet;
+    for (std::uintmax_t size = 0;
+         (size < 100'000 || notYet) && !waitForEnd(recording, Timeout{10});)
+        size = std::filesystem::file_size(written, notYet);
+    runProcess({.argv = {"pkill", "-KILL", "-f", "^" PROGRAMS "/tests/captureProgram "},
+                .environment = {}},
+               limit);
     EXPECT_EQ(finishProcess(recording, limit).status, 128 + SIGKILL);
     int frames = 0;
     operationsIn(file, frames);
     EXPECT_GT(frames, 0);
+}
+
+// A wall that takes the handshake and nothing else.
+TEST(Faults, AWallThatStandsStillIsLeft)
+{
+    const std::string path = temporaryFile("") + ".socket";
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    Command command = mosaWall({});
+    command.argv = {PROGRAMS "/tests/captureProgram", "images", "30"};
+    command.environment.insert(command.environment.end(),
+                               {"LD_LIBRARY_PATH=" PROGRAMS "/capture", "MOSA_CAPTURE=" + path,
+                                "MOSA_CAPTURE_PATIENCE=1"});
+    Process program = startProcess(command);
+    pollfd connecting{listener, POLLIN, 0};
+    ASSERT_EQ(poll(&connecting, 1, 30'000), 1);
+    const int wall = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const std::int32_t accepted = captureAccepted;
+    ASSERT_EQ(send(wall, &accepted, sizeof accepted, 0), ssize_t{sizeof accepted});
+    const Ending ending = finishProcess(program, std::chrono::seconds(30));
+    EXPECT_FALSE(ending.timedOut);
+    EXPECT_EQ(ending.status, 5);
+    EXPECT_NE(ending.err.find("the wall stands still; the program goes on without the wall"),
+              std::string::npos)
+        << ending.err;
+    close(wall);
+    close(listener);
+    std::filesystem::remove(path);
 }
 
 // The wall goes; the program draws on by itself until it is done.

@@ -1,0 +1,44 @@
+// Where the program's window stands in the area that is stretched over the wall.
+#include "capture/contexts.h"
+#include "capture/native.h"
+#include "capture/stream.h"
+
+#include <cstring>
+
+Placement placementOf(WindowSize size)
+{
+    Placement area{0, 0, size.width, size.height};
+    const char* const fit = captureOptions.fit;
+    const int wallWidth = captureOptions.wallWidth, wallHeight = captureOptions.wallHeight;
+    if (!fit || std::strcmp(fit, "middle") != 0 || wallWidth <= 0 || wallHeight <= 0 ||
+        size.width <= 0 || size.height <= 0)
+        return area;
+    const std::int64_t across = std::int64_t{size.width} * wallHeight;
+    const std::int64_t down = std::int64_t{size.height} * wallWidth;
+    if (across < down) {
+        area.width = static_cast<int>((down + wallHeight - 1) / wallHeight);
+        area.dx = (area.width - size.width) / 2;
+    } else if (down < across) {
+        area.height = static_cast<int>((across + wallWidth - 1) / wallWidth);
+        area.dy = (area.height - size.height) / 2;
+    }
+    return area;
+}
+
+void recordViewport(GLint x, GLint y, GLsizei width, GLsizei height)
+{
+    const Placement area = placementOf(currentWindowSize());
+    record<Op::glViewport, Effect::state>(
+        ViewportBlock{x + area.dx, y + area.dy, width, height, area.width, area.height});
+}
+
+void recordScissor()
+{
+    const WindowSize size = currentWindowSize();
+    const Placement area = placementOf(size);
+    GLint box[4] = {0, 0, size.width, size.height};
+    const bool margins = area.dx > 0 || area.dy > 0;
+    if (currentContext().scissorOn || !margins)
+        callNative<Op::glGetIntegerv>(GL_SCISSOR_BOX, box);
+    record<Op::glScissor, Effect::state>(box[0] + area.dx, box[1] + area.dy, box[2], box[3]);
+}

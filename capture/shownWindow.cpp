@@ -1,0 +1,255 @@
+#include "capture/shownWindow.h"
+#include "capture/entries.h"
+#include "capture/stream.h"
+#include "capture/windows.h"
+
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <utility>
+
+using Bytes = std::span<const unsigned char>;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+// What the wall has to know of a window that is new to it, or has another size: the size, and what
+// depends on it. In the thread of the context.
+void describeWindow(Context& c)
+{
+    const Placement area = placementOf(c.group->size);
+    if (c.asPicture) {
+        c.used.texture = std::max(c.used.texture, GLuint{1});
+        const auto& [width, height] = c.group->size;
+        const CaptureOptions& options = captureOptions;
+        describePicture(c.picture, width, height,
+                        options.wallWidth != area.width || options.wallHeight != area.height);
+        recordViewport(0, 0, width, height);
+        return;
+    }
+    GLint viewport[4] = {};
+    callNative<Op::glGetIntegerv>(GL_VIEWPORT, viewport);
+    recordViewport(viewport[0], viewport[1], viewport[2], viewport[3]);
+    if (area.dx > 0 || area.dy > 0)
+        record<Op::glEnable, Effect::state>(GLenum{GL_SCISSOR_TEST});
+    recordScissor();
+}
+
+// Black around the picture, where it has another shape than the wall. Each buffer needs it once.
+void recordMargins(const Context& c)
+{
+    const Placement area = placementOf(c.group->size);
+    if ((area.dx == 0 && area.dy == 0) || c.inList)
+        return;
+    constexpr Effect always = Effect::draws;
+    record<Op::glPushAttrib, always>(GLbitfield{GL_COLOR_BUFFER_BIT | GL_SCISSOR_BIT});
+    record<Op::glScissor, always>(0, 0, area.width, area.height);
+    record<Op::glColorMask, always>(GLboolean{1}, GLboolean{1}, GLboolean{1}, GLboolean{1});
+    record<Op::glClearColor, always>(0.0F, 0.0F, 0.0F, 0.0F);
+    record<Op::glClear, always>(GLbitfield{GL_COLOR_BUFFER_BIT});
+    record<Op::glPopAttrib, always>();
+}
+
+thread_local int framesWithMargins; // still to be drawn
+constexpr int buffersOfAWindow = 3; // at most
+
+// Whether a window of the program's may still be shown.
+bool isInUse(const Context& c, unsigned long window)
+{
+    return window == shownWindow || windowState(displayNameOf(c), window, true).exists;
+}
+
+void sayNoRoom(const char* what)
+{
+    static bool said;
+    if (!std::exchange(said, true))
+        std::fprintf(stderr,
+                     "MOSA: capture: the wall has no room for more %s at a time; what is drawn "
+                     "there is not on it\n",
+                     what);
+}
+
+// Gives the group a context on the wall, if it has none, and a window for the program's that it is
+// current in. False when there is no room.
+bool takeRoom(Context& c, std::optional<WallContext>& taken)
+{
+    ShareGroup& group = *c.group;
+    if (!group.onWall) {
+        taken = takeWallContext(c.attributes);
+        if (!taken) {
+            sayNoRoom("contexts");
+            return false;
+        }
+        group.handle = taken->context;
+        group.visual = taken->visual;
+    }
+    const std::uint32_t window =
+        wallWindow(c.window, group.visual, [&c](unsigned long other) { return isInUse(c, other); });
+    if (window == 0) {
+        if (taken)
+            giveWallContext(taken->context, taken->leftOver);
+        sayNoRoom("windows");
+        return false;
+    }
+    group.wallWindow = window;
+    return true;
+}
+
+// The context as if it were new, its attributes on a stack from which they can be had again.
+void sendOpening(const Context& c, const WallContext& taken)
+{
+    CommandBuffer out;
+    const ProgramWindow window = programWindow(*c.group);
+    if (taken.newVisual)
+        encodeVisual(out, window, c.attributes);
+    if (taken.newContext)
+        encodeContext(out, window);
+    encode<Op::glXMakeCurrent>(out, makeCurrentBlock(window));
+    if (!taken.newContext)
+        encodeReset(out, taken.leftOver);
+    encode<Op::glPushAttrib>(out, GLbitfield{GL_ALL_ATTRIB_BITS});
+    encodeViewport(out, window);
+    encode<Op::glPixelStorei>(out, GLenum{GL_UNPACK_ALIGNMENT}, 1);
+    const Bytes pieces[] = {out};
+    sendBuffer(pieces, false);
+}
+
+// Shows the current context's window on the wall.
+void show(Context& c, const WindowState& state)
+{
+    ShareGroup& group = *c.group;
+    passOnTape(c, false);
+    const bool known = group.onWall && group.window == c.window;
+    std::optional<WallContext> taken;
+    if (!known && !takeRoom(c, taken)) {
+        c.hiddenFrames = INT_MAX;
+        return;
+    }
+    group.main = &c;
+    group.window = shownWindow = c.window;
+    group.size = {state.width, state.height};
+    if (!group.onWall) {
+        sendOpening(c, *taken);
+        group.onWall = true;
+        wallCurrent = {&group, group.wallWindow};
+        // Before what has been drawn already, and, for sizes that were not known then, after it.
+        setEnds(c);
+        describeWindow(c);
+        recordMargins(c);
+        passOnTape(c, false);
+        for (const ShareGroup::Piece& piece : group.pending)
+            sendRecords(group, piece.of == &c, piece.records, false);
+        const bool drawn = !group.pending.empty();
+        group.pending.clear();
+        group.pending.shrink_to_fit();
+        group.pendingBytes = 0;
+        framesWithMargins = buffersOfAWindow - 1;
+        if (drawn && !c.asPicture)
+            describeWindow(c);
+        return;
+    } else {
+        sendMakeCurrent(group);
+        if (known) {
+            CommandBuffer out;
+            encode<Op::MWRaiseWindow>(out, Window{group.wallWindow});
+            const Bytes pieces[] = {out};
+            sendBuffer(pieces, false);
+        }
+    }
+    setEnds(c);
+    describeWindow(c);
+    framesWithMargins = buffersOfAWindow;
+    recordMargins(c);
+}
+
+void resize(Context& c, const WindowState& state)
+{
+    passOnTape(c, false);
+    c.group->size = {state.width, state.height};
+    sendMakeCurrent(*c.group);
+    describeWindow(c);
+    framesWithMargins = buffersOfAWindow;
+    recordMargins(c);
+}
+
+bool isWanted(const Context& c, const WindowState& state)
+{
+    const char* wanted = captureOptions.window;
+    if (showsAll())
+        return true;
+    if (wanted && *wanted && std::strcmp(wanted, "largest") != 0)
+        return windowTitle(displayNameOf(c), c.window).find(wanted) != std::string::npos;
+    if (!shownWindow || shownWindow == c.window)
+        return true;
+    const WindowState& shown = windowState(displayNameOf(c), shownWindow, true);
+    return !shown.viewable ||
+           std::int64_t{state.width} * state.height > std::int64_t{shown.width} * shown.height;
+}
+
+void considerWindow(Context& c)
+{
+    if (!capturing || !c.window || c.inList)
+        return;
+    if (isShown(c)) {
+        const WindowState& state = windowState(displayNameOf(c), c.window, false);
+        if (state.exists &&
+            (state.width != c.group->size.width || state.height != c.group->size.height))
+            resize(c, state);
+        return;
+    }
+    // A window around it may have been mapped, which nobody tells.
+    static Clock::time_point asked;
+    constexpr auto often = std::chrono::milliseconds(20);
+    const bool anew = isUndecided(c) || Clock::now() - asked > often;
+    if (anew)
+        asked = Clock::now();
+    const WindowState state = windowState(displayNameOf(c), c.window, anew);
+    if (!c.group->onWall && state.exists) // what is kept back depends on it
+        c.group->size = {state.width, state.height};
+    if (state.viewable && state.width > 0 && state.height > 0 && isWanted(c, state))
+        show(c, state);
+}
+
+} // namespace
+
+void beginPicture(Context& c)
+{
+    c.drawsPicture = c.asPicture;
+    setEnds(c);
+}
+
+void endPicture(Context& c)
+{
+    c.drawsPicture = false;
+    setEnds(c);
+}
+
+void reconsider(Context& c)
+{
+    beginPicture(c);
+    considerWindow(c);
+    endPicture(c);
+}
+
+void recordMarginsOfFrame(const Context& c)
+{
+    if (framesWithMargins <= 0)
+        return;
+    --framesWithMargins;
+    recordMargins(c);
+}
+
+void sendBlack(const ShareGroup& group)
+{
+    CommandBuffer out;
+    encode<Op::glDisable>(out, GLenum{GL_SCISSOR_TEST});
+    encode<Op::glColorMask>(out, GLboolean{1}, GLboolean{1}, GLboolean{1}, GLboolean{1});
+    encode<Op::glClearColor>(out, 0.0F, 0.0F, 0.0F, 0.0F);
+    encode<Op::glClear>(out, GLbitfield{GL_COLOR_BUFFER_BIT});
+    encode<Op::glXSwapBuffers>(out, asParameter<Display*>(wallDisplay),
+                               GLXDrawable{group.wallWindow});
+    sendRecords(group, true, out, false);
+}

@@ -1,0 +1,368 @@
+// Small legal programs that do something unusual, each under its name. What one prints (answers of
+// OpenGL, errors, sums) and how it ends must be the same with and without capture.
+#define GL_GLEXT_PROTOTYPES
+#include <GL/gl.h>
+#include <GL/glext.h>
+#include <GL/glx.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr int width = 240, height = 180;
+Display* dpy;
+XVisualInfo* visual;
+Window window;
+GLXContext context;
+
+Window createWindow()
+{
+    XSetWindowAttributes attributes{};
+    attributes.colormap = XCreateColormap(dpy, DefaultRootWindow(dpy), visual->visual, AllocNone);
+    attributes.override_redirect = True;
+    const Window made =
+        XCreateWindow(dpy, DefaultRootWindow(dpy), 0, 0, width, height, 0, visual->depth,
+                      InputOutput, visual->visual, CWColormap | CWOverrideRedirect, &attributes);
+    return made;
+}
+
+Window openWindow()
+{
+    const Window made = createWindow();
+    XMapWindow(dpy, made);
+    return made;
+}
+
+void tell(const char* what, long value) { std::printf("%s %ld\n", what, value); }
+void tellError(const char* what) { tell(what, static_cast<long>(glGetError())); }
+
+GLint get(GLenum name)
+{
+    GLint value = -1;
+    glGetIntegerv(name, &value);
+    return value;
+}
+
+void frame()
+{
+    glClearColor(0.1F, 0.1F, 0.2F, 1);
+    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+    glColor3f(1, 0.8F, 0);
+    glRectf(-0.5F, -0.5F, 0.5F, 0.5F);
+    glXSwapBuffers(dpy, window);
+}
+
+// One picture, drawn at once and never again.
+void still() { frame(); }
+
+// What the library refuses must not count.
+void refusals()
+{
+    glNewList(7, GL_TRIANGLES);
+    tellError("newlist");
+    glEndList();
+    tellError("endlist");
+    glNewList(0, GL_COMPILE);
+    tellError("newlist 0");
+    glRenderMode(GL_TRIANGLES);
+    tellError("rendermode");
+    for (int i = 0; i < 40; ++i)
+        glPushClientAttrib(GL_CLIENT_VERTEX_ARRAY_BIT);
+    tellError("push");
+    tell("depth", get(GL_CLIENT_ATTRIB_STACK_DEPTH));
+    for (int i = 0; i < 40; ++i)
+        glPopClientAttrib();
+    tellError("pop");
+    static const float triangle[] = {-0.9F, -0.9F, 0.9F, -0.9F, 0, 0.9F};
+    static const unsigned char colors[] = {0, 0, 255, 255, 0, 255, 0, 255, 255, 0, 0, 255};
+    glVertexPointer(2, GL_FLOAT, 0, triangle);
+    glVertexPointer(7, GL_FLOAT, 0, nullptr);
+    tellError("vertex size");
+    glVertexPointer(2, GL_UNSIGNED_BYTE, 0, nullptr);
+    tellError("vertex type");
+    glNormalPointer(GL_FLOAT, -4, nullptr);
+    tellError("stride");
+    glColorPointer(GL_BGRA, GL_UNSIGNED_BYTE, 0, colors);
+    tellError("bgra");
+    tell("size", get(GL_COLOR_ARRAY_SIZE));
+    glEnableClientState(GL_VERTEX_ARRAY);
+    glEnableClientState(GL_COLOR_ARRAY);
+    glEnableClientState(GL_TRIANGLES);
+    tellError("enable");
+    glDrawArrays(GL_TRIANGLES, 0, 3);
+    glBegin(GL_TRIANGLES);
+    glVertexPointer(3, GL_FLOAT, 0, nullptr);
+    glEnableClientState(GL_NORMAL_ARRAY);
+    glNewList(9, GL_COMPILE);
+    glRenderMode(GL_SELECT);
+    glPushClientAttrib(~0U);
+    glEnd();
+    tellError("within begin");
+    tell("mode", get(GL_RENDER_MODE));
+    tell("list", get(GL_LIST_INDEX));
+    glDrawArrays(GL_TRIANGLES, 0, 3);
+    tellError("draw");
+    glDisableClientState(GL_VERTEX_ARRAY);
+    glDisableClientState(GL_COLOR_ARRAY);
+    frame();
+}
+
+// Everything between glBegin and glEnd, where most is refused and nothing is answered.
+void within()
+{
+    static const GLubyte bits[128] = {};
+    glListBase(100);
+    glNewList(101, GL_COMPILE);
+    glColor3f(0, 1, 0);
+    glBitmap(0, 0, 0, 0, 1, 1, bits);
+    glEndList();
+    glBegin(GL_TRIANGLES);
+    glBitmap(8, 8, 0, 0, 1, 1, bits);
+    glPolygonStipple(bits);
+    glDrawPixels(1, 1, GL_RGBA, GL_UNSIGNED_BYTE, bits);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, bits);
+    glCopyTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 0, 0, 1, 1, 0);
+    glRasterPos2f(0, 0);
+    glViewport(0, 0, 1, 1);
+    glScissor(0, 0, 1, 1);
+    glEnable(GL_SCISSOR_TEST);
+    glPopAttrib();
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+    glFlush();
+    glEnd();
+    tellError("all of it");
+    glBegin(GL_TRIANGLES);
+    const GLubyte names[] = {1};
+    glCallLists(1, GL_UNSIGNED_BYTE, names);
+    glVertex2f(-0.5F, -0.5F);
+    glVertex2f(0.5F, -0.5F);
+    glVertex2f(0, 0.5F);
+    glEnd();
+    tellError("lists");
+    tell("scissor", glIsEnabled(GL_SCISSOR_TEST));
+    tell("base", get(GL_LIST_BASE));
+    glListBase(0);
+    frame();
+}
+
+void buffers()
+{
+    GLuint names[2];
+    glGenBuffers(2, names);
+    glBindBuffer(GL_ARRAY_BUFFER, names[0]);
+    tell("unmap of nothing", glUnmapBuffer(GL_ARRAY_BUFFER));
+    tellError("unmap");
+    float triangle[6] = {-0.9F, -0.9F, 0.9F, -0.9F, 0, 0.9F};
+    glBufferData(GL_ARRAY_BUFFER, sizeof triangle, nullptr, GL_STATIC_DRAW);
+    glBufferData(GL_ARRAY_BUFFER, -1, nullptr, GL_STATIC_DRAW);
+    tellError("size");
+    glBufferSubData(GL_ARRAY_BUFFER, 20, 8, triangle);
+    tellError("beyond");
+    void* const mapped = glMapBuffer(GL_ARRAY_BUFFER, GL_READ_WRITE);
+    GLint is = -1;
+    glGetBufferParameteriv(GL_ARRAY_BUFFER, GL_BUFFER_MAPPED, &is);
+    tell("mapped", is);
+    tell("twice", glMapBuffer(GL_ARRAY_BUFFER, GL_READ_ONLY) != nullptr);
+    tellError("twice");
+    std::memcpy(mapped, triangle, sizeof triangle);
+    tell("unmap", glUnmapBuffer(GL_ARRAY_BUFFER));
+    void* const part = glMapBufferRange(GL_ARRAY_BUFFER, 8, 8, GL_MAP_WRITE_BIT);
+    tell("range", part != nullptr);
+    std::memcpy(part, triangle + 2, 8);
+    tell("unmap", glUnmapBuffer(GL_ARRAY_BUFFER));
+    glBindBuffer(GL_COPY_WRITE_BUFFER, names[1]);
+    glBufferData(GL_COPY_WRITE_BUFFER, sizeof triangle, nullptr, GL_STATIC_DRAW);
+    glCopyBufferSubData(GL_ARRAY_BUFFER, GL_COPY_WRITE_BUFFER, 0, 0, sizeof triangle);
+    float sum[6] = {};
+    glGetBufferSubData(GL_COPY_WRITE_BUFFER, 0, sizeof sum, sum);
+    for (const float f : sum)
+        tell("copied", static_cast<long>(f * 10));
+    // Drawn from the copy, pixels from a third.
+    glBindBuffer(GL_ARRAY_BUFFER, names[1]);
+    glVertexPointer(2, GL_FLOAT, 0, nullptr);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    glEnableClientState(GL_VERTEX_ARRAY);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glColor3f(1, 0.5F, 0);
+    glDrawArrays(GL_TRIANGLES, 0, 3);
+    glDisableClientState(GL_VERTEX_ARRAY);
+    std::vector<unsigned char> pixels(64 * 64 * 4, 200);
+    GLuint unpack = 0;
+    glGenBuffers(1, &unpack);
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, unpack);
+    glBufferData(GL_PIXEL_UNPACK_BUFFER, static_cast<GLsizeiptr>(pixels.size()), pixels.data(),
+                 GL_STATIC_DRAW);
+    glRasterPos2f(-0.9F, -0.9F);
+    glDrawPixels(64, 64, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    tellError("pixels");
+    glDrawPixels(64, 65, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    tellError("too many pixels");
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, 0);
+    glBindBuffer(GL_PIXEL_PACK_BUFFER, unpack);
+    glCopyPixels(0, 0, 8, 8, GL_COLOR);
+    unsigned char first = 0;
+    glGetBufferSubData(GL_PIXEL_PACK_BUFFER, 0, 1, &first);
+    tell("pack buffer", first);
+    glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
+    glXSwapBuffers(dpy, window);
+}
+
+// Two threads fill buffers of contexts that share.
+void sharing()
+{
+    const auto fill = [](GLXContext own, GLXPbuffer where) {
+        Display* const connection = XOpenDisplay(nullptr);
+        glXMakeContextCurrent(connection, where, where, own);
+        for (int i = 0; i < 300; ++i) {
+            GLuint names[20];
+            glGenBuffers(20, names);
+            const std::vector<float> data(500, 1.0F);
+            for (const GLuint name : names) {
+                glBindBuffer(GL_ARRAY_BUFFER, name);
+                glBufferData(GL_ARRAY_BUFFER, 2000, data.data(), GL_STATIC_DRAW);
+            }
+            glDeleteBuffers(20, names);
+        }
+        tellError("thread");
+        glXMakeContextCurrent(connection, None, None, nullptr);
+        XCloseDisplay(connection);
+    };
+    int count = 0;
+    const int attributes[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT | GLX_WINDOW_BIT, None};
+    GLXFBConfig* const configs = glXChooseFBConfig(dpy, DefaultScreen(dpy), attributes, &count);
+    const int size[] = {GLX_PBUFFER_WIDTH, 8, GLX_PBUFFER_HEIGHT, 8, None};
+    std::vector<std::thread> threads;
+    GLXContext first = glXCreateNewContext(dpy, configs[0], GLX_RGBA_TYPE, nullptr, True);
+    for (int i = 0; i < 3; ++i) {
+        GLXContext own = glXCreateNewContext(dpy, configs[0], GLX_RGBA_TYPE, first, True);
+        threads.emplace_back(fill, own, glXCreatePbuffer(dpy, configs[0], size));
+    }
+    XSync(dpy, False);
+    for (std::thread& thread : threads)
+        thread.join();
+    frame();
+}
+
+// A context that is destroyed while it is current in another thread lives until it is released.
+void destroyed()
+{
+    GLXContext other = glXCreateContext(dpy, visual, nullptr, True);
+    std::thread([other] {
+        Display* const connection = XOpenDisplay(nullptr);
+        glXMakeCurrent(connection, window, other);
+        std::thread([other] { glXDestroyContext(dpy, other); }).join();
+        glColor3f(1, 0, 0);
+        for (int i = 0; i < 1000; ++i)
+            glVertex2f(0, 0);
+        tell("current", glXGetCurrentContext() == other);
+        tellError("alive");
+        glXMakeCurrent(connection, None, nullptr);
+        XCloseDisplay(connection);
+    }).join();
+    frame();
+}
+
+// Shaders, without having asked for a version.
+void shaders()
+{
+    using Create = GLuint (*)();
+    const auto create = reinterpret_cast<Create>(
+        glXGetProcAddress(reinterpret_cast<const GLubyte*>("glCreateProgram")));
+    tell("create", create != nullptr);
+    frame();
+    const GLuint program = create();
+    const GLuint shader = glCreateShader(GL_FRAGMENT_SHADER);
+    const char* const source = "void main() { gl_FragColor = vec4(0.0, 0.6, 1.0, 1.0); }";
+    glShaderSource(shader, 1, &source, nullptr);
+    glCompileShader(shader);
+    glAttachShader(program, shader);
+    glLinkProgram(program);
+    glUseProgram(program);
+    tellError("program");
+    for (int i = 0; i < 4; ++i)
+        frame();
+}
+
+// A forked child that draws nothing must not write into its parent's stream.
+void forks()
+{
+    frame();
+    if (const pid_t child = fork(); child == 0)
+        _exit(17);
+    else {
+        int status = 0;
+        waitpid(child, &status, 0);
+        tell("child", WEXITSTATUS(status));
+    }
+    frame();
+}
+
+// Windows and contexts come and go.
+void figures()
+{
+    for (int i = 0; i < 70; ++i) {
+        glXMakeCurrent(dpy, None, nullptr);
+        glXDestroyContext(dpy, context);
+        XDestroyWindow(dpy, window);
+        window = openWindow();
+        context = glXCreateContext(dpy, visual, nullptr, True);
+        glXMakeCurrent(dpy, window, context);
+        frame();
+    }
+    tellError("figures");
+}
+
+// A list that is open while another context is current, and back.
+void openList()
+{
+    GLXContext other = glXCreateContext(dpy, visual, nullptr, True);
+    glNewList(3, GL_COMPILE);
+    glColor3f(0, 1, 0);
+    glXMakeCurrent(dpy, window, other);
+    glColor3f(1, 0, 0);
+    tell("no list", get(GL_LIST_INDEX));
+    glXMakeCurrent(dpy, window, context);
+    tell("list", get(GL_LIST_INDEX));
+    glRectf(-0.9F, -0.9F, 0.9F, 0.9F);
+    glEndList();
+    glClear(GL_COLOR_BUFFER_BIT);
+    glCallList(3);
+    tellError("list");
+    glXSwapBuffers(dpy, window);
+}
+
+const struct {
+    const char* name;
+    void (*run)();
+} programs[] = {
+    {"still", still},     {"refusals", refusals},   {"within", within},   {"buffers", buffers},
+    {"sharing", sharing}, {"destroyed", destroyed}, {"shaders", shaders}, {"forks", forks},
+    {"figures", figures}, {"openList", openList},
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    XInitThreads();
+    dpy = XOpenDisplay(nullptr);
+    int attributes[] = {GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 8, GLX_DEPTH_SIZE, 16, None};
+    visual = dpy ? glXChooseVisual(dpy, DefaultScreen(dpy), attributes) : nullptr;
+    if (!visual || argc < 2)
+        return 2;
+    context = glXCreateContext(dpy, visual, nullptr, True);
+    window = createWindow();
+    glXMakeCurrent(dpy, window, context);
+    XMapWindow(dpy, window); // seen only now
+    for (const auto& program : programs)
+        if (std::strcmp(program.name, argv[1]) == 0)
+            program.run();
+    return 5;
+}
