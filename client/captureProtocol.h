@@ -26,4 +26,7 @@ struct CaptureRing {
 };
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
+/// In the place of a handshake: no program is going to connect.
+inline constexpr _handshake endOfWaitingSign{-1, -1, -1};
+
 inline constexpr std::int32_t captureAccepted = 0, captureTaken = -1;

@@ -39,72 +39,145 @@ bool receiveAll(int fd, void* to, std::size_t bytes)
     return true;
 }
 
-// The handshake, and with it the memory that is shared.
-bool receiveHandshake(CaptureSocket& socket, int fd)
+// Takes over the memory that came with a handshake. Closes every descriptor that did.
+CaptureRing* mapRing(msghdr& message)
 {
-    iovec piece{&socket.handshake, sizeof socket.handshake};
+    int memory = -1;
+    for (cmsghdr* header = CMSG_FIRSTHDR(&message); header;
+         header = CMSG_NXTHDR(&message, header)) {
+        if (header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS)
+            continue;
+        for (std::size_t at = 0; CMSG_LEN(at + sizeof memory) <= header->cmsg_len;
+             at += sizeof memory) {
+            if (memory >= 0)
+                close(memory);
+            std::memcpy(&memory, CMSG_DATA(header) + at, sizeof memory);
+        }
+    }
+    struct stat status {};
+    void* ring = MAP_FAILED;
+    if (memory >= 0 && (message.msg_flags & MSG_CTRUNC) == 0 && fstat(memory, &status) == 0 &&
+        status.st_size >= static_cast<off_t>(sizeof(CaptureRing)))
+        ring = mmap(nullptr, sizeof(CaptureRing), PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
+    if (memory >= 0)
+        close(memory);
+    return ring == MAP_FAILED ? nullptr : static_cast<CaptureRing*>(ring);
+}
+
+void answer(int fd, std::int32_t value) { send(fd, &value, sizeof value, MSG_NOSIGNAL); }
+
+// Looks whether a newcomer has said who it is. It is the program then, or is sent away; `fd` is -1
+// once it is no newcomer any more.
+Arrival hearNewcomer(CaptureSocket& socket, int& fd)
+{
+    _handshake handshake{};
+    iovec piece{&handshake, sizeof handshake};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))];
     msghdr message{};
     message.msg_iov = &piece;
     message.msg_iovlen = 1;
     message.msg_control = control;
     message.msg_controllen = sizeof control;
-    if (recvmsg(fd, &message, MSG_WAITALL | MSG_CMSG_CLOEXEC) !=
-        static_cast<ssize_t>(sizeof socket.handshake))
-        return false;
-    const cmsghdr* header = CMSG_FIRSTHDR(&message);
-    if (!header || header->cmsg_type != SCM_RIGHTS)
-        return false;
-    int memory = -1;
-    std::memcpy(&memory, CMSG_DATA(header), sizeof memory);
-    void* const ring =
-        mmap(nullptr, sizeof(CaptureRing), PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
-    struct stat status {};
-    const bool whole =
-        fstat(memory, &status) == 0 && status.st_size >= static_cast<off_t>(sizeof(CaptureRing));
-    close(memory);
-    if (ring == MAP_FAILED || !whole)
-        return false;
-    socket.ring = static_cast<CaptureRing*>(ring);
-    return true;
+    ssize_t got = 0;
+    do
+        got = recvmsg(fd, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    while (got < 0 && errno == EINTR);
+    if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+        return Arrival::nothing;
+    CaptureRing* const ring = got > 0 ? mapRing(message) : nullptr;
+    const bool isWhole = got == static_cast<ssize_t>(sizeof handshake); // it is sent at once
+    if (isWhole && ring && socket.program < 0) {
+        socket.handshake = handshake;
+        socket.ring = ring;
+        socket.program = fd;
+        fd = -1;
+        answer(socket.program, captureAccepted);
+        return Arrival::program;
+    }
+    if (ring)
+        munmap(ring, sizeof(CaptureRing));
+    if (isWhole && ring)
+        answer(fd, captureTaken);
+    close(fd);
+    fd = -1;
+    return isWhole && !ring && socket.program < 0 &&
+                   std::memcmp(&handshake, &endOfWaitingSign, sizeof handshake) == 0
+               ? Arrival::end
+               : Arrival::nothing;
 }
 
-void answer(int fd, std::int32_t value) { send(fd, &value, sizeof value, MSG_NOSIGNAL); }
-
-// Takes a program, or sends it away. An end before the handshake ends the waiting.
-Arrival acceptProgram(CaptureSocket& socket)
+Arrival hearNewcomers(CaptureSocket& socket)
 {
+    Arrival arrival = Arrival::nothing;
+    for (int& fd : socket.newcomers)
+        if (arrival == Arrival::nothing)
+            arrival = hearNewcomer(socket, fd);
+    std::erase(socket.newcomers, -1);
+    return arrival;
+}
+
+// Those that say nothing make room for others.
+void acceptNewcomer(CaptureSocket& socket)
+{
+    constexpr std::size_t most = 16;
     const int fd = accept4(socket.listening, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0)
-        return Arrival::nothing;
-    if (socket.program >= 0) {
-        answer(fd, captureTaken);
-        close(fd);
-        return Arrival::nothing;
+        return;
+    if (socket.newcomers.size() == most) {
+        close(socket.newcomers.front());
+        socket.newcomers.erase(socket.newcomers.begin());
     }
-    if (!receiveHandshake(socket, fd)) {
-        close(fd);
-        return Arrival::end;
-    }
-    socket.program = fd;
-    answer(fd, captureAccepted);
-    return Arrival::program;
+    socket.newcomers.push_back(fd);
+}
+
+// Removes what is no longer listened at. Nothing but a socket is removed.
+void removeSocket(const std::string& path)
+{
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0)
+        return;
+    if (!S_ISSOCK(status.st_mode))
+        throw std::runtime_error(path + " is there already, and is no socket");
+    unlink(path.c_str());
 }
 
 } // namespace
 
+CaptureSocket::~CaptureSocket()
+{
+    for (const int fd : newcomers)
+        close(fd);
+    if (ring)
+        munmap(ring, sizeof(CaptureRing));
+    if (program >= 0)
+        close(program);
+    if (listening >= 0) {
+        close(listening);
+        unlink(path.c_str());
+    }
+}
+
 void listenForProgram(CaptureSocket& socket, const std::string& path)
 {
     const sockaddr_un address = addressOf(path);
-    unlink(path.c_str());
+    removeSocket(path);
     const mode_t before = umask(077); // nobody else's
-    socket.listening = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    constexpr int waiting = 8;
-    if (socket.listening < 0 ||
-        bind(socket.listening, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(socket.listening, waiting) != 0)
-        throw std::runtime_error(path + ": " + std::strerror(errno));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    constexpr int waiting = 64;
+    const bool bound =
+        fd >= 0 && bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const bool listens = bound && listen(fd, waiting) == 0;
+    const int error = errno;
     umask(before);
+    if (!listens) {
+        if (bound)
+            unlink(path.c_str());
+        if (fd >= 0)
+            close(fd);
+        throw std::runtime_error(path + ": " + std::strerror(error));
+    }
+    socket.path = path;
+    socket.listening = fd;
 }
 
 Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hdr& hdr,
@@ -113,16 +186,17 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
     if (socket.ringEnd > 0)
         socket.ring->released.store(socket.ringEnd, std::memory_order_release);
     socket.ringEnd = 0;
-    pollfd events[] = {
+    std::vector<pollfd> events{
         {socket.listening, POLLIN, 0}, {socket.program, POLLIN, 0}, {otherFd, POLLIN, 0}};
+    for (const int fd : socket.newcomers)
+        events.push_back({fd, POLLIN, 0});
     const timespec time{microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
-    if (ppoll(events, std::size(events), microseconds < 0 ? nullptr : &time, nullptr) <= 0)
+    if (ppoll(events.data(), events.size(), microseconds < 0 ? nullptr : &time, nullptr) <= 0)
         return Arrival::nothing;
-    if (events[0].revents) {
-        const Arrival arrival = acceptProgram(socket);
-        if (arrival != Arrival::nothing)
-            return arrival;
-    }
+    if (events[0].revents)
+        acceptNewcomer(socket);
+    if (const Arrival arrival = hearNewcomers(socket); arrival != Arrival::nothing)
+        return arrival;
     if (!events[1].revents)
         return Arrival::nothing;
     CaptureMessage message{};
@@ -152,6 +226,7 @@ void endWaiting(const std::string& path)
 {
     const sockaddr_un address = addressOf(path);
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+        send(fd, &endOfWaitingSign, sizeof endOfWaitingSign, MSG_NOSIGNAL);
     close(fd);
 }

@@ -8,17 +8,25 @@
 #include <string>
 #include <vector>
 
-/// One program at a time: others are told that the wall is taken, and draw for themselves.
+/// One program at a time: others are told that the wall is taken, and draw for themselves. A
+/// connection is none's until its handshake has come.
 struct CaptureSocket {
+    std::string path; // where it listens
     int listening = -1;
     int program = -1;
+    std::vector<int> newcomers; // whose handshake has not come yet
     _handshake handshake{};
     CaptureRing* ring = nullptr;
     std::uint64_t ringEnd = 0;        // to be released before the next buffer
     std::vector<unsigned char> bytes; // of a buffer that came over the socket
+    CaptureSocket() = default;
+    CaptureSocket(const CaptureSocket&) = delete;
+    CaptureSocket& operator=(const CaptureSocket&) = delete;
+    ~CaptureSocket(); // closes it, and removes its file
 };
 
-/// Listens at a path. Throws std::runtime_error.
+/// Listens at a path, in the place of an old socket, but of nothing else. Throws
+/// std::runtime_error.
 void listenForProgram(CaptureSocket& socket, const std::string& path);
 
 /// What waitForBuffer has found.
@@ -37,5 +45,5 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
 /// Tells the program that so many frames more have been shown.
 void answerFrames(CaptureSocket& socket, int frames);
 
-/// Ends whoever listens at a path and has no program yet.
+/// Ends whoever listens at a path and has no program yet: says so in the place of a handshake.
 void endWaiting(const std::string& path);

@@ -13,8 +13,7 @@ using Clock = std::chrono::steady_clock;
 
 struct Totals {
     long frames = 0, bytes = 0;
-    Clock::time_point start = Clock::now(), said = start;
-    long framesSaid = 0;
+    Clock::time_point start = Clock::now();
 };
 
 void say(const char* line)
@@ -23,23 +22,9 @@ void say(const char* line)
     std::fflush(stdout);
 }
 
-void sayProgress(Totals& totals)
-{
-    const Clock::time_point now = Clock::now();
-    const double seconds = std::chrono::duration<double>(now - totals.said).count();
-    if (seconds < 1)
-        return;
-    std::printf("%s%ld frames, %.0f per second, %.1f MB\n", progressBeginning, totals.frames,
-                static_cast<double>(totals.frames - totals.framesSaid) / seconds,
-                static_cast<double>(totals.bytes) / 1e6);
-    std::fflush(stdout);
-    totals.said = now;
-    totals.framesSaid = totals.frames;
-}
-
 } // namespace
 
-void playLive(Connection& connection, const std::string& socketPath, bool progress)
+void playLive(Connection& connection, const std::string& socketPath)
 {
     CaptureSocket socket;
     listenForProgram(socket, socketPath);
@@ -71,8 +56,6 @@ void playLive(Connection& connection, const std::string& socketPath, bool progre
             pause = shortest;
         answerFrames(socket, static_cast<int>(connection.acknowledged - told));
         told = connection.acknowledged;
-        if (progress)
-            sayProgress(totals);
     }
     finishServers(connection);
     const double seconds = std::chrono::duration<double>(Clock::now() - totals.start).count();

@@ -4,7 +4,7 @@
 #include "client/locations.h"
 #include "client/playOptions.h"
 #include "client/streamFile.h"
-#include "wire/finalize.h"
+#include "shuffle/endTask.h"
 
 #include <CLI/CLI.hpp>
 
@@ -22,7 +22,6 @@ struct Options {
     PlayOptions play;
     bool wait = false; // with the last frame, until the standard input ends
     std::string live;  // the socket of a running program, instead of files
-    bool progress = false;
 };
 
 struct Totals {
@@ -39,7 +38,6 @@ void parse(CLI::App& app, Options& options)
                                 "instead of files, a program that is captured: the socket on which "
                                 "it connects; mosa-wall run starts both");
     live->excludes(files);
-    app.add_flag("--progress", options.progress, "say how a live program gets on, each second");
     addPlayOptions(app, options.play);
     app.add_flag("--wait", options.wait,
                  "once the last frame is on the wall, say so and keep it there until the standard "
@@ -147,7 +145,7 @@ int playIt(Connection& connection, const std::vector<StreamFile>& files, const O
         return 0;
     }
     try {
-        playLive(connection, options.live, options.progress);
+        playLive(connection, options.live);
     } catch (const std::exception& fault) {
         std::fprintf(stderr, "play: %s\n", fault.what());
         return 1;
@@ -198,6 +196,6 @@ int main(int argc, char** argv)
             status = useLastFrame(options);
     }
     disconnectServers(connection);
-    finalizeTask(status);
+    endTask(status);
     return status;
 }

@@ -20,11 +20,9 @@ struct PlayOptions {
 /// standard input.
 inline constexpr char lastFrameLine[] = "play: the last frame is shown";
 
-/// What `play --live` prints when a program can connect, when one has, and once a second with
-/// --progress.
+/// What `play --live` prints when a program can connect, and when one has.
 inline constexpr char readyLine[] = "play: ready";
 inline constexpr char drawsLine[] = "play: a program draws";
-inline constexpr char progressBeginning[] = "play: so far ";
 
 /// Adds the options to a command line.
 void addPlayOptions(CLI::App& app, PlayOptions& options);

@@ -30,14 +30,31 @@ inline MakeCurrentBlock makeCurrentBlock(const ProgramWindow& w)
             .parent = {}};
 }
 
-/// Makes a context for a visual with the given attributes, ended by a 0, current in the window,
-/// with a viewport of the window's size.
-inline void encodeOpening(CommandBuffer& out, const ProgramWindow& w,
-                          std::span<const int> attributes)
+/// Chooses a visual with the given attributes, ended by a 0.
+inline void encodeVisual(CommandBuffer& out, const ProgramWindow& w,
+                         std::span<const int> attributes)
 {
     const Words words{attributes.data(), static_cast<std::int32_t>(attributes.size())};
     encode<Op::glXChooseVisual>(out, ChooseVisualBlock{w.dpy, w.visual, 0, words});
+}
+
+inline void encodeContext(CommandBuffer& out, const ProgramWindow& w)
+{
     encode<Op::glXCreateContext>(out, CreateContextBlock{w.dpy, w.visual, {}, w.ctx, 1});
-    encode<Op::glXMakeCurrent>(out, makeCurrentBlock(w));
+}
+
+/// A viewport of the window's size.
+inline void encodeViewport(CommandBuffer& out, const ProgramWindow& w)
+{
     encode<Op::glViewport>(out, ViewportBlock{0, 0, w.width, w.height, w.width, w.height});
+}
+
+/// Makes a context for a visual, current in the window, with a viewport of the window's size.
+inline void encodeOpening(CommandBuffer& out, const ProgramWindow& w,
+                          std::span<const int> attributes)
+{
+    encodeVisual(out, w, attributes);
+    encodeContext(out, w);
+    encode<Op::glXMakeCurrent>(out, makeCurrentBlock(w));
+    encodeViewport(out, w);
 }

@@ -1,11 +1,11 @@
 #include "client/streamFile.h"
+#include "client/wholeFile.h"
 #include "wire/values.h"
 
 #include <zlib.h>
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 
@@ -87,9 +87,9 @@ StreamFile readStreamFile(const std::string& name)
 
 void writeStreamFile(const std::string& name, const std::vector<OutgoingBuffer>& buffers)
 {
-    std::ofstream file(name, std::ios::binary);
+    WholeFile file = beginFile(name);
     const auto write = [&file](const void* data, std::size_t bytes) {
-        file.write(static_cast<const char*>(data), static_cast<std::streamsize>(bytes));
+        std::fwrite(data, 1, bytes, file.stream);
     };
     write(&ownHandshake, sizeof ownHandshake);
     for (const OutgoingBuffer& buffer : buffers) {
@@ -98,6 +98,5 @@ void writeStreamFile(const std::string& name, const std::vector<OutgoingBuffer>&
         write(buffer.bytes.data(), buffer.bytes.size());
     }
     write(&endOfStream, sizeof endOfStream);
-    if (!file.flush())
-        fail(name, std::strerror(errno));
+    finishFile(file);
 }

@@ -5,6 +5,7 @@
 #include "client/streamFile.h"
 #include "tests/jobSupport.h"
 #include "tools/image.h"
+#include "tools/jobOutput.h"
 #include "tools/mpiJob.h"
 #include "tools/virtualDisplays.h"
 #include "tools/wallCheck.h"
@@ -20,6 +21,7 @@
 #include <set>
 
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 namespace fs = std::filesystem;
@@ -108,7 +110,8 @@ TEST(WallTool, CheckFindsEachMistakeOnItsLine)
         {5, "a:b:7 600 400 0 0 300 200", "5: .* is no X display name.*"},
         {5, "a b:7 600 400 0 0 300 200", "5: .* is no X display name.*"},
         {4, "node:0.0 600 400 300 200 300 200", "4: the same screen as line 2"},
-        {6, ":7.0 600 400 300 0 300 200", "6: the same screen as line 5"},
+        {6, ":7.0 600 400 300 0 300 200",
+         "6: the same screen as line 5; for several hosts name them by .*"},
         {6, ":8 600 400 300 0", "6: .*only 4 of the 6 numbers.*"},
         {6, ":8 600.5 400 300 0 300 200", "6: .*only 1 of the 6 numbers.*"},
         {6, ":8 600 400 300 0 300 200x", "6: .*does not read what follows the numbers: \"x\""},
@@ -160,6 +163,20 @@ TEST(WallTool, DrawingsHaveTheirOriginBelow)
     EXPECT_EQ(tool({"check", temporaryFile(":1 7 8 0 0 7 8\n")}).status, 0);
     for (const std::string& none : {temporaryFile("# nobody\n"), std::string("/nonexistent")})
         EXPECT_EQ(tool({"check", none}).status, 1);
+}
+
+// A process among what one has started whose program is this; 0 when there is none.
+pid_t findBelow(pid_t process, const std::string& program)
+{
+    const std::string folder = "/proc/" + std::to_string(process);
+    std::ifstream children(folder + "/task/" + std::to_string(process) + "/children");
+    std::error_code gone;
+    if (fs::read_symlink(folder + "/exe", gone) == program)
+        return process;
+    for (pid_t child = 0; children >> child;)
+        if (const pid_t found = findBelow(child, program))
+            return found;
+    return 0;
 }
 
 TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
@@ -220,8 +237,8 @@ TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
     const Ending aborted = tool({"run", "--wall", one, noVisual}, environment);
     expectEnd(aborted, 1,
               rule + "\n     Visual Attributes Requested     \n" + rule +
-                  "\n\nGLX_RGBA\nGLX_STEREO\n\n" + rule + "\nMOSA: Goodbye.\n" +
-                  "mosa-wall: the job failed: process ");
+                  "\n\nGLX_RGBA\nGLX_STEREO\n\n" + rule +
+                  "\nMOSA: Goodbye.\nmosa-wall: the job failed: ");
     EXPECT_PRED_FORMAT2(testing::IsSubstring, "; the messages above may say why\n", aborted.err);
     EXPECT_PRED_FORMAT2(testing::IsNotSubstring, "TERMINATION", aborted.out + aborted.err);
     Process run = startProcess(
@@ -231,7 +248,106 @@ TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
     waitForText(run, "using display");
     kill(run.pid, SIGINT);
     expectEnd(finishProcess(run, jobTime), 130, "mosa-wall: interrupted\n");
+    run = startProcess(
+        {.argv = {built("mosa-wall"), "run", "--wall", one, "--loop", "1000000", stream},
+         .environment = environment,
+         .output = Output::capture});
+    waitForText(run, "using display");
+    const pid_t server = findBelow(run.pid, built("server"));
+    ASSERT_GT(server, 0);
+    kill(server, SIGKILL);
+    expectEnd(finishProcess(run, jobTime), 1, "the job failed: server 0 has ");
     stopDisplays(displays);
+}
+
+// What is not meant is refused before anything happens, in one line; the old file stays.
+TEST(WallTool, RefusesWhatItWouldNotHonour)
+{
+    const Folder folder;
+    const std::string mine = temporaryFile("mine"), wall = temporaryFile(":4077 9 9 0 0 9 9\n");
+    const Strings none{"MOSA_DISPLAY=", "XDG_CONFIG_HOME=" + folder.path.string(), "DISPLAY=:4077"};
+    const struct {
+        Strings arguments;
+        std::string said;
+    } cases[] = {
+        {{"run", "--dry-run", "--", "touch", mine + "2"}, "--dry-run: goes with a wall"},
+        {{"run", "--stats", "--", "touch", mine + "2"}, "--stats: goes with a wall"},
+        {{"pattern", wall, "--", "touch", mine + "2"}, "pattern takes no program"},
+        {{"check", wall, "--", "touch", mine + "2"}, "check takes no program"},
+        {{"pattern", wall, "-o", mine, "--loop", "2"}, "--loop: does not go with -o"},
+        {{"demo", "--loop", "2", "-o", mine, "--", "true"}, "--loop: goes with recordings alone"},
+        {{"record", "-o", mine, "--fit", "corner", "--", "true"}, "--fit"},
+        {{"record", "-o", mine, "--", "true"}, "drawn nothing"},
+        {{"demo", "-o", mine, "--", "no-such-program"}, "there is no such program"},
+        {{"run", "gears"}, "name the wall's file"},
+        {{"layout", "2x1", "9x9", "-o", "/nonexistent/wall"}, "/nonexistent/wall"},
+        {{"check", wall, "--hosts", temporaryFile("-oProxyCommand=true\n")}, "is no host name"},
+        {{"check", wall, "--hosts", temporaryFile("a,b\n")}, "is no host name"},
+        {{"check", wall, "--hosts", temporaryFile("a:0\n")}, "should read NAME or NAME:SERVERS"},
+    };
+    for (const auto& [arguments, said] : cases) {
+        const Ending ending = tool(arguments, none);
+        EXPECT_NE(ending.status, 0) << said;
+        EXPECT_PRED_FORMAT2(testing::IsSubstring, said, ending.err);
+        EXPECT_FALSE(fs::exists(mine + "2")) << said;
+        EXPECT_EQ(fs::file_size(mine), 4U) << said;
+    }
+    // One name for a wall: hosts in its file, and the file where it is looked for.
+    fs::create_directory(folder.path / "mosa");
+    const std::string own = folder.path / "mosa/wall.conf";
+    const std::string hosts = temporaryFile("upper\nlower\n");
+    ASSERT_EQ(tool({"layout", "2x1", "9x9", "--hosts", hosts, "-o", own}).status, 0);
+    expectEnd(tool({"check", "--offline"}, none), 0, "2 servers, no fault");
+    expectEnd(tool({"run", "--dry-run", "gears"}, none), 0,
+              ":1,upper:1,lower:1 -genv MOSA_DISPLAY " + own);
+    const Strings named{"MOSA_DISPLAY=" + wall, "XDG_CONFIG_HOME=" + folder.path.string()};
+    expectEnd(tool({"check", "--offline"}, named), 0, "1 servers, no fault");
+}
+
+// What each server said last of its figures comes with the end of a job that fails, and only then.
+TEST(WallTool, FiguresAreKeptForTheFailure)
+{
+    for (const bool fails : {false, true}) {
+        Job job;
+        job.client = {"sh", "-c", fails ? "exit 3" : "true"};
+        job.server = {"sh", "-c", "for i in 1 2; do echo \"MOSA: server 0, last $i\" >&2; done"};
+        job.keepsFigures = true;
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(reportEnding(watchJob(job, {}, jobTime, stdout)), fails ? 1 : 0);
+        const std::string said = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(occurrences(said, "MOSA: server 0, last 1"), 0) << said;
+        EXPECT_EQ(occurrences(said, "MOSA: server 0, last 2"), fails ? 1 : 0) << said;
+    }
+}
+
+std::set<std::string> optionsIn(std::string text)
+{
+    for (std::size_t at = 0; (at = text.find("\\-", at)) != text.npos;)
+        text.erase(at, 1);
+    static const std::regex option("--[a-z][a-z-]*");
+    std::set<std::string> found;
+    for (std::sregex_iterator at(text.begin(), text.end(), option), end; at != end; ++at)
+        found.insert(at->str());
+    return found;
+}
+
+// The manual page names the options of each command that its help does, and no others.
+TEST(WallTool, HelpAndManualPageAgree)
+{
+    const std::string page{std::istreambuf_iterator<char>(std::ifstream(MANUAL).rdbuf()), {}};
+    for (const char* command :
+         {"layout", "check", "run", "record", "snapshot", "pattern", "demo"}) {
+        const std::size_t from = page.find(".SS " + std::string(command) + "\n");
+        ASSERT_NE(from, page.npos) << command;
+        std::set<std::string> told =
+            optionsIn(page.substr(from, page.find("\n.S", from + 1) - from));
+        std::set<std::string> helped = optionsIn(tool({command, "--help"}).out);
+        for (const char* everywhere : {"--help", "--version"}) {
+            told.erase(everywhere);
+            helped.erase(everywhere);
+        }
+        EXPECT_EQ(told, helped) << command;
+    }
 }
 
 TEST(WallTool, SnapshotPutsEachScreenAtItsRectangle)
@@ -283,9 +399,10 @@ TEST(WallTool, DemoPicturesTheLastFrameAsOneDisplayShowsIt)
     EXPECT_LT(compareImages(readPng(picture), expected, 8).pixels, 300 * 300 / 500);
 
     const std::string damaged = temporaryFile("no stream");
+    const std::uintmax_t size = fs::file_size(picture);
     const Ending failed = tool({"demo", damaged, "--wall", "1x1", "-o", picture});
     expectEnd(failed, 1, damaged + ": at byte 0");
-    EXPECT_FALSE(fs::exists(picture)) << "an earlier run's";
+    EXPECT_EQ(fs::file_size(picture), size) << "the old one stays";
 }
 
 TEST(WallTool, PatternOutlinesEachTileInItsOwnColour)
@@ -324,29 +441,44 @@ TEST(WallTool, PatternOutlinesEachTileInItsOwnColour)
     stopDisplays(displays);
 }
 
+// When the socket of a tile's display was made; 0 when there is none.
+long socketOf(const WallTile& tile)
+{
+    struct stat status {};
+    const std::string path = "/tmp/.X11-unix/X" + tile.entry.dpyName.substr(1);
+    if (stat(path.c_str(), &status) != 0)
+        return 0;
+    return status.st_ctim.tv_sec * 1'000'000'000 + status.st_ctim.tv_nsec;
+}
+
 TEST(WallTool, NothingOutlivesADemoThatIsStopped)
 {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         const Folder folder;
-        Process demo = startProcess({.argv = {built("mosa-wall"), "demo", EXAMPLES "/polytopes.mws",
-                                              "--loop", "1000000", "-o", folder.path / "wall.png"},
-                                     .environment = {"TMPDIR=" + folder.path.string()},
-                                     .output = Output::capture});
+        Process demo =
+            startProcess({.argv = {built("mosa-wall"), "demo", EXAMPLES "/polytopes.mws", "--loop",
+                                   "1000000", "-o", folder.path / "wall.png"},
+                          .environment = {"TMPDIR=" + folder.path.string(), "XDG_RUNTIME_DIR="},
+                          .output = Output::capture});
         waitForText(demo, "on a wall of");
-        ASSERT_FALSE(fs::is_empty(folder.path));
-        const Wall wall = readWall(fs::directory_iterator(folder.path)->path());
+        Wall wall;
+        for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder.path))
+            if (entry.path().filename().string().starts_with("wall"))
+                wall = readWall(entry.path());
         EXPECT_EQ(wall.tiles.size(), 4U);
         EXPECT_EQ(toText(wallSize(wall)), "800x600") << "each tile is the program's window";
+        std::vector<long> sockets;
+        for (const WallTile& tile : wall.tiles)
+            sockets.push_back(socketOf(tile));
         kill(demo.pid, signal); // it alone, not its group
         EXPECT_TRUE(waitForEnd(demo, jobTime));
         EXPECT_EQ(finishProcess(demo, jobTime).status, 128 + signal);
         while (waitpid(-1, nullptr, 0) > 0) { // every adopted grandchild
         }
-        for (const WallTile& tile : wall.tiles) {
-            const std::string number = tile.entry.dpyName.substr(1);
-            EXPECT_FALSE(fs::exists("/tmp/.X11-unix/X" + number)) << signal;
-            EXPECT_FALSE(fs::exists("/tmp/.X" + number + "-lock")) << signal;
+        for (std::size_t i = 0; i < wall.tiles.size(); ++i) { // another may have the number by now
+            EXPECT_GT(sockets[i], 0);
+            EXPECT_NE(socketOf(wall.tiles[i]), sockets[i]) << signal;
         }
         EXPECT_TRUE(fs::is_empty(folder.path));
     }
@@ -357,12 +489,22 @@ TEST(Process, ProgramsAreBoundedCapturedAndStoppedWithTheirGroup)
 {
     const auto shell = [](const std::string& script) {
         return Command{.argv = {"sh", "-c", script},
-                       .environment = {"HOME=changed", "MOSA_ADDED=new one"},
+                       .environment = {"HOME=changed", "MOSA_ADDED=new one", "PAT=h"},
                        .output = Output::capture};
     };
     const Ending ended = runProcess(shell("echo $HOME $MOSA_ADDED; echo no >&2; exit 3"), jobTime);
     EXPECT_EQ(ended.status, 3);
     EXPECT_EQ(ended.out + ended.err, "changed new one\nno\n");
+
+    // What only begins like another variable does not replace it; what has a session of its own
+    // ends with the program that started it.
+    EXPECT_EQ(runProcess(shell("echo ${PATH:+kept}"), jobTime).out, "kept\n");
+    Process parent = startProcess(shell("setsid sleep 94 & echo started $! >&2; wait"));
+    const std::string said = waitForText(parent, "\n");
+    const pid_t child = std::stoi(said.substr(said.find(' ')));
+    EXPECT_EQ(kill(child, 0), 0);
+    stopProcess(parent, std::chrono::milliseconds(100));
+    EXPECT_NE(kill(child, 0), 0);
 
     // More than a pipe holds, with nobody reading; a group whose members ignore SIGTERM.
     EXPECT_EQ(runProcess(shell("head -c 3000000 /dev/zero"), jobTime).out.size(), 3000000U);

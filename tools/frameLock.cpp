@@ -11,7 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-void lockFrames(Job& job, const std::string& host, int port)
+std::string newSecret()
 {
     unsigned char bytes[16];
     if (getrandom(bytes, sizeof bytes, 0) != ssize_t{sizeof bytes})
@@ -20,7 +20,12 @@ void lockFrames(Job& job, const std::string& host, int port)
     for (const unsigned char byte : bytes)
         for (const int digit : {byte >> 4, byte & 15})
             secret += "0123456789abcdef"[digit];
-    job.secrets.push_back("MOSA_FRAMELOCK_SECRET=" + secret);
+    return secret;
+}
+
+void lockFrames(Job& job, const std::string& host, int port)
+{
+    job.secrets.push_back("MOSA_FRAMELOCK_SECRET=" + newSecret());
     job.environment.emplace_back("MOSA_SWAP_ON_RETRACE=1");
     job.environment.push_back("MOSA_FRAMELOCK=" + (host.empty() ? "127.0.0.1" : host) + ":" +
                               std::to_string(port));

@@ -1,4 +1,5 @@
 #include "tools/image.h"
+#include "client/wholeFile.h"
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -87,8 +88,12 @@ void writePng(const std::string& name, const Image& image)
     png.width = static_cast<png_uint_32>(image.width);
     png.height = static_cast<png_uint_32>(image.height);
     png.format = PNG_FORMAT_RGB;
-    if (!png_image_write_to_file(&png, name.c_str(), 0, image.rgb.data(), 0, nullptr))
+    WholeFile file = beginFile(name);
+    if (!png_image_write_to_stdio(&png, file.stream, 0, image.rgb.data(), 0, nullptr)) {
+        abandonFile(file);
         fail(name, png.message);
+    }
+    finishFile(file);
 }
 
 Image grabDisplay(const std::string& displayName, int screen)

@@ -40,9 +40,15 @@ std::string whoEnded(const JobEnding& ending)
     const std::string& remarks = ending.remarks;
     const std::string host = wordAfter(remarks, " RUNNING AT ", " \n");
     const std::string code = wordAfter(remarks, "=   EXIT CODE: ", " \n");
+    const std::string process = wordAfter(remarks, "=   PID ", " ");
+    const auto known = ending.servers.find(std::atoi(process.c_str()));
+    const std::string name =
+        known != ending.servers.end() ? known->second : "process " + process + " on " + host;
+    // mpiexec may name one that it has ended itself, for another that was first.
+    if (!ending.endedFirst.empty() && name != ending.endedFirst)
+        return ending.endedFirst + " has gone";
     if (!host.empty() && !code.empty())
-        return "process " + wordAfter(remarks, "=   PID ", " ") + " on " + host +
-               " has ended, exit code " + code;
+        return name + " has ended, exit code " + code;
     const std::string task = wordAfter(remarks, ", MPI_BYTE, ", ",");
     if (task.empty())
         return {};
@@ -74,13 +80,13 @@ void passLine(JobStream& stream, const std::string& line)
         stream.draws = true;
         return;
     }
-    if (const std::size_t at = line.find(progressBeginning); at != line.npos) {
-        std::fprintf(stderr, "\rmosa-wall: %.*s  ", static_cast<int>(line.size() - at) - 1,
-                     line.c_str() + at + std::strlen(progressBeginning));
-        return;
-    }
     if (line.ends_with(lastFrameLine + std::string("\n"))) { // behind the task's number, perhaps
         stream.shown = true;
+        return;
+    }
+    if (const std::string server = wordAfter(line, "MOSA: server ", ",");
+        stream.keepsFigures && !server.empty() && line.find(", last ") != line.npos) {
+        stream.figures[server] = line;
         return;
     }
     const std::string text = std::string(static_cast<std::size_t>(stream.blanks), '\n') + line;
@@ -182,6 +188,7 @@ JobWatch startWatch(const Job& job, std::FILE* to)
     watch.out.to = to;
     watch.err.fd = watch.process.err;
     watch.err.to = to ? stderr : nullptr;
+    watch.err.keepsFigures = job.keepsFigures;
     return watch;
 }
 
@@ -189,22 +196,26 @@ bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd)
 {
     const auto said = [&watch] { return std::pair(watch.out.ready, watch.out.shown); };
     const auto before = said();
-    constexpr long look = 500; // milliseconds, after the nodes
+    constexpr long look = 200; // milliseconds, after the nodes and the program
     for (;;) {
         // Upwards: who asks whether the time is over is told so then.
         const auto left = std::chrono::ceil<Timeout>(until - JobClock::now()).count();
-        pollfd events[] = {{watch.process.pidFd, POLLIN, 0},
-                           {otherPidFd, POLLIN, 0},
-                           {watch.out.fd, POLLIN, 0},
-                           {watch.err.fd, POLLIN, 0},
-                           {watch.nodes.client, POLLIN, 0}};
-        poll(events, std::size(events), static_cast<int>(std::clamp<long>(left, 0, look)));
+        std::vector<pollfd> events{{watch.process.pidFd, POLLIN, 0},
+                                   {otherPidFd, POLLIN, 0},
+                                   {watch.out.fd, POLLIN, 0},
+                                   {watch.err.fd, POLLIN, 0},
+                                   {watch.nodes.client, POLLIN, 0}};
+        for (const auto& [lifeline, server] :
+             watch.nodes.lifelines) // at once: who ends first counts
+            events.push_back({lifeline, POLLIN, 0});
+        poll(events.data(), events.size(), static_cast<int>(std::clamp<long>(left, 0, look)));
         drain(watch.out);
         drain(watch.err);
         if (events[4].revents)
             clientHasEnded(watch.nodes);
         if (events[0].revents)
             return true;
+        followStops();
         if (endForNodes(watch))
             return true;
         if (events[1].revents || left <= 0 || said() != before)
@@ -244,10 +255,12 @@ JobEnding finishWatch(JobWatch& watch, Timeout timeout)
     }
     ending.status = finishProcess(watch.process, Timeout{}).status;
     ending.nodeTrouble = watch.nodeTrouble;
+    ending.servers = watch.nodes.servers;
+    ending.figures = watch.err.figures;
     if (watch.nodes.clientEndedFirst)
         ending.endedFirst = "its client";
     else if (!watch.nodes.ended.empty())
-        ending.endedFirst = "the server on " + watch.nodes.ended;
+        ending.endedFirst = watch.nodes.ended;
     ending.hosts = watch.hosts;
     ending.complained = watch.err.any;
     ending.out = watch.out.kept;
@@ -285,8 +298,9 @@ int reportEnding(const JobEnding& ending)
         std::fprintf(stderr, "%smosa-wall: the job failed%s\n", ending.remarks.c_str(),
                      ending.endedFirst.empty() ? ""
                                                : (": " + ending.endedFirst + " has gone").c_str());
-    return !ending.nodeTrouble.empty() || ending.timedOut || ending.status != 0 ||
-                   !ending.trouble.empty()
-               ? 1
-               : 0;
+    const bool failed = !ending.nodeTrouble.empty() || ending.timedOut || ending.status != 0;
+    for (const auto& [server, line] : ending.figures)
+        if (failed) // else the servers have said all
+            std::fputs(line.c_str(), stderr);
+    return failed || !ending.trouble.empty() ? 1 : 0;
 }

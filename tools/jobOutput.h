@@ -30,6 +30,8 @@ struct JobEnding {
     std::string remarks;
     std::string endedFirst;         // which task, on several hosts: mpiexec may lose what MPI said
     std::vector<std::string> hosts; // of the servers, as in Job
+    std::map<std::string, std::string> figures = {}; // the latest, by server
+    std::map<int, std::string> servers = {};         // as in NodeWatch
 };
 
 /// The standard output or error of a job that runs.
@@ -38,11 +40,13 @@ struct JobStream {
     std::FILE* to = nullptr; // where lines go; nullptr: to `kept`
     std::string line;        // without its end so far
     std::string kept, remarks;
-    int blanks = 0;     // empty lines not yet passed on: one begins mpiexec's remarks
-    bool any = false;   // it had lines of the tasks
-    bool ready = false; // play has said that a program can connect,
-    bool draws = false; // that one has
-    bool shown = false; // and that the last frame is on the wall
+    int blanks = 0;            // empty lines not yet passed on: one begins mpiexec's remarks
+    bool keepsFigures = false; // as in Job:
+    std::map<std::string, std::string> figures; // the latest, by server
+    bool any = false;                           // it had lines of the tasks
+    bool ready = false;                         // play has said that a program can connect,
+    bool draws = false;                         // that one has
+    bool shown = false;                         // and that the last frame is on the wall
 };
 
 /// A job that runs.
@@ -53,8 +57,6 @@ struct JobWatch {
     std::string nodeTrouble;        // for which the job has been stopped
     std::vector<std::string> hosts; // of the servers, as in Job
 };
-
-using JobClock = std::chrono::steady_clock;
 
 /// Starts a job whose output is passed on, or kept, as by watchJob.
 JobWatch startWatch(const Job& job, std::FILE* to);

@@ -28,14 +28,17 @@ CLI::Option* addSize(CLI::App* command, const std::string& name, Size& size,
 
 void addWall(CLI::App* command, WallOptions& options)
 {
-    command->add_option("WALL,--wall", options.wall, "wall file")->required();
+    command->add_option("WALL,--wall", options.wall,
+                        "wall file; without it as MOSA_DISPLAY names one, else "
+                        "~/.config/mosa/wall.conf");
 }
 
 void addHosts(CLI::App* command, WallOptions& options)
 {
     command
         ->add_option("--hosts", options.hosts,
-                     "host file: a line NAME or NAME:SERVERS per node, in the servers' order")
+                     "host file: a line NAME or NAME:SERVERS per node, in the servers' order; by "
+                     "default the wall file's own")
         ->check(CLI::ExistingFile);
 }
 
@@ -48,7 +51,9 @@ void addPlain(CLI::App* command, WallOptions& options)
 
 void addJobFlags(CLI::App* command, WallOptions& options)
 {
-    command->add_flag("--dry-run", options.dryRun, "print the mpiexec line and do nothing");
+    command->add_flag("--dry-run", options.dryRun,
+                      "print the mpiexec line and do nothing: no node is asked, no program is "
+                      "started");
     command->add_flag("--force", options.force, "go on whatever the checks find");
 }
 
@@ -61,19 +66,29 @@ const CLI::Validator aboveZero(
     },
     "NUMBER");
 
-constexpr const char* liveOptionNames[] = {"--window", "--fit",     "--pixels",
-                                           "--calls",  "--seconds", "--frames"};
+// Refuses options that would not be honoured.
+void refuse(const CLI::App* command, const std::vector<const char*>& names, const char* why)
+{
+    for (const char* name : names)
+        if (command->count(name) > 0)
+            throw CLI::ValidationError(name, why);
+}
 
 // Options of running programs go with one alone, and a recording does not go with one.
 void requireOneKind(const CLI::App* command, const WallOptions& options, const char* streams)
 {
-    const bool isLive = !options.live.program.empty();
-    for (const char* name : liveOptionNames)
-        if (!isLive && command->count(name) > 0)
-            throw CLI::ValidationError(name, "goes with a program behind -- alone");
-    if (isLive && command->count(streams) > 0)
-        throw CLI::ValidationError(streams, "stands beside a program behind --: it is one or "
-                                            "the other");
+    if (options.live.program.empty())
+        return refuse(
+            command,
+            {"--window", "--fit", "--pixels", "--calls", "--patience", "--seconds", "--frames"},
+            "goes with a program behind -- alone");
+    refuse(command, {streams}, "stands beside a program behind --: it is one or the other");
+    refuse(command, {"--loop"}, "goes with recordings alone, not with a program");
+}
+
+bool takesProgram(const std::string& command)
+{
+    return command == "run" || command == "record" || command == "demo";
 }
 
 // Usage lines that end with a program.
@@ -97,12 +112,6 @@ void addLive(CLI::App* command, LiveOptions& options)
         ->add_option("--window", options.window,
                      "the program's window to show: largest, all, or part of a title")
         ->capture_default_str();
-    command
-        ->add_option("--fit", options.fit,
-                     "a picture of another shape than the wall stands in the middle or in the "
-                     "lower left corner, or is stretched")
-        ->check(CLI::IsMember({"middle", "corner", "stretch"}))
-        ->capture_default_str();
     CLI::Option* const pixels = command->add_flag_callback(
         "--pixels", [&options] { options.showing = "pictures"; },
         "show the program's finished pictures, whatever OpenGL it uses");
@@ -115,6 +124,23 @@ void addLive(CLI::App* command, LiveOptions& options)
         ->check(aboveZero);
     command->add_option("--frames", options.frames, "end the program after so many frames")
         ->check(aboveZero);
+}
+
+// How its picture stands on a wall, and how long it waits for one.
+void addFit(CLI::App* command, LiveOptions& options)
+{
+    command
+        ->add_option("--patience", options.patience,
+                     "a wall that shows no frame for so many seconds is left behind, and the "
+                     "program goes on alone; 0: it waits for ever")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    command
+        ->add_option("--fit", options.fit,
+                     "a picture of another shape than the wall stands in the middle or in the "
+                     "lower left corner, or is stretched")
+        ->check(CLI::IsMember({"middle", "corner", "stretch"}))
+        ->capture_default_str();
 }
 
 void addRecord(CLI::App& app, WallOptions& options)
@@ -175,14 +201,19 @@ void addRun(CLI::App& app, WallOptions& options)
     CLI::App* command =
         app.add_subcommand("run", "Show a running program, or stream files, on a wall");
     command->add_option("STREAM", options.streams, "stream files or names of scenes");
-    command->add_option("--wall", options.wall,
-                        "wall file; without one, a program runs on a wall of virtual displays, of "
-                        "which a picture is left in wall.png");
+    command->add_option(
+        "--wall", options.wall,
+        "wall file, without it as MOSA_DISPLAY names one, else "
+        "~/.config/mosa/wall.conf; where there is none, a program runs on a wall of "
+        "virtual displays, of which a picture is left");
     addLive(command, options.live);
+    addFit(command, options.live);
     addHosts(command, options);
     addPlayOptions(*command, options.play);
-    command->add_option("--snapshot", options.picture,
-                        "PNG file for a picture of the wall with the last frame");
+    command->add_option(
+        "--snapshot", options.picture,
+        "PNG file for a picture of the wall with the last frame; on virtual displays "
+        "wall.png without it");
     command->add_flag(
         "--label", options.label,
         "begin each line of output with its task's number: 0 is play, n server n - 1");
@@ -203,6 +234,9 @@ void addRun(CLI::App& app, WallOptions& options)
         "this machine's; the other variables of the servers are passed on as they are set.");
     command->callback([command, &options] {
         requireOneKind(command, options, "STREAM");
+        if (usualWall(options.wall).empty())
+            refuse(command, {"--hosts", "--label", "--stats", "--force", "--dry-run"},
+                   "goes with a wall: name its file by --wall");
         options.command = runCommand;
     });
 }
@@ -233,6 +267,8 @@ void addPattern(CLI::App& app, WallOptions& options)
                         "write the pattern as a stream file, instead of playing it");
     addHosts(command, options);
     addPlain(command, options);
+    command->add_option("--snapshot", options.picture,
+                        "PNG file for a picture of the wall with the last frame");
     addJobFlags(command, options);
     command->footer(
         "Geometry: the grid and the diagonals run straight on across the seams, the circle is\n"
@@ -241,7 +277,14 @@ void addPattern(CLI::App& app, WallOptions& options)
         "rectangle of the wall. Synchronisation: the counters agree on all tiles at any moment, "
         "and\n"
         "the red bar crosses the seams in one piece.");
-    command->callback([&options] { options.command = patternCommand; });
+    command->callback([command, &options] {
+        if (command->count("-o") > 0)
+            refuse(command,
+                   {"--loop", "--ahead", "--loose", "--hold", "--then", "--hosts", "--plain",
+                    "--snapshot", "--dry-run", "--force"},
+                   "does not go with -o: the pattern is written, not played");
+        options.command = patternCommand;
+    });
 }
 
 void addDemo(CLI::App& app, WallOptions& options)
@@ -264,6 +307,7 @@ void addDemo(CLI::App& app, WallOptions& options)
     addPlayOptions(*command, options.play);
     addPlain(command, options);
     addLive(command, options.live);
+    addFit(command, options.live);
     command->add_option("-o,--output", demoOptions.picture, "PNG file for the picture of the wall")
         ->capture_default_str();
     command->footer(
@@ -285,7 +329,7 @@ void addProbe(CLI::App& app, WallOptions& options)
 {
     CLI::App* command = app.add_subcommand("probe", "")->group("");
     command->add_option("WALL", options.wall)->required();
-    command->add_option("SUMS", options.sums)->expected(2)->required();
+    command->add_option("SUMS", options.sums)->expected(3)->required();
     command->callback([&options] { options.command = probeCommand; });
 }
 
@@ -341,8 +385,19 @@ int main(int argc, char** argv)
     if (argc > 1 && refuseUnknownCommand(app, argv[1]))
         return static_cast<int>(CLI::ExitCodes::ExtrasError);
     CLI11_PARSE(app, argc, argv);
+    const std::string given = app.get_subcommands().front()->get_name();
+    if (!options.live.program.empty() && !takesProgram(given)) {
+        std::fprintf(stderr,
+                     "mosa-wall: %s takes no program: nothing may stand behind --; run, record and "
+                     "demo do\n",
+                     given.c_str());
+        return static_cast<int>(CLI::ExitCodes::ExtrasError);
+    }
     try {
-        return options.command(options);
+        const int status = options.command(options);
+        if (status < 0)
+            dieOf(-status);
+        return status;
     } catch (const std::exception& fault) {
         std::fprintf(stderr, "mosa-wall: %s\n", fault.what());
         return 1;

@@ -1,4 +1,5 @@
 #include "tools/nodeWatch.h"
+#include "tools/frameLock.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -16,21 +18,22 @@
 
 namespace {
 
-int listener = -1; // of the lifelines; for as long as this process lives
+// Of the lifelines; for as long as this process lives.
+std::vector<int> listeners;
+std::string secret;
 
-int openLifeline()
+int openLifeline(const std::string& host)
 {
-    constexpr int mostServers = 1024;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    socklen_t size = sizeof address;
-    auto* const any = reinterpret_cast<sockaddr*>(&address);
-    if (listener < 0)
-        listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (listener < 0 || listen(listener, mostServers) != 0 ||
-        getsockname(listener, any, &size) != 0)
-        throw std::runtime_error(std::string("no port is free: ") + std::strerror(errno));
-    return ntohs(address.sin_port);
+    if (listeners.empty()) {
+        secret = newSecret();
+        try {
+            listeners = net::listenOn(host, 0);
+        } catch (const std::system_error& error) {
+            throw std::runtime_error(std::string("no port is free for the servers' lifelines: ") +
+                                     error.what());
+        }
+    }
+    return net::portOf(listeners.front());
 }
 
 std::string firstLine(const std::string& file)
@@ -87,14 +90,16 @@ void watchNodes(Job& job)
         const char* value = std::getenv(name);
         return std::string(value ? value : "");
     };
+    const bool isHere = job.hosts.empty();
     if (const std::string launcher = chosen("HYDRA_LAUNCHER");
-        launcher.empty() || launcher == "ssh")
+        !isHere && (launcher.empty() || launcher == "ssh"))
         job.secrets.push_back("HYDRA_LAUNCHER_EXTRA_ARGS="
                               "-oBatchMode=yes -oConnectTimeout=5 -oServerAliveInterval=2 "
                               "-oServerAliveCountMax=2 " +
                               chosen("HYDRA_LAUNCHER_EXTRA_ARGS"));
-    job.environment.push_back("MOSA_LIFELINE=" + ownHostName() + ":" +
-                              std::to_string(openLifeline()));
+    const std::string host = isHere ? "127.0.0.1" : ownHostName();
+    job.environment.push_back("MOSA_LIFELINE=" + host + ":" + std::to_string(openLifeline(host)));
+    job.secrets.push_back("MOSA_LIFELINE_SECRET=" + secret);
 }
 
 namespace {
@@ -112,47 +117,90 @@ std::string lostNode(NodeWatch& watch, pid_t mpiexec)
     return lost;
 }
 
+// "server 1 on node2", or without its host when that is this machine.
+std::string nameOf(const LifelineHello& hello, int fd)
+{
+    const std::string server = "server " + std::to_string(hello.server);
+    const std::string peer = net::peerOf(fd);
+    if (peer.starts_with("127.") || peer == "::1")
+        return server;
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    char host[NI_MAXHOST] = "";
+    auto* const any = reinterpret_cast<sockaddr*>(&address);
+    const bool isNamed = getpeername(fd, any, &size) == 0 &&
+                         getnameinfo(any, size, host, sizeof host, nullptr, 0, NI_NOFQDN) == 0;
+    return server + " on " + (isNamed ? host : peer);
+}
+
+bool isOurs(const LifelineHello& hello)
+{
+    char said[sizeof hello.secret] = {};
+    secret.copy(said, sizeof said);
+    int different = 0; // every byte is looked at, so that time tells nothing
+    for (std::size_t i = 0; i < sizeof said; ++i)
+        different |= said[i] ^ hello.secret[i];
+    return hello.mark == lifelineMark && different == 0;
+}
+
+// True when a newcomer is none any more.
+bool isHeard(NodeWatch& watch, Newcomer& newcomer)
+{
+    LifelineHello hello{};
+    const net::Heard heard = net::receiveRecord(newcomer.fd, newcomer.incoming, hello);
+    if (heard == net::Heard::nothing)
+        return false;
+    if (heard == net::Heard::record && isOurs(hello))
+        watch.servers[hello.pid] = watch.lifelines[newcomer.fd] = nameOf(hello, newcomer.fd);
+    else
+        close(newcomer.fd);
+    return true;
+}
+
+// Whoever connects is a server once it has said the job's secret; those that say nothing make room
+// for others.
 void acceptLifelines(NodeWatch& watch)
 {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    auto* const any = reinterpret_cast<sockaddr*>(&address);
-    for (int fd = -1;
-         listener >= 0 && (fd = accept4(listener, any, &size, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;
-         size = sizeof address) {
-        char host[NI_MAXHOST] = "";
-        getnameinfo(any, size, host, sizeof host, nullptr, 0, NI_NOFQDN);
-        watch.lifelines[fd] = host;
-    }
+    constexpr std::size_t most = 64;
+    for (const int listener : listeners)
+        for (int fd = -1;
+             (fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;) {
+            if (watch.newcomers.size() == most) {
+                close(watch.newcomers.front().fd);
+                watch.newcomers.pop_front();
+            }
+            watch.newcomers.push_back({fd, {}});
+            watch.newcomers.remove_if([&watch](Newcomer& n) { return isHeard(watch, n); });
+        }
+    watch.newcomers.remove_if([&watch](Newcomer& n) { return isHeard(watch, n); });
 }
 
 // A server has ended when its lifeline has.
 void noteEnds(NodeWatch& watch)
 {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = JobClock::now();
     acceptLifelines(watch);
     std::erase_if(watch.lifelines, [&watch, now](const auto& lifeline) {
         char nothing = 0;
-        const auto& [fd, host] = lifeline;
+        const auto& [fd, server] = lifeline;
         if (recv(fd, &nothing, 1, 0) != 0 && (errno == EAGAIN || errno == EINTR))
             return false;
         close(fd);
         if (watch.ended.empty()) {
-            watch.ended = host;
+            watch.ended = server;
             watch.endedAt = now;
         }
         return true;
     });
 }
 
-// The host of a server that has ended a while ago, when others still run: MPI does not always tell
+// A server that has ended a while ago, when others still run: MPI does not always tell
 // them, and they would wait for it.
 std::string lostServer(NodeWatch& watch)
 {
     constexpr std::chrono::seconds longest{4}; // that the ends of a job's servers lie apart
     noteEnds(watch);
-    const bool isLate =
-        !watch.ended.empty() && std::chrono::steady_clock::now() - watch.endedAt > longest;
+    const bool isLate = !watch.ended.empty() && JobClock::now() - watch.endedAt > longest;
     return isLate && !watch.lifelines.empty() ? watch.ended : "";
 }
 
@@ -183,8 +231,8 @@ std::string nodeTrouble(NodeWatch& watch, pid_t mpiexec)
         findClient(watch, mpiexec);
     if (const std::string node = lostNode(watch, mpiexec); !node.empty())
         return node + " cannot be reached any more";
-    if (const std::string host = lostServer(watch); !host.empty())
-        return "the server on " + host + " has ended, and others wait for it";
+    if (const std::string server = lostServer(watch); !server.empty())
+        return server + " has ended, and others wait for it";
     return {};
 }
 

@@ -2,24 +2,35 @@
 // that is gone.
 #pragma once
 
+#include "overload/lifeline.h"
+#include "overload/socket.h"
 #include "tools/mpiJob.h"
 
-#include <chrono>
+#include <list>
 #include <map>
 #include <string>
 
 /// This machine's name, by which the nodes know it.
 std::string ownHostName();
 
-/// Has ssh give up soon on a node that does not answer, and servers end when this machine is gone.
+/// Has servers say who they are and end when this process is gone; where there are hosts, also ssh
+/// give up soon on a node that does not answer.
 void watchNodes(Job& job);
+
+/// A connection over which nobody has said yet that it is a server's.
+struct Newcomer {
+    int fd;
+    net::Incoming<LifelineHello> incoming;
+};
 
 /// What is known of a job's nodes while it runs.
 struct NodeWatch {
     std::map<pid_t, std::string> launchers; // what mpiexec has started to reach the nodes; names
-    std::map<int, std::string> lifelines;   // connections of the servers, and their hosts' names
-    std::string ended;                      // the host of the first server that has ended,
-    std::chrono::steady_clock::time_point endedAt;
+    std::list<Newcomer> newcomers;
+    std::map<int, std::string> lifelines; // connections of the servers: "server 1 on node2"
+    std::map<int, std::string> servers;   // all that there have been, by their process numbers
+    std::string ended;                    // the first server that has ended,
+    JobClock::time_point endedAt;
     int client = -1; // pidfd of the client while it runs: for poll(2)
     bool clientSeen = false, clientEndedFirst = false; // before any server
 };

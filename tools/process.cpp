@@ -1,8 +1,8 @@
 #include "tools/process.h"
+#include "tools/cleanUp.h"
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -22,157 +22,11 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-// What must not outlive this process. Signal handlers read these, hence the fixed tables. A group
-// is listed while its leader has not been waited for, so that its number cannot be another's.
-struct Group {
-    std::atomic<pid_t> pid; // 0: the place is free
-    std::atomic<int> pidFd;
-    std::atomic<int> pipes[2]; // the reading ends of its output; -1: none
-};
-constexpr int mostGroups = 256;
-constexpr int mostFiles = 1024;
-constexpr std::size_t longestFileName = 255;
-std::array<Group, mostGroups> groups;
-std::array<char[longestFileName + 1], mostFiles> files;
-std::atomic<int> nFiles;
-std::atomic<pid_t> owner; // of the tables: a child that was forked elsewhere leaves them alone
-
-constexpr int graceAtEnd = 5000; // milliseconds
+using Clock = JobClock;
 
 [[noreturn]] void fail(const std::string& what, int error)
 {
     throw std::runtime_error(what + ": " + std::strerror(error));
-}
-
-// Calls visit with each program that others have left behind: orphans become children of this
-// process, which is their subreaper; those that are not listed are such. Async-signal-safe.
-template <class Visit>
-void eachOrphan(Visit visit)
-{
-    const int list = open("/proc/thread-self/children", O_RDONLY | O_CLOEXEC);
-    std::array<char, 65536> text;
-    const ssize_t length = list < 0 ? 0 : read(list, text.data(), text.size());
-    close(list);
-    pid_t pid = 0;
-    for (ssize_t i = 0; i < length; ++i) {
-        const char c = text[static_cast<std::size_t>(i)];
-        if (c >= '0' && c <= '9') {
-            pid = pid * 10 + (c - '0');
-            continue;
-        }
-        bool listed = pid == 0;
-        for (const Group& group : groups)
-            listed |= group.pid == pid;
-        if (!listed)
-            visit(pid);
-        pid = 0;
-    }
-}
-
-// Kills what programs that were killed have left behind: mpiexec's tasks have groups of their own,
-// and while a job starts it does not pass a SIGTERM on. Async-signal-safe.
-void killOrphans()
-{
-    for (bool any = true; any;) {
-        any = false;
-        eachOrphan([&any](pid_t pid) {
-            any = true;
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-        });
-    }
-}
-
-// True when there were any. Async-signal-safe.
-bool closePipes(Group& group)
-{
-    bool any = false;
-    for (std::atomic<int>& pipe : group.pipes)
-        if (const int fd = pipe.exchange(-1); fd >= 0) {
-            any = true;
-            close(fd);
-        }
-    return any;
-}
-
-// Stops every group and removes the files. Async-signal-safe.
-void cleanUp()
-{
-    if (owner != getpid())
-        return;
-    for (Group& group : groups)
-        if (const pid_t pid = group.pid) {
-            closePipes(group);
-            kill(-pid, SIGTERM);
-        }
-    timespec start{};
-    clock_gettime(CLOCK_MONOTONIC, &start);
-    for (Group& group : groups)
-        if (const pid_t pid = group.pid) {
-            timespec now{};
-            clock_gettime(CLOCK_MONOTONIC, &now);
-            const auto spent = static_cast<int>(now.tv_sec - start.tv_sec) * 1000;
-            pollfd end{group.pidFd, POLLIN, 0};
-            poll(&end, 1, spent < graceAtEnd ? graceAtEnd - spent : 0);
-            kill(-pid, SIGKILL);
-            poll(&end, 1, graceAtEnd); // its orphans are adopted by then
-            waitpid(pid, nullptr, WNOHANG);
-            group.pid = 0;
-        }
-    killOrphans();
-    for (int i = 0; i < nFiles; ++i)
-        unlink(files[static_cast<std::size_t>(i)]);
-}
-
-void sayInterrupted()
-{
-    const char* const own = program_invocation_short_name;
-    for (const char* text : {own, ": interrupted\n"}) {
-        [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text, std::strlen(text));
-    }
-}
-
-void endBySignal(int signal)
-{
-    if (owner == getpid())
-        sayInterrupted();
-    cleanUp();
-    std::signal(signal, SIG_DFL);
-    raise(signal);
-}
-
-void installCleanUp()
-{
-    if (owner.exchange(getpid()) == getpid())
-        return;
-    std::atexit(cleanUp);
-    prctl(PR_SET_CHILD_SUBREAPER, 1);
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-        struct sigaction before {};
-        sigaction(signal, nullptr, &before);
-        if (before.sa_handler != SIG_DFL)
-            continue; // nohup ignores SIGHUP
-        struct sigaction action {};
-        action.sa_handler = endBySignal;
-        sigfillset(&action.sa_mask);
-        sigaction(signal, &action, nullptr);
-    }
-}
-
-void listGroup(pid_t pid, int pidFd, const int (&pipes)[2])
-{
-    for (Group& group : groups) {
-        pid_t none = 0;
-        if (group.pid.compare_exchange_strong(none, pid)) {
-            group.pidFd = pidFd;
-            std::ranges::copy(pipes, group.pipes);
-            return;
-        }
-    }
-    kill(-pid, SIGKILL);
-    throw std::runtime_error("too many programs at once");
 }
 
 // Arguments or an environment as exec takes them; they live as long as `strings`.
@@ -253,14 +107,14 @@ std::string takeContent(int& fd)
 // The child's side of startProcess, between fork and exec: async-signal-safe calls only. `ends` are
 // its standard input, output and error, where they are not -1. Returns with errno set when the
 // program cannot be run.
-void becomeProgram(const int (&ends)[3], int inheritedFd, pid_t parent, const char* path,
-                   char** argv, char** environment)
+void becomeHelper(const int (&ends)[3], int inheritedFd, pid_t parent, const char* path,
+                  char** argv, char** environment)
 {
-    setpgid(0, 0);
+    setsid();
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent)
         _exit(1); // it was killed before the line above
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGPIPE})
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE})
         std::signal(signal, SIG_DFL);
     sigset_t none;
     sigemptyset(&none);
@@ -274,24 +128,32 @@ void becomeProgram(const int (&ends)[3], int inheritedFd, pid_t parent, const ch
     execve(path, argv, environment);
 }
 
+// Likewise, for the user's program: everything is as this process was given it itself, such as the
+// signals that nohup ignores. Handlers end with exec.
+void becomeUsersProgram(const sigset_t& mask, const char* path, char** argv, char** environment)
+{
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGCONT}) {
+        struct sigaction own {};
+        sigaction(signal, nullptr, &own);
+        if (own.sa_handler != SIG_IGN)
+            std::signal(signal, SIG_DFL); // before the mask goes
+    }
+    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    execve(path, argv, environment);
+}
+
 int exitStatus(int status)
 {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void unlistGroup(pid_t pid)
-{
-    for (Group& group : groups)
-        if (group.pid == pid)
-            group.pid = 0;
-}
+constexpr Timeout orphanGrace = std::chrono::seconds(2);
 
-// Reaps a program that has ended, with what is left of its group.
+// Reaps a program that has ended.
 Ending reap(Process& process)
 {
-    kill(-process.pid, SIGKILL);
     int status = 0;
-    unlistGroup(process.pid);
+    unlistStarted(process.pid);
     while (waitpid(process.pid, &status, 0) < 0 && errno == EINTR) {
     }
     close(process.pidFd);
@@ -299,8 +161,104 @@ Ending reap(Process& process)
     closeInput(process);
     return {.timedOut = false,
             .status = exitStatus(status),
+            .signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0,
             .out = takeContent(process.out),
             .err = takeContent(process.err)};
+}
+
+// Ends of pipes while a program is being started.
+struct Ends {
+    int child[3] = {-1, -1, -1}; // the program's standard input, output and error
+    int failure[2] = {-1, -1};   // its errno comes through it when exec fails
+    int pidFd = -1;              // until it is known that the program runs
+    bool given[3] = {};          // those of `child` that are files which the parent keeps as well
+    ~Ends()
+    {
+        for (int i = 0; i < 3; ++i)
+            if (child[i] >= 0 && !given[i])
+                close(child[i]);
+        for (const int fd : {failure[0], failure[1], pidFd})
+            if (fd >= 0)
+                close(fd);
+    }
+};
+
+void openEnds(const Command& command, Process& process, Ends& ends)
+{
+    if (command.inputPipe)
+        openPipe(ends.child[0], process.in);
+    if (command.output == Output::capture) {
+        ends.given[1] = ends.given[2] = true;
+        ends.child[1] = process.out = outputFile();
+        ends.child[2] = process.err = outputFile();
+    } else if (command.output == Output::pipe) {
+        process.out = openOutputPipe(ends.child[1]);
+        process.err = openOutputPipe(ends.child[2]);
+    }
+    if (pipe2(ends.failure, O_CLOEXEC) != 0)
+        fail("pipe", errno);
+}
+
+void closeOwnEnds(Process& process)
+{
+    closeInput(process);
+    for (const int fd : {process.out, process.err})
+        if (fd >= 0)
+            close(fd);
+    process.out = process.err = -1;
+}
+
+// Forks and lists the program. Returns an error number: no program then runs.
+int launch(const Command& command, const std::string& path, Process& process, Ends& ends)
+{
+    std::vector<std::string> arguments = command.argv;
+    std::vector<std::string> additions = command.environment;
+    const Origin origin = command.isUsers ? Origin::program : Origin::helper;
+    additions.push_back(markOf(origin));
+    std::vector<std::string> environment = mergedEnvironment(additions);
+    std::vector<char*> argv = pointersTo(arguments);
+    std::vector<char*> envp = pointersTo(environment);
+    // No signal may end this process between the fork and the entry in the table. Nothing throws.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const pid_t parent = getpid();
+    process.pid = fork();
+    if (process.pid == 0) {
+        if (command.isUsers)
+            becomeUsersProgram(before, path.c_str(), argv.data(), envp.data());
+        else
+            becomeHelper(ends.child, command.inheritedFd, parent, path.c_str(), argv.data(),
+                         envp.data());
+        const int error = errno;
+        [[maybe_unused]] const ssize_t written = write(ends.failure[1], &error, sizeof error);
+        _exit(127);
+    }
+    int error = process.pid < 0 ? errno : 0;
+    if (process.pid > 0) {
+        ends.pidFd = static_cast<int>(syscall(SYS_pidfd_open, process.pid, 0));
+        const bool piped = command.output == Output::pipe;
+        if (ends.pidFd < 0)
+            error = errno;
+        else if (!listStarted(process.pid, ends.pidFd,
+                              {piped ? process.out : -1, piped ? process.err : -1}, origin))
+            error = EAGAIN; // too many at once
+        if (error)
+            kill(process.pid, SIGKILL);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    close(ends.failure[1]);
+    ends.failure[1] = -1;
+    ssize_t got = -1;
+    while (error == 0 && (got = read(ends.failure[0], &error, sizeof error)) < 0 &&
+           errno == EINTR) {
+    }
+    if (process.pid > 0 && error) {
+        unlistStarted(process.pid);
+        waitpid(process.pid, nullptr, 0);
+    }
+    return error;
 }
 
 } // namespace
@@ -312,58 +270,22 @@ Process startProcess(const Command& command)
         fail(command.argv[0], ENOENT);
     installCleanUp();
     Process process;
-    int ends[3] = {-1, -1, -1}; // the program's standard input, output and error
-    if (command.inputPipe)
-        openPipe(ends[0], process.in);
-    else if (command.inheritInput)
-        ends[0] = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (command.output == Output::capture) {
-        ends[1] = process.out = outputFile();
-        ends[2] = process.err = outputFile();
-    } else if (command.output == Output::pipe) {
-        process.out = openOutputPipe(ends[1]);
-        process.err = openOutputPipe(ends[2]);
+    Ends ends;
+    process.isUsers = command.isUsers;
+    int error = 0;
+    try {
+        openEnds(command, process, ends);
+        error = launch(command, path, process, ends);
+    } catch (...) {
+        closeOwnEnds(process);
+        throw;
     }
-    std::vector<std::string> arguments = command.argv;
-    std::vector<std::string> environment = mergedEnvironment(command.environment);
-    std::vector<char*> argv = pointersTo(arguments);
-    std::vector<char*> envp = pointersTo(environment);
-    int failure[2]; // the child's errno comes through it when exec fails
-    if (pipe2(failure, O_CLOEXEC) != 0)
-        fail(command.argv[0], errno);
-
-    // No signal may end this process between the fork and the entry in the table.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    const pid_t parent = getpid();
-    process.pid = fork();
-    if (process.pid == 0) {
-        becomeProgram(ends, command.inheritedFd, parent, path.c_str(), argv.data(), envp.data());
-        const int error = errno;
-        [[maybe_unused]] const ssize_t written = write(failure[1], &error, sizeof error);
-        _exit(127);
-    }
-    int error = process.pid < 0 ? errno : 0;
-    if (process.pid > 0) {
-        setpgid(process.pid, process.pid); // the child does it too; the first of the two counts
-        process.pidFd = static_cast<int>(syscall(SYS_pidfd_open, process.pid, 0));
-        if (process.pidFd < 0)
-            error = errno;
-        const bool piped = command.output == Output::pipe;
-        listGroup(process.pid, process.pidFd, {piped ? process.out : -1, piped ? process.err : -1});
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    close(failure[1]);
-    for (const int end : ends)
-        if (end >= 0 && end != process.out && end != process.err)
-            close(end);
-    if (process.pid > 0 && (error || read(failure[0], &error, sizeof error) > 0))
-        reap(process);
-    close(failure[0]);
-    if (error)
+    if (error) {
+        closeOwnEnds(process);
         fail(command.argv[0], error);
+    }
+    process.pidFd = ends.pidFd;
+    ends.pidFd = -1;
     return process;
 }
 
@@ -376,22 +298,18 @@ void closeInput(Process& process)
 
 std::string errorsSoFar(const Process& process) { return contentOf(process.err); }
 
-bool hasOrphans()
-{
-    bool any = false;
-    eachOrphan([&any](pid_t pid) { any |= waitpid(pid, nullptr, WNOHANG) == 0; });
-    return any;
-}
-
 bool waitForEnd(const Process& process, Timeout timeout)
 {
+    constexpr long step = 100; // milliseconds: the clock is to be asked
     const auto until = Clock::now() + timeout;
     for (;;) {
-        const auto left = std::chrono::duration_cast<Timeout>(until - Clock::now()).count();
+        const auto left = std::chrono::ceil<Timeout>(until - Clock::now()).count();
         pollfd end{process.pidFd, POLLIN, 0};
-        const int ready = poll(&end, 1, static_cast<int>(std::clamp<long>(left, 0, INT_MAX)));
-        if (ready >= 0 || errno != EINTR)
+        const int ready = poll(&end, 1, static_cast<int>(std::clamp<long>(left, 0, step)));
+        if (ready > 0 || left <= 0)
             return ready > 0;
+        if (process.isUsers)
+            followStops();
     }
 }
 
@@ -399,8 +317,12 @@ Ending finishProcess(Process& process, Timeout timeout)
 {
     if (process.pid < 0)
         return {};
-    if (waitForEnd(process, timeout))
-        return reap(process);
+    if (waitForEnd(process, timeout)) {
+        const Ending ending = reap(process);
+        if (!process.isUsers)
+            endOrphans(Origin::helper, orphanGrace);
+        return ending;
+    }
     Ending ending = stopProcess(process);
     ending.timedOut = true;
     return ending;
@@ -410,14 +332,20 @@ Ending stopProcess(Process& process, Timeout grace)
 {
     if (process.pid < 0)
         return {};
-    for (Group& group : groups)
-        if (group.pid == process.pid && closePipes(group))
-            process.out = process.err = -1;
-    kill(-process.pid, SIGTERM);
-    waitForEnd(process, grace);
+    if (closePipesOf(process.pid))
+        process.out = process.err = -1;
+    signalProcess(process, SIGTERM);
+    signalProcess(process, SIGCONT); // a stopped one would not hear of it
+    if (!waitForEnd(process, grace))
+        signalProcess(process, SIGKILL);
     Ending ending = reap(process);
-    killOrphans();
+    endOrphans(process.isUsers ? Origin::program : Origin::helper, std::min(grace, orphanGrace));
     return ending;
+}
+
+void signalProcess(const Process& process, int signal)
+{
+    syscall(SYS_pidfd_send_signal, process.pidFd, signal, nullptr, 0);
 }
 
 Ending runProcess(const Command& command, Timeout timeout)
@@ -440,23 +368,4 @@ std::string findProgram(const std::string& name)
             return candidate;
     }
     return {};
-}
-
-std::string temporaryFile(const std::string& content)
-{
-    installCleanUp();
-    const int place = nFiles;
-    if (place == mostFiles)
-        throw std::runtime_error("too many temporary files");
-    std::string name = std::filesystem::temp_directory_path() / "mosa-XXXXXX";
-    const int fd = name.size() <= longestFileName ? mkostemp(name.data(), O_CLOEXEC) : -1;
-    if (fd < 0)
-        fail(name, errno);
-    std::strcpy(files[static_cast<std::size_t>(place)], name.c_str());
-    nFiles = place + 1;
-    const ssize_t written = write(fd, content.data(), content.size());
-    close(fd);
-    if (written != static_cast<ssize_t>(content.size()))
-        fail(name, errno);
-    return name;
 }

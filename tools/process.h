@@ -1,7 +1,8 @@
-// Programs that this process starts. Each has a process group of its own, and none outlives this
-// process: they are stopped, with what they started, when it exits and when SIGHUP, SIGINT or
-// SIGTERM ends it, which it says on standard error. When it is killed outright, the kernel sends
-// them a SIGTERM. Main thread only.
+// What this process starts: helpers of its own, and the user's program. None outlives it
+// (cleanUp.h). A helper has a session of its own, so that the terminal's signals do not reach it,
+// an empty input, and gets a SIGTERM from the kernel when this process is killed outright. The
+// program is started as a shell would: in this process's own group, with its terminal, input and
+// signals. Main thread only.
 #pragma once
 
 #include <chrono>
@@ -12,6 +13,17 @@
 
 using Timeout = std::chrono::milliseconds;
 
+/// Time that this process has lived through: it rests while the process is stopped (Ctrl-Z), as far
+/// as it is asked at least twice a second otherwise.
+struct JobClock {
+    using duration = std::chrono::nanoseconds;
+    using rep = duration::rep;
+    using period = duration::period;
+    using time_point = std::chrono::time_point<JobClock>;
+    static constexpr bool is_steady = true;
+    static time_point now();
+};
+
 /// What becomes of a program's standard output and error. With `pipe`, whoever started it reads
 /// them.
 enum class Output { inherit, capture, pipe };
@@ -21,15 +33,16 @@ struct Command {
     std::vector<std::string> argv;        // the first is looked up in PATH
     std::vector<std::string> environment; // NAME=value, on top of this process's own
     Output output = Output::inherit;
-    int inheritedFd = -1;      // stays open in the program under its number
-    bool inputPipe = false;    // its standard input is a pipe; otherwise it is empty,
-    bool inheritInput = false; // or this process's own
+    int inheritedFd = -1;   // stays open in the program under its number
+    bool inputPipe = false; // its standard input is a pipe; otherwise it is empty
+    bool isUsers = false;   // the user's program, one at a time: signals are passed on to it
 };
 
 /// A program that was started. Owned by whoever started it; copies name the same program.
 struct Process {
-    pid_t pid = -1; // and its group's; -1 once it has been waited for
+    pid_t pid = -1; // -1 once it has been waited for
     int pidFd = -1;
+    bool isUsers = false;
     // What it wrote so far, when captured; the reading ends, which do not block, of its pipes.
     int out = -1, err = -1;
     int in = -1; // the writing end of the pipe that is its standard input
@@ -39,6 +52,7 @@ struct Process {
 struct Ending {
     bool timedOut = false; // it was stopped
     int status = 0;        // exit status, or 128 plus the signal's number
+    int signal = 0;        // that has ended it
     std::string out, err;  // when captured
 };
 
@@ -51,18 +65,32 @@ std::string errorsSoFar(const Process& process);
 /// Ends the standard input of a program that has a pipe for it.
 void closeInput(Process& process);
 
-/// True while something runs that a program has left behind as it ended.
-bool hasOrphans();
+/// True while something runs that the user's program has left behind as it ended by itself.
+bool programLeftSomething();
+
+/// The user's program is done, and what it has left behind is not waited for: from now on signals
+/// end this process.
+void programIsDone();
+
+/// Stops this process too when the terminal has stopped the user's program alone.
+void followStops();
+
+/// Ends this process by a signal, after cleaning up: what it stands for has ended so.
+[[noreturn]] void dieOf(int signal);
 
 /// Waits until a program ends. False when it still runs after that time.
 bool waitForEnd(const Process& process, Timeout timeout);
 
-/// Waits for a program's end and what is left of its group, which are stopped after that time.
+/// Waits for a program's end; it is stopped after that time. What a helper has left behind is
+/// ended.
 Ending finishProcess(Process& process, Timeout timeout);
 
-/// Stops a program and its group: SIGTERM, and SIGKILL to what is left after `grace`. Pipes are
-/// closed before, so that it does not wait for a reader.
+/// Stops a program: SIGTERM, and SIGKILL after `grace`; then what it has left behind likewise.
+/// Pipes are closed before, so that it does not wait for a reader.
 Ending stopProcess(Process& process, Timeout grace = std::chrono::seconds(10));
+
+/// Sends a program a signal.
+void signalProcess(const Process& process, int signal);
 
 /// Starts a program and finishes it.
 Ending runProcess(const Command& command, Timeout timeout);
@@ -73,3 +101,8 @@ std::string findProgram(const std::string& name);
 /// Makes a file of this content with a name of its own, which is removed when this process ends.
 /// Throws std::runtime_error.
 std::string temporaryFile(const std::string& content);
+
+/// A name for a file or socket, in a folder that is this user's alone and is removed, with it, when
+/// this process ends. What processes that were killed have left there is removed. Throws
+/// std::runtime_error.
+std::string temporaryName(const std::string& name);

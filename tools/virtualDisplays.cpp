@@ -1,4 +1,5 @@
 #include "tools/virtualDisplays.h"
+#include "tools/xAuthority.h"
 
 #include <cerrno>
 #include <cstring>
@@ -35,13 +36,15 @@ std::string readNumber(int fd)
 
 VirtualDisplay startDisplay(int width, int height, const std::vector<std::string>& xServer)
 {
+    const DisplayCookie cookie = newCookie();
     int number[2];
     if (pipe2(number, O_CLOEXEC) != 0)
         throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
     Command command{
         .argv = xServer, .environment = {}, .output = Output::capture, .inheritedFd = number[1]};
     std::vector<std::string>& argv = command.argv;
-    argv.insert(argv.end(), {"-displayfd", std::to_string(number[1]), "-noreset", "-screen"});
+    argv.insert(argv.end(), {"-displayfd", std::to_string(number[1]), "-auth", cookie.file,
+                             "-nolisten", "tcp", "-noreset", "-screen"});
     if (argv[0] == "Xvfb")
         argv.emplace_back("0"); // Xephyr counts its screens itself
     argv.push_back(std::to_string(width) + "x" + std::to_string(height) + "x24");
@@ -60,6 +63,7 @@ VirtualDisplay startDisplay(int width, int height, const std::vector<std::string
         throw std::runtime_error(xServer[0] +
                                  " does not start: " + stopProcess(display.server).err);
     display.name = ":" + line;
+    useCookie(cookie, display.name);
     return display;
 }
 

@@ -13,7 +13,8 @@ struct VirtualDisplay {
 };
 
 /// Starts a display with one screen of 24 bits and GLX. Its X server, with arguments of its own, is
-/// Xvfb, or Xephyr for a display that is a window of another display; it picks a free number.
+/// Xvfb, or Xephyr for a display that is a window of another display; it picks a free number. Only
+/// this process and what it starts can use the display (xAuthority.h).
 /// Throws std::runtime_error, with what the X server said, when it does not come up.
 VirtualDisplay startDisplay(int width, int height,
                             const std::vector<std::string>& xServer = {"Xvfb"});

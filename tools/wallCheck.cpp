@@ -156,11 +156,18 @@ void checkAgainstEarlier(const Wall& wall, const std::vector<Place>& places, std
     const auto screenAt = [&](std::size_t i) {
         return screenOf(wall.tiles[i].entry, i < places.size() ? places[i].host : "");
     };
+    const bool noHosts =
+        std::ranges::all_of(places, [](const Place& place) { return place.host.empty(); });
     for (std::size_t i = 0; i < n; ++i) {
         const WallTile& other = wall.tiles[i];
         const std::string thatLine = "line " + std::to_string(other.line);
         if (other.readable && screenAt(i) == screenAt(n))
-            findings.push_back({tile.line, true, "the same screen as " + thatLine});
+            findings.push_back({tile.line, true,
+                                "the same screen as " + thatLine +
+                                    (noHosts && tile.entry.dpyName.starts_with(':')
+                                         ? "; for several hosts name them by --hosts, or by lines "
+                                           "#host NAME:SERVERS in the file"
+                                         : "")});
         if (!hasArea(tile) || !hasArea(other))
             continue;
         const PixelArea common = commonArea(areaOf(tile.entry), areaOf(other.entry));

@@ -1,30 +1,42 @@
 #include "tools/wallCommands.h"
 #include "client/locations.h"
+#include "client/wholeFile.h"
 #include "tools/jobOutput.h"
 #include "tools/wallCheck.h"
 #include "tools/wallDrawing.h"
 #include "tools/wallPattern.h"
 #include "tools/wallRun.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <filesystem>
 #include <stdexcept>
 
 namespace {
 
 constexpr Timeout noLimit = std::chrono::hours(24 * 365); // the operator ends a job, or its stream
 
-std::vector<Host> hostsOf(const WallOptions& options)
+std::string requireWall(const WallOptions& options)
 {
-    return options.hosts.empty() ? std::vector<Host>{} : readHosts(options.hosts);
+    std::string wall = usualWall(options.wall);
+    if (wall.empty())
+        throw std::runtime_error("name the wall's file: by --wall, MOSA_DISPLAY or "
+                                 "~/.config/mosa/wall.conf");
+    if (options.wall.empty())
+        std::fprintf(stderr, "mosa-wall: the wall is %s\n", wall.c_str());
+    return wall;
+}
+
+// Those given, else the wall file's own.
+std::vector<Host> hostsOf(const Wall& wall, const WallOptions& options)
+{
+    return options.hosts.empty() ? hostsIn(wall.file) : readHosts(options.hosts);
 }
 
 std::vector<Place> placesOf(const Wall& wall, const WallOptions& options)
 {
-    const std::vector<Host> hosts = hostsOf(options);
+    const std::vector<Host> hosts = hostsOf(wall, options);
     std::size_t room = 0;
     for (const Host& host : hosts)
         room += static_cast<std::size_t>(host.servers);
@@ -53,15 +65,18 @@ WallAnswers askNodes(const Wall& wall, const Job& job, const std::vector<Place>&
 int play(const Wall& wall, const std::vector<std::string>& files, const WallOptions& options)
 {
     const std::vector<Place> places = placesOf(wall, options);
+    const std::vector<Host> hosts = hostsOf(wall, options);
     const LastFrame last = lastFrameOn(wall, places, options.play, options.picture);
     const bool isLive = !options.live.program.empty();
     Job job = isLive ? liveJob(options.play) : playJob(files, options.play, last);
-    putOnWall(job, wall, hostsOf(options));
+    putOnWall(job, wall, hosts);
     const bool locks = loadOverloads(job, options.plain) && job.servers > 1 &&
                        !options.play.loose && mayLockFrames();
     job.label = options.label;
-    if (options.stats && !std::getenv("MOSA_STATS"))
-        job.environment.emplace_back("MOSA_STATS=1000000"); // seconds: at the end only
+    // A server that is ended says no more: the latest figures are then those of the last second.
+    job.keepsFigures = options.stats && !std::getenv("MOSA_STATS");
+    if (job.keepsFigures)
+        job.environment.emplace_back("MOSA_STATS=1");
     if (printFindings(stderr, wall, checkWall(wall, places), false) > 0 && !options.force)
         throw std::runtime_error("the wall file is not right; --force goes on with it");
     const std::string& hub = places.front().host;
@@ -73,8 +88,7 @@ int play(const Wall& wall, const std::vector<std::string>& files, const WallOpti
         std::printf("%s\n", shellLine(jobLine(job)).c_str());
         return 0;
     }
-    if (!options.hosts.empty())
-        watchNodes(job);
+    watchNodes(job);
     int faults = 0;
     const WallAnswers answers = askNodes(wall, job, places, stderr, faults);
     if (faults > 0 && !options.force)
@@ -90,39 +104,55 @@ int play(const Wall& wall, const std::vector<std::string>& files, const WallOpti
 
 } // namespace
 
+std::string usualWall(const std::string& given)
+{
+    const auto variable = [](const char* name) {
+        const char* value = std::getenv(name);
+        return std::string(value ? value : "");
+    };
+    if (!given.empty())
+        return given;
+    if (const std::string named = variable("MOSA_DISPLAY"); !named.empty())
+        return named;
+    std::string settings = variable("XDG_CONFIG_HOME");
+    if (settings.empty())
+        settings = variable("HOME") + "/.config";
+    const std::string own = settings + "/mosa/wall.conf";
+    return std::filesystem::exists(own) ? own : "";
+}
+
 int layoutCommand(const WallOptions& options)
 {
     const Grid& grid = options.grid;
     requireUsable(grid);
-    const std::vector<Place> places =
-        placeServers(hostsOf(options), grid.screens.w * grid.screens.h);
+    const std::vector<Host> hosts =
+        options.hosts.empty() ? std::vector<Host>{} : readHosts(options.hosts);
+    const std::vector<Place> places = placeServers(hosts, grid.screens.w * grid.screens.h);
     // Each server opens a display of its own node, with a screen for each.
     std::vector<std::string> displays;
     for (const Place& place : places)
         displays.push_back(":0." + std::to_string(place.onHost));
-    const std::string text = wallFileText(grid, displays, places);
+    const std::string text = wallFileText(grid, displays, places) + hostLines(hosts);
     if (options.output.empty()) {
         std::fputs(text.c_str(), stdout);
         return 0;
     }
-    std::ofstream file(options.output);
-    file << text;
-    if (!file.flush())
-        throw std::runtime_error(options.output + ": " + std::strerror(errno));
+    writeWholeFile(options.output, text);
     return 0;
 }
 
 int checkCommand(const WallOptions& options)
 {
-    const Wall wall = readWall(options.wall);
+    const Wall wall = readWall(requireWall(options));
+    const std::vector<Host> hosts = hostsOf(wall, options);
     for (std::size_t n = 0; n < wall.tiles.size(); ++n)
         std::printf("%s\n", describeTile(wall, static_cast<int>(n)).c_str());
     std::printf("\n%s\n", drawAsText(wall).c_str());
     const std::vector<Place> places = placesOf(wall, options);
     int faults = printFindings(stdout, wall, checkWall(wall, places), true);
-    if (!options.hosts.empty() && !options.offline && faults == 0) {
+    if (!hosts.empty() && !options.offline && faults == 0) {
         Job job;
-        putOnWall(job, wall, hostsOf(options));
+        putOnWall(job, wall, hosts);
         loadOverloads(job, options.plain);
         watchNodes(job);
         askNodes(wall, job, places, stdout, faults);
@@ -141,11 +171,13 @@ int runCommand(const WallOptions& options)
     const bool isLive = !options.live.program.empty();
     if (isLive != options.streams.empty())
         throw std::runtime_error("name stream files, or a program behind --");
-    if (isLive && options.wall.empty())
-        return demoCommand(options);
-    if (options.wall.empty())
-        throw std::runtime_error("--wall is required");
-    const Wall wall = readUsableWall(options.wall);
+    if (isLive && usualWall(options.wall).empty()) {
+        DemoOptions demo = options.demo;
+        if (!options.picture.empty())
+            demo.picture = options.picture;
+        return runDemo(demo, options.play, options.live, options.plain);
+    }
+    const Wall wall = readUsableWall(requireWall(options));
     std::vector<std::string> files;
     for (const std::string& stream : options.streams)
         files.push_back(findStream(stream));
@@ -160,7 +192,7 @@ int runCommand(const WallOptions& options)
 
 int snapshotCommand(const WallOptions& options)
 {
-    const Wall wall = readUsableWall(options.wall);
+    const Wall wall = readUsableWall(requireWall(options));
     const std::string picture = options.output.empty() ? "wall.png" : options.output;
     requireWritable(picture);
     writePng(picture, snapshotWall(wall, placesOf(wall, options)));
@@ -169,13 +201,15 @@ int snapshotCommand(const WallOptions& options)
 
 int patternCommand(const WallOptions& options)
 {
-    const Wall wall = readUsableWall(options.wall);
+    const Wall wall = readUsableWall(requireWall(options));
     const std::vector<OutgoingBuffer> stream = patternStream(wall, options.frames);
     if (!options.output.empty()) {
         writeStreamFile(options.output, stream);
         return 0;
     }
-    const std::string file = temporaryFile("");
+    if (!options.dryRun && !options.picture.empty())
+        requireWritable(options.picture);
+    const std::string file = temporaryName("pattern");
     writeStreamFile(file, stream);
     return play(wall, {file}, options);
 }
@@ -199,5 +233,5 @@ int recordCommand(const WallOptions& options)
 
 int probeCommand(const WallOptions& options)
 {
-    return probeNode(options.wall, {options.sums.at(0), options.sums.at(1)});
+    return probeNode(options.wall, {options.sums.at(0), options.sums.at(1), options.sums.at(2)});
 }

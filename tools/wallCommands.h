@@ -1,5 +1,6 @@
-// The commands of mosa-wall: each has the options that were given, returns an exit status and
-// throws std::runtime_error with what keeps it from its work.
+// The commands of mosa-wall: each has the options that were given, returns an exit status, or
+// negative the signal that a program has died of, and throws std::runtime_error with what keeps it
+// from its work.
 #pragma once
 
 #include "tools/liveProgram.h"
@@ -19,11 +20,15 @@ struct WallOptions {
     bool dryRun = false, force = false, label = false, list = false;
     bool stats = false;            // figures of every server at the end
     bool offline = false;          // the nodes are not asked
-    std::vector<std::string> sums; // for probe
+    std::vector<std::string> sums; // and the hosts, for probe
     bool plain = false;            // without the project's overload libraries
     DemoOptions demo;
     LiveOptions live;
 };
+
+/// The wall file that is meant: the one given, else that of MOSA_DISPLAY, else the user's own,
+/// mosa/wall.conf among the settings. Empty when there is none.
+std::string usualWall(const std::string& given);
 
 int layoutCommand(const WallOptions& options);
 int checkCommand(const WallOptions& options);

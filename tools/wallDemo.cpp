@@ -1,5 +1,6 @@
 #include "tools/wallDemo.h"
 #include "client/locations.h"
+#include "client/wholeFile.h"
 #include "tools/recording.h"
 #include "tools/virtualDisplays.h"
 #include "tools/wallRun.h"
@@ -60,7 +61,9 @@ Wall demoWall(const Grid& grid, const std::vector<VirtualDisplay>& displays)
     for (const VirtualDisplay& display : displays)
         names.push_back(display.name);
     const auto places = placeServers({}, static_cast<int>(names.size()));
-    return readWall(temporaryFile(wallFileText(grid, names, places)));
+    const std::string file = temporaryName("wall");
+    writeWholeFile(file, wallFileText(grid, names, places));
+    return readWall(file);
 }
 
 void requireShowable(const Grid& grid)
@@ -91,7 +94,6 @@ int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions liv
 {
     const std::string picture = std::filesystem::absolute(options.picture);
     requireWritable(picture);
-    std::filesystem::remove(picture); // only this run's picture counts
     const bool isLive = !live.program.empty();
     const StreamFile scene = isLive ? StreamFile{} : requireStream(findStream(options.scene));
     Grid grid{options.screens, options.screen, {options.gap, options.gap}};
@@ -111,12 +113,18 @@ int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions liv
     }
     std::vector<VirtualDisplay> displays = startTiles(grid, windows);
     const Wall wall = demoWall(grid, displays);
-    const LastFrame last = lastFrameOn(wall, {}, play, picture);
+    LastFrame last = lastFrameOn(wall, {}, play, picture);
+    bool pictured = false;
+    last.picture = [take = last.picture, &pictured] {
+        take();
+        pictured = true;
+    };
     Job job = isLive ? liveJob(play) : playJob({scene.name}, play, last);
     job.servers = static_cast<int>(displays.size());
     job.environment = virtualWallEnvironment(wall.file);
     if (loadOverloads(job, plain) && job.servers > 1 && !play.loose && mayLockFrames())
         lockFrames(job, "", freePort());
+    watchNodes(job);
     const std::string what = isLive ? live.program[0] : sceneName(scene.name);
     if (isLive && findProgram(what).empty())
         throw std::runtime_error(what + ": there is no such program");
@@ -130,7 +138,7 @@ int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions liv
         const int status = runLive(job, live, wallSize(grid), play.ahead, last,
                                    wantsServersLines() ? stderr : nullptr, !options.show);
         stopDisplays(displays);
-        if (status == 0 || std::filesystem::exists(picture))
+        if (pictured)
             std::printf("%s\n", picture.c_str());
         return status;
     }

@@ -1,10 +1,11 @@
 #include "tools/wallDrawing.h"
+#include "client/wholeFile.h"
 #include "tools/lettering.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -48,7 +49,7 @@ Size drawnSize(const Wall& wall)
 
 void writeSvg(const Wall& wall, const std::string& file)
 {
-    std::ofstream svg(file);
+    std::ostringstream svg;
     const Size size = drawnSize(wall);
     svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " << size.w << ' ' << size.h
         << "\">\n<rect width=\"100%\" height=\"100%\" fill=\"#404040\"/>\n";
@@ -68,8 +69,7 @@ void writeSvg(const Wall& wall, const std::string& file)
             << area.y << ")</title></text>\n";
     }
     svg << "</svg>\n";
-    if (!svg.flush())
-        throw std::runtime_error(file + ": cannot be written");
+    writeWholeFile(file, svg.str());
 }
 
 Image drawAsImage(const Wall& wall)

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 namespace {
 
@@ -20,6 +21,14 @@ std::ifstream openFile(const std::string& name)
 [[noreturn]] void failAt(const std::string& file, int line, const std::string& what)
 {
     throw std::runtime_error(file + ", line " + std::to_string(line) + ": " + what);
+}
+
+// Names become arguments of ssh and mpiexec, which would take others for options or for several.
+bool isHostName(const std::string& name)
+{
+    return !name.starts_with('-') && name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
+                                                            "ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                                            "0123456789.-_") == name.npos;
 }
 
 // "row 1 of 2 from the top, column 3 of 4 from the left"
@@ -88,6 +97,36 @@ Size wallSize(const Wall& wall)
     return {entry.vWidth, entry.vHeight};
 }
 
+namespace {
+
+// Reads "NAME" or "NAME:SERVERS".
+Host parseHost(const std::string& text, const std::string& file, int line)
+{
+    std::istringstream words(text);
+    std::string word, more;
+    words >> word;
+    Host host;
+    const std::size_t colon = word.find(':');
+    host.name = word.substr(0, colon);
+    if (colon != std::string::npos) {
+        std::istringstream count(word.substr(colon + 1));
+        if (!(count >> host.servers) || !count.eof() || host.servers < 1)
+            failAt(file, line, "\"" + word + "\" should read NAME or NAME:SERVERS");
+    }
+    if (host.name.empty() || words >> more)
+        failAt(file, line, "a line holds one host, NAME or NAME:SERVERS");
+    if (!isHostName(host.name))
+        failAt(file, line,
+               "\"" + host.name +
+                   "\" is no host name: letters, digits, points, hyphens and underscores, with no "
+                   "hyphen first");
+    return host;
+}
+
+constexpr std::string_view hostMark = "#host ";
+
+} // namespace
+
 std::vector<Host> readHosts(const std::string& file)
 {
     std::ifstream in = openFile(file);
@@ -95,23 +134,32 @@ std::vector<Host> readHosts(const std::string& file)
     int number = 0;
     for (std::string line; std::getline(in, line);) {
         ++number;
-        std::istringstream words(line.substr(0, line.find('#')));
-        std::string word;
-        if (!(words >> word))
-            continue;
-        Host host;
-        const std::size_t colon = word.find(':');
-        host.name = word.substr(0, colon);
-        if (colon != std::string::npos) {
-            std::istringstream count(word.substr(colon + 1));
-            if (!(count >> host.servers) || !count.eof() || host.servers < 1)
-                failAt(file, number, "\"" + word + "\" should read NAME or NAME:SERVERS");
-        }
-        if (host.name.empty() || words >> word)
-            failAt(file, number, "a line holds one host, NAME or NAME:SERVERS");
-        hosts.push_back(host);
+        line = line.substr(0, line.find('#'));
+        if (line.find_first_not_of(" \t\r\v\f") != line.npos)
+            hosts.push_back(parseHost(line, file, number));
     }
     return hosts;
+}
+
+std::vector<Host> hostsIn(const std::string& wallFile)
+{
+    std::ifstream in = openFile(wallFile);
+    std::vector<Host> hosts;
+    int number = 0;
+    for (std::string line; std::getline(in, line);) {
+        ++number;
+        if (line.starts_with(hostMark))
+            hosts.push_back(parseHost(line.substr(hostMark.size()), wallFile, number));
+    }
+    return hosts;
+}
+
+std::string hostLines(const std::vector<Host>& hosts)
+{
+    std::string text = hosts.empty() ? "" : "# The servers' nodes, in their order.\n";
+    for (const Host& host : hosts)
+        text += std::string(hostMark) + host.name + ":" + std::to_string(host.servers) + "\n";
+    return text;
 }
 
 std::vector<Place> placeServers(const std::vector<Host>& hosts, int n)

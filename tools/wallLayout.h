@@ -57,6 +57,11 @@ struct Host {
 /// begins a comment. Throws std::runtime_error with the line's number.
 std::vector<Host> readHosts(const std::string& file);
 
+/// The hosts of a wall file itself, in comments that servers skip: a line "#host NAME:SERVERS" for
+/// each. Empty when it has none. Throws likewise.
+std::vector<Host> hostsIn(const std::string& wallFile);
+std::string hostLines(const std::vector<Host>& hosts);
+
 /// The node of each of the first n servers; without hosts all are on this machine, and names are
 /// empty. Throws std::runtime_error when the hosts are for fewer.
 struct Place {

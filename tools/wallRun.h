@@ -50,6 +50,7 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
 /// Sums of the wall file and the server's program on the machine that asks.
 struct SumsThere {
     std::string wall, server;
+    std::string hosts; // of the job, with commas between; empty when there is only one
 };
 
 /// The node's side of it: looks as the server of this MPI task would, and answers in one line.
