@@ -11,7 +11,6 @@
 #include <utility>
 
 unsigned long shownWindow;
-WallCurrent wallCurrent;
 
 using Bytes = std::span<const unsigned char>;
 
