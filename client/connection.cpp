@@ -11,13 +11,13 @@ namespace {
 
 void completeSends(Connection& connection)
 {
-    int polls = 0;
+    const PollClock::time_point start = PollClock::now();
     for (int flag = 0; !flag;) {
         pollAcknowledgements(connection);
         MPI_Testall(static_cast<int>(connection.sends.size()), connection.sends.data(), &flag,
                     MPI_STATUSES_IGNORE);
         if (!flag)
-            betweenPolls(polls);
+            betweenPolls(start);
     }
     connection.sends.clear();
 }
@@ -109,9 +109,9 @@ bool pollAcknowledgements(Connection& connection)
 
 void waitForAcknowledgements(Connection& connection, int most)
 {
-    for (int polls = 0; connection.outstanding > most;)
+    for (const PollClock::time_point start = PollClock::now(); connection.outstanding > most;)
         if (!pollAcknowledgements(connection))
-            betweenPolls(polls);
+            betweenPolls(start);
 }
 
 void sendBuffer(Connection& connection, const unsigned char* bytes, _hdr hdr, int ahead)
