@@ -2,21 +2,18 @@
 #pragma once
 
 #include <algorithm>
-#include <chrono>
 #include <sched.h>
-#include <thread>
+#include <unistd.h>
 
-using PollClock = std::chrono::steady_clock;
-
-/// Between two polls that found nothing, of a wait that began at `start`. A short wait keeps MPI going;
-/// a long one is for the wall to draw, and on one machine its rasteriser needs the core.
-inline void betweenPolls(PollClock::time_point start)
+/// Between two polls that found nothing; `polls` counts those of one wait, from 0. A short wait
+/// keeps MPI going; a long one is for the wall to draw, and on one machine its rasteriser needs the
+/// core.
+inline void betweenPolls(int& polls)
 {
-    constexpr std::chrono::microseconds shortWait{100}, longestPause{500};
-    constexpr int share = 8; // of what has been waited, for the next pause
-    const auto waited = PollClock::now() - start;
-    if (waited < shortWait)
+    constexpr int shortWait = 10;                  // polls
+    constexpr useconds_t step = 10, longest = 500; // microseconds
+    if (++polls < shortWait)
         sched_yield();
     else
-        std::this_thread::sleep_for(std::min<PollClock::duration>(longestPause, waited / share));
+        usleep(std::min(longest, step * static_cast<useconds_t>(polls - shortWait)));
 }

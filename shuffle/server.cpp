@@ -187,16 +187,16 @@ int _wait(int nrq, MPI_Request* rq)
         st = allocate<MPI_Status>(nst, "st");
     }
     int index = 0;
-    PollClock::time_point start = PollClock::now();
+    int polls = 0;
     for (int completed = 0; completed < nrq;) {
         sendOwedAcknowledgements();
         int flag = 0;
         MPI_Testany(nrq, rq, &index, &flag, st);
         if (flag) {
             ++completed;
-            start = PollClock::now();
+            polls = 0;
         } else if (coresAreFew)
-            betweenPolls(start);
+            betweenPolls(polls);
         else
             sched_yield(); // the least delay
     }

@@ -17,4 +17,4 @@ target_compile_definitions(capture_test PRIVATE ${FEW_WALLS} PROGRAMS="${CMAKE_B
 target_link_libraries(capture_test PRIVATE mosa_describe mosa_wire mosa_image mosa_process
     mosa_stream_file GTest::gtest_main)
 add_dependencies(capture_test captureProgram smallProgram server play mosa-wall capture)
-gtest_discover_tests(capture_test PROPERTIES ${PICTURE_TEST} ${NO_LEAKS})
+gtest_discover_tests(capture_test NO_PRETTY_VALUES PROPERTIES ${PICTURE_TEST} ${NO_LEAKS})

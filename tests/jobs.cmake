@@ -32,7 +32,7 @@ target_compile_options(threads_test PRIVATE -Wall -Wextra -Wshadow -Wconversion 
     -fsanitize=thread)
 target_link_options(threads_test PRIVATE -fsanitize=thread -Wl,--wrap=pthread_cond_wait)
 target_link_libraries(threads_test PRIVATE Threads::Threads)
-mosa_budget(runs 240 10000) # 240 are all combinations of what the runs vary
+mosa_budget(runs 120 10000)
 math(EXPR limit "60 + ${runs}")
 add_test(NAME threads.runs COMMAND threads_test ${runs})
 set_tests_properties(threads.runs PROPERTIES ${IN_PROCESS_TEST} TIMEOUT ${limit}
