@@ -43,6 +43,7 @@ add_executable(in_process_test
     support/serverTables.cpp
     ${PROJECT_SOURCE_DIR}/shuffle/buf.cpp
     $<TARGET_OBJECTS:recorder_entries>)
+mosa_precompile(in_process_test support/serverState.h <algorithm> <fstream> <memory>)
 target_include_directories(in_process_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_compile_definitions(in_process_test PRIVATE
     TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data"
