@@ -15,7 +15,7 @@ TEST(Wire, SlicesReachEveryServer)
 {
     const char* asked = std::getenv("MOSA_TEST_BUFFERS");
     for (const int servers : {1, 2, 3, 5, 4}) {
-        const int buffers = servers != 4 ? 60 : asked ? std::atoi(asked) : 1000;
+        const int buffers = servers != 4 ? 60 : asked ? std::atoi(asked) : 300;
         const Ending ending =
             run(clientJob(servers, {"planned", std::to_string(buffers), "end"}, {overloads()}),
                 jobTime + std::chrono::milliseconds(100) * buffers);

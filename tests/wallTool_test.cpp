@@ -165,20 +165,6 @@ TEST(WallTool, DrawingsHaveTheirOriginBelow)
         EXPECT_EQ(tool({"check", none}).status, 1);
 }
 
-// A process among what one has started whose program is this; 0 when there is none.
-pid_t findBelow(pid_t process, const std::string& program)
-{
-    const std::string folder = "/proc/" + std::to_string(process);
-    std::ifstream children(folder + "/task/" + std::to_string(process) + "/children");
-    std::error_code gone;
-    if (fs::read_symlink(folder + "/exe", gone) == program)
-        return process;
-    for (pid_t child = 0; children >> child;)
-        if (const pid_t found = findBelow(child, program))
-            return found;
-    return 0;
-}
-
 TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
 {
     std::vector<VirtualDisplay> displays = startDisplays(1, 100, 100);
