@@ -21,7 +21,7 @@ struct WallCurrent {
 };
 extern WallCurrent wallCurrent;
 
-inline constexpr AppDisplay wallDisplay(1U);
+inline constexpr AppDisplay wallDisplay = capturedDisplay;
 inline constexpr std::size_t tapeRoom = 256 << 10;
 inline constexpr std::size_t mostTapeRoom = 8 << 20; // that is kept once a record needed it
 

@@ -77,6 +77,8 @@ void sayNoRoom(const char* what)
 bool takeRoom(Context& c, std::optional<WallContext>& taken)
 {
     ShareGroup& group = *c.group;
+    if (!connectToWall()) // the numbers of what it has depend on it
+        return false;
     if (!group.onWall) {
         taken = takeWallContext(c.attributes);
         if (!taken) {

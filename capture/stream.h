@@ -35,6 +35,11 @@ void readCaptureOptions();
 /// False once nothing is to be sent any more: no capture was asked for, or the other side is gone.
 extern std::atomic<bool> capturing;
 
+/// Connects, if that has not been done: false when there is no wall. `firstHandle` is then how many
+/// handles of contexts, visuals and windows programs before this one have used up.
+bool connectToWall();
+extern std::uint32_t firstHandle;
+
 /// Bytes of a command buffer in pieces. Connects at the first. Any thread, one at a time.
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame);
 

@@ -9,18 +9,15 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
 
 sockaddr_un addressOf(const std::string& path)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path)
+    sockaddr_un address;
+    if (!localAddress(path.c_str(), address))
         throw std::runtime_error(path + ": too long for a socket");
-    std::strcpy(address.sun_path, path.c_str());
     return address;
 }
 
@@ -86,12 +83,12 @@ Arrival hearNewcomer(CaptureSocket& socket, int& fd)
         return Arrival::nothing;
     CaptureRing* const ring = got > 0 ? mapRing(message) : nullptr;
     const bool isWhole = got == static_cast<ssize_t>(sizeof handshake); // it is sent at once
-    if (isWhole && ring && socket.program < 0) {
+    if (isWhole && ring && socket.program < 0 && !socket.endsAfter) {
         socket.handshake = handshake;
         socket.ring = ring;
         socket.program = fd;
         fd = -1;
-        answer(socket.program, captureAccepted);
+        answer(socket.program, socket.firstHandle);
         return Arrival::program;
     }
     if (ring)
@@ -100,10 +97,16 @@ Arrival hearNewcomer(CaptureSocket& socket, int& fd)
         answer(fd, captureTaken);
     close(fd);
     fd = -1;
-    return isWhole && !ring && socket.program < 0 &&
-                   std::memcmp(&handshake, &endOfWaitingSign, sizeof handshake) == 0
-               ? Arrival::end
-               : Arrival::nothing;
+    socket.endsAfter |=
+        isWhole && !ring && std::memcmp(&handshake, &endOfWaitingSign, sizeof handshake) == 0;
+    return Arrival::nothing;
+}
+
+// True when the program has closed its side: what it sent before may still be there.
+bool hasHungUp(const CaptureSocket& socket)
+{
+    pollfd state{socket.program, POLLRDHUP, 0};
+    return socket.program >= 0 && poll(&state, 1, 0) > 0;
 }
 
 Arrival hearNewcomers(CaptureSocket& socket)
@@ -130,6 +133,17 @@ void acceptNewcomer(CaptureSocket& socket)
     socket.newcomers.push_back(fd);
 }
 
+void leaveProgram(CaptureSocket& socket)
+{
+    if (socket.program < 0)
+        return;
+    munmap(socket.ring, sizeof(CaptureRing));
+    close(socket.program);
+    socket.ring = nullptr;
+    socket.ringEnd = 0;
+    socket.program = -1;
+}
+
 // Removes what is no longer listened at. Nothing but a socket is removed.
 void removeSocket(const std::string& path)
 {
@@ -147,10 +161,7 @@ CaptureSocket::~CaptureSocket()
 {
     for (const int fd : newcomers)
         close(fd);
-    if (ring)
-        munmap(ring, sizeof(CaptureRing));
-    if (program >= 0)
-        close(program);
+    leaveProgram(*this);
     if (listening >= 0) {
         close(listening);
         unlink(path.c_str());
@@ -180,6 +191,30 @@ void listenForProgram(CaptureSocket& socket, const std::string& path)
     socket.listening = fd;
 }
 
+namespace {
+
+// Takes in a message of the program. False when its stream has ended.
+bool takeMessage(CaptureSocket& socket, _hdr& hdr, std::span<const unsigned char>& bytes)
+{
+    CaptureMessage message{};
+    if (!receiveAll(socket.program, &message, sizeof message) || message.hdr.size < 0)
+        return false;
+    hdr = message.hdr;
+    const auto size = static_cast<std::size_t>(hdr.size);
+    if (message.ringAt >= 0) {
+        if (message.ringAt > ringBytes || hdr.size > ringBytes - message.ringAt)
+            return false; // no capture library says so
+        bytes = {socket.ring->bytes + message.ringAt, size};
+        socket.ringEnd = message.ringEnd;
+        return true;
+    }
+    socket.bytes.resize(size);
+    bytes = socket.bytes;
+    return receiveAll(socket.program, socket.bytes.data(), size);
+}
+
+} // namespace
+
 Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hdr& hdr,
                       std::span<const unsigned char>& bytes)
 {
@@ -188,37 +223,30 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
     socket.ringEnd = 0;
     std::vector<pollfd> events{
         {socket.listening, POLLIN, 0}, {socket.program, POLLIN, 0}, {otherFd, POLLIN, 0}};
+    const bool isFree = socket.newcomers.empty() || !hasHungUp(socket);
     for (const int fd : socket.newcomers)
-        events.push_back({fd, POLLIN, 0});
+        events.push_back({isFree ? fd : -1, POLLIN, 0});
     const timespec time{microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
     if (ppoll(events.data(), events.size(), microseconds < 0 ? nullptr : &time, nullptr) <= 0)
         return Arrival::nothing;
     if (events[0].revents)
         acceptNewcomer(socket);
-    if (const Arrival arrival = hearNewcomers(socket); arrival != Arrival::nothing)
-        return arrival;
+    if (!hasHungUp(socket))
+        if (const Arrival arrival = hearNewcomers(socket); arrival != Arrival::nothing)
+            return arrival;
+    if (socket.program < 0)
+        return socket.endsAfter ? Arrival::end : Arrival::nothing;
     if (!events[1].revents)
         return Arrival::nothing;
-    CaptureMessage message{};
-    if (!receiveAll(socket.program, &message, sizeof message) || message.hdr.size < 0)
-        return Arrival::end;
-    hdr = message.hdr;
-    const auto size = static_cast<std::size_t>(hdr.size);
-    if (message.ringAt >= 0) {
-        if (message.ringAt > ringBytes || hdr.size > ringBytes - message.ringAt)
-            return Arrival::end; // no capture library says so
-        bytes = {socket.ring->bytes + message.ringAt, size};
-        socket.ringEnd = message.ringEnd;
+    if (takeMessage(socket, hdr, bytes))
         return Arrival::buffer;
-    }
-    socket.bytes.resize(size);
-    bytes = socket.bytes;
-    return receiveAll(socket.program, socket.bytes.data(), size) ? Arrival::buffer : Arrival::end;
+    leaveProgram(socket);
+    return Arrival::programEnd;
 }
 
 void answerFrames(CaptureSocket& socket, int frames)
 {
-    if (frames > 0)
+    if (frames > 0 && socket.program >= 0)
         answer(socket.program, frames);
 }
 

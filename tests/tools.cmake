@@ -19,6 +19,6 @@ gtest_discover_tests(wallTerminal_test PROPERTIES TIMEOUT 120 PROCESSORS 2 RESOU
 # The hub is the overload library's, without a server around it.
 add_executable(wallNeighbours_test wallNeighbours_test.cpp ${PROJECT_SOURCE_DIR}/overload/frameLock/hub.cpp)
 target_link_libraries(wallNeighbours_test PRIVATE
-    mosa_process mosa_capture_socket X11::X11 Threads::Threads GTest::gtest_main)
+    mosa_process mosa_capture_socket mosa_wire X11::X11 Threads::Threads GTest::gtest_main)
 target_compile_definitions(wallNeighbours_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")
 gtest_discover_tests(wallNeighbours_test PROPERTIES TIMEOUT 120 ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")

@@ -259,6 +259,19 @@ TEST(WallProgram, LeavesOthersAlone)
     }
 }
 
+// One that has cleared its environment, and with it the mark by which it is known, ends as well.
+TEST(WallProgram, EndsWhatHasClearedItsEnvironment)
+{
+    const Folder folder;
+    const std::string cleared = folder.path / "cleared";
+    const Ending ending = runProcess(wall({"record", "-o", folder.path / "live.mws", "--", "sh",
+                                           "-c", "env -i sleep 93 & echo $! >" + cleared}),
+                                     jobTime);
+    EXPECT_EQ(ending.status, 1) << ending.err;
+    EXPECT_GT(numberIn(cleared), 0);
+    EXPECT_FALSE(isAlive(numberIn(cleared)));
+}
+
 // Toolkits are told to use X11, except those that the user has told something himself.
 TEST(WallProgram, UsesX11OnAWaylandDesk)
 {
@@ -270,6 +283,28 @@ TEST(WallProgram, UsesX11OnAWaylandDesk)
     const Ending ending = runProcess(command, jobTime);
     EXPECT_EQ(ending.out, "x11 offscreen\n");
     EXPECT_EQ(occurrences(ending.err, "this desk has Wayland"), 1);
+}
+
+// A job that has just begun to start hears of a SIGTERM only when it comes again.
+TEST(WallProgram, StopsAJobThatIsStarting)
+{
+    const Folder folder;
+    std::vector<VirtualDisplay> displays = startDisplays(1, 64, 64);
+    writeFile(folder.path / "wall.conf", displays[0].name + " 64 64 0 0 64 64\n");
+    const std::string up = folder.path / "up", mpiexec = folder.path / "mpiexec.mpich";
+    ASSERT_EQ(mkfifo(up.c_str(), 0600), 0);
+    writeFile(mpiexec, "#!/bin/sh\ntrap 'trap - TERM' TERM; echo up >" + up +
+                           "; while :; do sleep 0.05; done\n");
+    fs::permissions(mpiexec, fs::perms::owner_all);
+    Command command = wall({"pattern", folder.path / "wall.conf"});
+    command.environment.push_back("PATH=" + folder.path.string() + ":" + std::getenv("PATH"));
+    Process process = startProcess(command);
+    EXPECT_EQ(readFile(up), "up\n");
+    const Clock::time_point start = Clock::now();
+    kill(process.pid, SIGTERM);
+    EXPECT_EQ(finishProcess(process, jobTime).status, 128 + SIGTERM);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(3));
+    stopDisplays(displays);
 }
 
 // A recording that is killed leaves the old file, and what it kept in the runtime folder is removed
@@ -295,8 +330,13 @@ TEST(WallProgram, WhatAKilledOneLeavesTheNextRemoves)
         return std::distance(fs::directory_iterator(runtime.path), fs::directory_iterator());
     };
     EXPECT_EQ(entries(), 2);
+    const std::string part = file + "." + std::to_string(killed.pid) + ".part";
+    writeFile(file + ".old.part", "the user's");
+    runProcess(recordIn("true"), jobTime);
+    EXPECT_TRUE(fs::exists(part)) << "it is still being written";
     kill(killed.pid, SIGKILL);
     EXPECT_TRUE(waitForEnd(killed, jobTime));
+    EXPECT_TRUE(fs::exists(part));
     EXPECT_TRUE(isAlive(program));
     kill(program, SIGKILL);
     finishProcess(killed, jobTime);
@@ -304,6 +344,8 @@ TEST(WallProgram, WhatAKilledOneLeavesTheNextRemoves)
     runProcess(recordIn("true"), jobTime);
     EXPECT_EQ(entries(), 1);
     EXPECT_TRUE(fs::exists(users));
+    EXPECT_FALSE(fs::exists(part));
+    EXPECT_TRUE(fs::exists(file + ".old.part"));
     EXPECT_EQ(readFile(file), "old");
 }
 

@@ -138,6 +138,35 @@ TEST(WallTool, CheckFindsEachMistakeOnItsLine)
     }
 }
 
+// Hosts in another order than the entries: the file says whose these are, or the screens tell.
+TEST(WallTool, CheckFindsHostsInTheWrongOrder)
+{
+    const auto faultsOf = [](const std::string& wall, const std::string& hosts) {
+        const Ending ending =
+            tool({"check", "--offline", temporaryFile(wall), "--hosts", temporaryFile(hosts)});
+        return occurrences(ending.out, ": the hosts stand in another order than the entries\n");
+    };
+    const std::string made =
+        tool({"layout", "3x1", "9x9", "--hosts", temporaryFile("a:1\nb:2\n")}).out;
+    EXPECT_EQ(faultsOf(made, "a:1\nb:2\n"), 0);
+    EXPECT_EQ(faultsOf(made, "b:2\na:1\n"), 2) << "the second is b's all the same";
+    EXPECT_EQ(faultsOf(made, "c:1\nd:2\n"), 0) << "other names for them";
+    const std::string named = "a:0 18 9 0 0 9 9\nb:0 18 9 9 0 9 9\n";
+    EXPECT_EQ(faultsOf(named, "a\nb\n"), 0);
+    EXPECT_EQ(faultsOf(named, "b\na\n"), 2);
+
+    std::vector<VirtualDisplay> displays{startDisplay(90, 60), startDisplay(60, 90)};
+    std::string wall;
+    for (const std::string& area : {" 150 90 0 0 90 60", " 150 90 90 0 60 90", " 150 90 0 60 90 30"})
+        wall += displays[wall.empty() ? 0 : 1].name + area + "\n";
+    // Nodes that are this machine under other names; one leads to this machine itself.
+    const auto asked = [&wall](const std::string& hosts) {
+        return tool({"run", "--wall", temporaryFile(wall), "--force", "--plain", "gears", "--hosts", temporaryFile(hosts)},
+                    {"HYDRA_LAUNCHER=fork"});
+    };
+    stopDisplays(displays);
+}
+
 TEST(WallTool, DrawingsHaveTheirOriginBelow)
 {
     const std::string wall = temporaryFile(":1 720 80 0 0 360 80\n:2 720 80 360 40 360 40\n");
@@ -515,10 +544,23 @@ TEST(Process, ProgramsAreBoundedCapturedAndStoppedWithTheirGroup)
     EXPECT_TRUE(slow.timedOut);
     EXPECT_EQ(slow.status, 128 + SIGTERM);
 
+    // What cannot be started leaves nothing: no signal blocked, no descriptor.
     const std::string text = temporaryFile("no program");
     fs::permissions(text, fs::perms::owner_all);
+    const auto state = [] {
+        sigset_t mask;
+        sigprocmask(SIG_SETMASK, nullptr, &mask);
+        const auto open = std::distance(fs::directory_iterator("/proc/self/fd"), {});
+        return std::pair(open, sigismember(&mask, SIGTERM) + sigismember(&mask, SIGCHLD));
+    };
+    const auto before = state();
     for (const std::string& program : {text, std::string("no-such-program")})
-        EXPECT_THROW(startProcess({.argv = {program}, .environment = {}}), std::runtime_error);
+        EXPECT_THROW(startProcess({.argv = {program},
+                                   .environment = {},
+                                   .output = Output::pipe,
+                                   .inputPipe = true}),
+                     std::runtime_error);
+    EXPECT_EQ(state(), before);
 }
 
 } // namespace
