@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <chrono>
 #include <climits>
-#include <cstdio>
 
 void playLive(Connection& connection, const std::string& socketPath)
 {
@@ -52,7 +51,11 @@ void playLive(Connection& connection, const std::string& socketPath)
                                  },
                              .isOver = [] { return false; }});
     finishServers(connection);
-    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    std::printf("play: %ld bytes, %ld frames, %.1f seconds\n", bytes, frames, seconds);
-    std::fflush(stdout);
+    tell({.event = PlayEvent::played,
+          .isLive = 1,
+          .frames = frames,
+          .buffers = 0,
+          .bytes = bytes,
+          .seconds = std::chrono::duration<double>(Clock::now() - start).count(),
+          .perSecond = 0});
 }

@@ -10,7 +10,6 @@
 #include <CLI/CLI.hpp>
 
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -113,14 +112,14 @@ void playAll(Connection& connection, const std::vector<StreamFile>& files, const
 
     if (isatty(STDERR_FILENO))
         std::fputc('\r', stderr);
-    const std::string rate =
-        totals.frames > before
-            ? std::to_string(std::lround(static_cast<double>(totals.frames - before) / seconds)) +
-                  " frames per second after the first"
-            : "a single frame";
-    std::printf("play: %ld buffers, %ld bytes, %ld frames, %.3f seconds, %s\n", totals.buffers,
-                totals.bytes, totals.frames, opened + seconds, rate.c_str());
-    std::fflush(stdout);
+    const long later = totals.frames - before;
+    tell({.event = PlayEvent::played,
+          .isLive = 0,
+          .frames = totals.frames,
+          .buffers = totals.buffers,
+          .bytes = totals.bytes,
+          .seconds = opened + seconds,
+          .perSecond = static_cast<double>(later) / seconds});
 }
 
 // What is done while the last frame is on the wall. Returns an exit status.
@@ -134,10 +133,6 @@ int useLastFrame(const Options& options)
     }
     std::this_thread::sleep_for(std::chrono::duration<double>(options.play.hold));
     if (options.wait) {
-        if (!isTelling()) {
-            std::puts("play: the last frame is shown");
-            std::fflush(stdout);
-        }
         tell(PlayEvent::shown);
         while (std::getchar() != EOF) {
         }

@@ -1,6 +1,8 @@
 #include "client/playReports.h"
 
 #include <cerrno>
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -40,11 +42,45 @@ void tellBy(const std::string& path)
     throw std::runtime_error(path + ": no pipe to tell by");
 }
 
-bool isTelling() { return telling >= 0; }
+void tell(const PlayReport& report)
+{
+    if (telling >= 0) {
+        [[maybe_unused]] const ssize_t written = write(telling, &report, sizeof report);
+        return;
+    }
+    if (report.event == PlayEvent::played)
+        std::fputs(summaryOf(report).c_str(), stdout);
+    else if (report.event == PlayEvent::shown)
+        std::puts("play: the last frame is shown");
+    std::fflush(stdout);
+}
 
 void tell(PlayEvent event, std::int64_t frames)
 {
-    const PlayReport report{event, 0, frames};
-    [[maybe_unused]] const ssize_t written =
-        telling < 0 ? 0 : write(telling, &report, sizeof report);
+    tell({.event = event,
+          .isLive = 0,
+          .frames = frames,
+          .buffers = 0,
+          .bytes = 0,
+          .seconds = 0,
+          .perSecond = 0});
+}
+
+std::string summaryOf(const PlayReport& played)
+{
+    char text[256];
+    if (played.isLive)
+        std::snprintf(text, sizeof text, "play: %lld bytes, %lld frames, %.1f seconds\n",
+                      static_cast<long long>(played.bytes), static_cast<long long>(played.frames),
+                      played.seconds);
+    else
+        std::snprintf(text, sizeof text,
+                      "play: %lld buffers, %lld bytes, %lld frames, %.3f seconds, %s\n",
+                      static_cast<long long>(played.buffers), static_cast<long long>(played.bytes),
+                      static_cast<long long>(played.frames), played.seconds,
+                      played.perSecond > 0 ? (std::to_string(std::lround(played.perSecond)) +
+                                              " frames per second after the first")
+                                                 .c_str()
+                                           : "a single frame");
+    return text;
 }

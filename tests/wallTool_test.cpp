@@ -155,15 +155,21 @@ TEST(WallTool, CheckFindsHostsInTheWrongOrder)
     EXPECT_EQ(faultsOf(named, "a\nb\n"), 0);
     EXPECT_EQ(faultsOf(named, "b\na\n"), 2);
 
-    std::vector<VirtualDisplay> displays{startDisplay(90, 60), startDisplay(60, 90)};
-    std::string wall;
-    for (const std::string& area : {" 150 90 0 0 90 60", " 150 90 90 0 60 90", " 150 90 0 60 90 30"})
-        wall += displays[wall.empty() ? 0 : 1].name + area + "\n";
-    // Nodes that are this machine under other names; one leads to this machine itself.
+    // Nodes that are this machine, under names of which one leads to itself.
+    std::vector<VirtualDisplay> displays{startDisplay(90, 60), startDisplay(60, 60)};
+    const std::string wall = temporaryFile(displays[0].name + " 150 60 0 0 60 60\n" +
+                                           displays[1].name + " 150 60 60 0 90 60\n");
     const auto asked = [&wall](const std::string& hosts) {
-        return tool({"run", "--wall", temporaryFile(wall), "--force", "--plain", "gears", "--hosts", temporaryFile(hosts)},
-                    {"HYDRA_LAUNCHER=fork"});
+        return tool({"check", wall, "--hosts", temporaryFile(hosts)}, {"HYDRA_LAUNCHER=fork"});
     };
+    expectEnd(
+        asked("left\nright\n"), 1,
+        "server 0 (line 1) on left: the tile is 60x60, its screen 90x60; right has one of the "
+        "tile's size: do the hosts stand in the order of the entries?\n");
+    expectEnd(asked("left:2\n"), 1,
+              "server 1 (line 2) on left: the tile is 90x60, its screen 60x60\n");
+    expectEnd(asked("127.0.0.1\nright\n"), 1,
+              "server 1 (line 2) on right: the name 127.0.0.1 leads to this node itself");
     stopDisplays(displays);
 }
 
@@ -360,22 +366,45 @@ std::set<std::string> optionsIn(std::string text)
     return found;
 }
 
-// The manual page names the options of each command that its help does, and no others.
+// The manual page has the commands that the help has, and names the options of each that its help
+// does, and no others.
 TEST(WallTool, HelpAndManualPageAgree)
 {
-    const std::string page{std::istreambuf_iterator<char>(std::ifstream(MANUAL).rdbuf()), {}};
-    for (const char* command :
-         {"layout", "check", "run", "record", "snapshot", "pattern", "demo"}) {
-        const std::size_t from = page.find(".SS " + std::string(command) + "\n");
-        ASSERT_NE(from, page.npos) << command;
-        std::set<std::string> told =
-            optionsIn(page.substr(from, page.find("\n.S", from + 1) - from));
-        std::set<std::string> helped = optionsIn(tool({command, "--help"}).out);
+    const auto pageOf = [](const std::string& name) {
+        return std::string{
+            std::istreambuf_iterator<char>(std::ifstream(MANUALS "/" + name + ".1").rdbuf()), {}};
+    };
+    const auto compare = [](std::set<std::string> told, std::set<std::string> helped,
+                            const std::string& of) {
         for (const char* everywhere : {"--help", "--version"}) {
             told.erase(everywhere);
             helped.erase(everywhere);
         }
-        EXPECT_EQ(told, helped) << command;
+        EXPECT_EQ(told, helped) << of;
+    };
+    const auto matchesIn = [](const std::string& text, const char* expression) {
+        const std::regex wanted(expression);
+        std::set<std::string> found;
+        for (std::sregex_iterator at(text.begin(), text.end(), wanted), end; at != end; ++at)
+            found.insert(at->str(1));
+        return found;
+    };
+    const std::string page = pageOf("mosa-wall");
+    const std::set<std::string> commands = matchesIn(page, "\n\\.SS ([a-z]+)\n");
+    EXPECT_EQ(commands, matchesIn(tool({"--help"}).out, "\n  ([a-z]+)  "));
+    EXPECT_EQ(commands.size(), 7U);
+    for (const std::string& command : commands) {
+        const std::size_t from = page.find(".SS " + command + "\n");
+        compare(optionsIn(page.substr(from, page.find("\n.S", from + 1) - from)),
+                optionsIn(tool({command, "--help"}).out), command);
+    }
+    for (const std::string program : {"play", "streamdump"}) {
+        const Ending help = runProcess(
+            {.argv = {built(program), "--help"}, .environment = {}, .output = Output::capture},
+            jobTime);
+        std::set<std::string> told = optionsIn(pageOf(program == "play" ? "mosa-play" : program));
+        told.erase("--list"); // of mosa-wall demo
+        compare(told, optionsIn(help.out), program);
     }
 }
 
@@ -555,11 +584,10 @@ TEST(Process, ProgramsAreBoundedCapturedAndStoppedWithTheirGroup)
     };
     const auto before = state();
     for (const std::string& program : {text, std::string("no-such-program")})
-        EXPECT_THROW(startProcess({.argv = {program},
-                                   .environment = {},
-                                   .output = Output::pipe,
-                                   .inputPipe = true}),
-                     std::runtime_error);
+        EXPECT_THROW(
+            startProcess(
+                {.argv = {program}, .environment = {}, .output = Output::pipe, .inputPipe = true}),
+            std::runtime_error);
     EXPECT_EQ(state(), before);
 }
 

@@ -62,6 +62,14 @@ std::string whoEnded(const JobEnding& ending)
            " has gone";
 }
 
+void passText(JobStream& stream, const std::string& text)
+{
+    if (stream.to)
+        std::fwrite(text.data(), 1, text.size(), stream.to);
+    else
+        stream.kept += text;
+}
+
 void passLine(JobStream& stream, const std::string& line)
 {
     if (line == "\n") {
@@ -81,10 +89,7 @@ void passLine(JobStream& stream, const std::string& line)
     const std::string text = std::string(static_cast<std::size_t>(stream.blanks), '\n') + line;
     stream.blanks = 0;
     stream.any |= !isInformation(line);
-    if (stream.to)
-        std::fwrite(text.data(), 1, text.size(), stream.to);
-    else
-        stream.kept += text;
+    passText(stream, text);
 }
 
 // Takes a chunk of what is there and passes whole lines on. False when nothing was there.
@@ -118,6 +123,34 @@ void finish(JobStream& stream)
         passLine(stream, stream.line + "\n");
     if (stream.to)
         std::fflush(stream.to);
+}
+
+// Takes in what play has told. False when there is nothing.
+bool hearReports(JobWatch& watch)
+{
+    bool any = false;
+    for (PlayReport report{}; watch.reports >= 0 && receiveReport(watch.reports, report);
+         any = true)
+        switch (report.event) {
+        case PlayEvent::ready:
+            watch.ready = true;
+            break;
+        case PlayEvent::drawing:
+            beginsToDraw(watch.drawing);
+            break;
+        case PlayEvent::drawn:
+            hasDrawn(watch.drawing, report.frames);
+            break;
+        case PlayEvent::played:
+            passText(watch.out, (watch.label ? "[0] " : "") + summaryOf(report));
+            if (watch.out.to)
+                std::fflush(watch.out.to);
+            break;
+        case PlayEvent::shown:
+            watch.shown = true;
+            break;
+        }
+    return any;
 }
 
 // mpiexec would wait for a node that is gone. What ends by itself says more about the cause.
@@ -169,6 +202,7 @@ JobWatch startWatch(const Job& job, std::FILE* to)
     piped.output = Output::pipe;
     JobWatch watch;
     watch.hosts = job.hosts;
+    watch.label = job.label;
     if (job.clientTells) {
         const std::string pipe = temporaryName("reports");
         watch.reports = openReports(pipe);
@@ -184,29 +218,6 @@ JobWatch startWatch(const Job& job, std::FILE* to)
 }
 
 namespace {
-
-// Takes in what play has told. False when there is nothing.
-bool hearReports(JobWatch& watch)
-{
-    bool any = false;
-    for (PlayReport report{}; watch.reports >= 0 && receiveReport(watch.reports, report);
-         any = true)
-        switch (report.event) {
-        case PlayEvent::ready:
-            watch.ready = true;
-            break;
-        case PlayEvent::drawing:
-            beginsToDraw(watch.drawing);
-            break;
-        case PlayEvent::drawn:
-            hasDrawn(watch.drawing, report.frames);
-            break;
-        case PlayEvent::shown:
-            watch.shown = true;
-            break;
-        }
-    return any;
-}
 
 enum class Until { end, report };
 
@@ -276,6 +287,7 @@ JobEnding finishWatch(JobWatch& watch, Timeout timeout)
     const bool ended = passOutput(watch, JobClock::now() + timeout);
     JobEnding ending;
     ending.timedOut = !ended;
+    hearReports(watch);
     if (ended) {
         finish(watch.out);
         finish(watch.err);
@@ -302,7 +314,10 @@ JobEnding watchJob(const Job& job, const LastFrame& last, Timeout timeout, std::
 {
     JobWatch watch = startWatch(job, to);
     std::string trouble;
-    const bool ended = passUntilTold(watch, JobClock::now() + timeout);
+    const JobClock::time_point until = JobClock::now() + timeout;
+    bool ended = false;
+    while (!ended && !watch.shown && JobClock::now() < until)
+        ended = passUntilTold(watch, until);
     if (watch.shown && !ended)
         trouble = useLastFrame(watch, last);
     JobEnding ending = finishWatch(watch, ended || watch.shown ? timeout : Timeout{});

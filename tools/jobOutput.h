@@ -54,6 +54,7 @@ struct JobWatch {
     NodeWatch nodes;
     std::string nodeTrouble;        // for which the job has been stopped
     std::vector<std::string> hosts; // of the servers, as in Job
+    bool label = false;             // as in Job
     int reports = -1;               // play's, where it is the client. It has told
     bool ready = false;             // that a program can connect,
     Drawing drawing = {};           // how programs draw,
