@@ -169,7 +169,12 @@ bool connectToWall()
     }
     constexpr int room = 4 << 20;
     setsockopt(connection, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
-    const std::int32_t accepted = sendHandshake() ? receiveAnswer(0) : captureTaken;
+    const bool said = sendHandshake();
+    if (said && !await(POLLIN)) {
+        stop(standsStill);
+        return false;
+    }
+    const std::int32_t accepted = said ? receiveAnswer(0) : captureTaken;
     if (accepted < captureAccepted) {
         stop("another process of the program is on the wall already");
         return false;
