@@ -546,9 +546,10 @@ TEST(WallTool, NothingOutlivesADemoThatIsStopped)
 TEST(Process, ProgramsAreBoundedCapturedAndStoppedWithTheirGroup)
 {
     const auto shell = [](const std::string& script) {
-        return Command{.argv = {"sh", "-c", script},
-                       .environment = {"HOME=changed", "MOSA_ADDED=new one", "PAT=h"},
-                       .output = Output::capture};
+        return Command{
+            .argv = {"sh", "-c", script},
+            .environment = {"HOME=changed", "MOSA_ADDED=new one", "MOSA_TES=", "MOSA_TESTS="},
+            .output = Output::capture};
     };
     const Ending ended = runProcess(shell("echo $HOME $MOSA_ADDED; echo no >&2; exit 3"), jobTime);
     EXPECT_EQ(ended.status, 3);
@@ -556,7 +557,8 @@ TEST(Process, ProgramsAreBoundedCapturedAndStoppedWithTheirGroup)
 
     // What only begins like another variable does not replace it; what has a session of its own
     // ends with the program that started it.
-    EXPECT_EQ(runProcess(shell("echo ${PATH:+kept}"), jobTime).out, "kept\n");
+    setenv("MOSA_TEST", "kept", 1);
+    EXPECT_EQ(runProcess(shell("echo $MOSA_TEST"), jobTime).out, "kept\n");
     Process parent = startProcess(shell("setsid sleep 94 & echo started $! >&2; wait"));
     const std::string said = waitForText(parent, "\n");
     const pid_t child = std::stoi(said.substr(said.find(' ')));
