@@ -1,5 +1,5 @@
 #include "tools/jobOutput.h"
-#include "client/playOptions.h"
+#include "client/playReports.h"
 
 #include <algorithm>
 #include <array>
@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <poll.h>
 #include <unistd.h>
@@ -61,6 +62,14 @@ std::string whoEnded(const JobEnding& ending)
            " has gone";
 }
 
+void passText(JobStream& stream, const std::string& text)
+{
+    if (stream.to)
+        std::fwrite(text.data(), 1, text.size(), stream.to);
+    else
+        stream.kept += text;
+}
+
 void passLine(JobStream& stream, const std::string& line)
 {
     if (line == "\n") {
@@ -72,18 +81,6 @@ void passLine(JobStream& stream, const std::string& line)
         stream.remarks += line;
         return;
     }
-    if (line.ends_with(readyLine + std::string("\n"))) {
-        stream.ready = true;
-        return;
-    }
-    if (line.ends_with(drawsLine + std::string("\n"))) {
-        stream.draws = true;
-        return;
-    }
-    if (line.ends_with(lastFrameLine + std::string("\n"))) { // behind the task's number, perhaps
-        stream.shown = true;
-        return;
-    }
     if (const std::string server = wordAfter(line, "MOSA: server ", ",");
         stream.keepsFigures && !server.empty() && line.find(", last ") != line.npos) {
         stream.figures[server] = line;
@@ -92,10 +89,7 @@ void passLine(JobStream& stream, const std::string& line)
     const std::string text = std::string(static_cast<std::size_t>(stream.blanks), '\n') + line;
     stream.blanks = 0;
     stream.any |= !isInformation(line);
-    if (stream.to)
-        std::fwrite(text.data(), 1, text.size(), stream.to);
-    else
-        stream.kept += text;
+    passText(stream, text);
 }
 
 // Takes a chunk of what is there and passes whole lines on. False when nothing was there.
@@ -129,6 +123,34 @@ void finish(JobStream& stream)
         passLine(stream, stream.line + "\n");
     if (stream.to)
         std::fflush(stream.to);
+}
+
+// Takes in what play has told. False when there is nothing.
+bool hearReports(JobWatch& watch)
+{
+    bool any = false;
+    for (PlayReport report{}; watch.reports >= 0 && receiveReport(watch.reports, report);
+         any = true)
+        switch (report.event) {
+        case PlayEvent::ready:
+            watch.ready = true;
+            break;
+        case PlayEvent::drawing:
+            beginsToDraw(watch.drawing);
+            break;
+        case PlayEvent::drawn:
+            hasDrawn(watch.drawing, report.frames);
+            break;
+        case PlayEvent::played:
+            passText(watch.out, (watch.label ? "[0] " : "") + summaryOf(report));
+            if (watch.out.to)
+                std::fflush(watch.out.to);
+            break;
+        case PlayEvent::shown:
+            watch.shown = true;
+            break;
+        }
+    return any;
 }
 
 // mpiexec would wait for a node that is gone. What ends by itself says more about the cause.
@@ -178,12 +200,15 @@ JobWatch startWatch(const Job& job, std::FILE* to)
 {
     Job piped = job;
     piped.output = Output::pipe;
-    JobWatch watch{.process = startJob(piped),
-                   .out = {},
-                   .err = {},
-                   .nodes = {},
-                   .nodeTrouble = {},
-                   .hosts = job.hosts};
+    JobWatch watch;
+    watch.hosts = job.hosts;
+    watch.label = job.label;
+    if (job.clientTells) {
+        const std::string pipe = temporaryName("reports");
+        watch.reports = openReports(pipe);
+        piped.client.insert(piped.client.end(), {"--tell", pipe});
+    }
+    watch.process = startJob(piped);
     watch.out.fd = watch.process.out;
     watch.out.to = to;
     watch.err.fd = watch.process.err;
@@ -192,25 +217,26 @@ JobWatch startWatch(const Job& job, std::FILE* to)
     return watch;
 }
 
-bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd)
+namespace {
+
+enum class Until { end, report };
+
+bool pass(JobWatch& watch, Until what, JobClock::time_point until, int otherPidFd)
 {
-    const auto said = [&watch] { return std::pair(watch.out.ready, watch.out.shown); };
-    const auto before = said();
     constexpr long look = 200; // milliseconds, after the nodes and the program
     for (;;) {
         // Upwards: who asks whether the time is over is told so then.
         const auto left = std::chrono::ceil<Timeout>(until - JobClock::now()).count();
-        std::vector<pollfd> events{{watch.process.pidFd, POLLIN, 0},
-                                   {otherPidFd, POLLIN, 0},
-                                   {watch.out.fd, POLLIN, 0},
-                                   {watch.err.fd, POLLIN, 0},
-                                   {watch.nodes.client, POLLIN, 0}};
+        std::vector<pollfd> events{{watch.process.pidFd, POLLIN, 0}, {otherPidFd, POLLIN, 0},
+                                   {watch.out.fd, POLLIN, 0},        {watch.err.fd, POLLIN, 0},
+                                   {watch.nodes.client, POLLIN, 0},  {watch.reports, POLLIN, 0}};
         for (const auto& [lifeline, server] :
              watch.nodes.lifelines) // at once: who ends first counts
             events.push_back({lifeline, POLLIN, 0});
         poll(events.data(), events.size(), static_cast<int>(std::clamp<long>(left, 0, look)));
         drain(watch.out);
         drain(watch.err);
+        const bool told = hearReports(watch);
         if (events[4].revents)
             clientHasEnded(watch.nodes);
         if (events[0].revents)
@@ -218,9 +244,21 @@ bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd)
         followStops();
         if (endForNodes(watch))
             return true;
-        if (events[1].revents || left <= 0 || said() != before)
+        if (events[1].revents || left <= 0 || (told && what == Until::report))
             return false;
     }
+}
+
+} // namespace
+
+bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd)
+{
+    return pass(watch, Until::end, until, otherPidFd);
+}
+
+bool passUntilTold(JobWatch& watch, JobClock::time_point until, int otherPidFd)
+{
+    return pass(watch, Until::report, until, otherPidFd);
 }
 
 std::string useLastFrame(JobWatch& watch, const LastFrame& last)
@@ -249,11 +287,14 @@ JobEnding finishWatch(JobWatch& watch, Timeout timeout)
     const bool ended = passOutput(watch, JobClock::now() + timeout);
     JobEnding ending;
     ending.timedOut = !ended;
+    hearReports(watch);
     if (ended) {
         finish(watch.out);
         finish(watch.err);
     }
     ending.status = finishProcess(watch.process, Timeout{}).status;
+    if (watch.reports >= 0)
+        close(std::exchange(watch.reports, -1));
     ending.nodeTrouble = watch.nodeTrouble;
     ending.servers = watch.nodes.servers;
     ending.figures = watch.err.figures;
@@ -273,10 +314,13 @@ JobEnding watchJob(const Job& job, const LastFrame& last, Timeout timeout, std::
 {
     JobWatch watch = startWatch(job, to);
     std::string trouble;
-    const bool ended = passOutput(watch, JobClock::now() + timeout);
-    if (watch.out.shown && !ended)
+    const JobClock::time_point until = JobClock::now() + timeout;
+    bool ended = false;
+    while (!ended && !watch.shown && JobClock::now() < until)
+        ended = passUntilTold(watch, until);
+    if (watch.shown && !ended)
         trouble = useLastFrame(watch, last);
-    JobEnding ending = finishWatch(watch, ended || watch.out.shown ? timeout : Timeout{});
+    JobEnding ending = finishWatch(watch, ended || watch.shown ? timeout : Timeout{});
     ending.trouble = trouble;
     return ending;
 }

@@ -1,6 +1,7 @@
 // Jobs whose output is for a person: without what mpiexec says about the end of a job.
 #pragma once
 
+#include "tools/drawing.h"
 #include "tools/nodeWatch.h"
 
 #include <chrono>
@@ -44,9 +45,6 @@ struct JobStream {
     bool keepsFigures = false; // as in Job:
     std::map<std::string, std::string> figures; // the latest, by server
     bool any = false;                           // it had lines of the tasks
-    bool ready = false;                         // play has said that a program can connect,
-    bool draws = false;                         // that one has
-    bool shown = false;                         // and that the last frame is on the wall
 };
 
 /// A job that runs.
@@ -56,14 +54,20 @@ struct JobWatch {
     NodeWatch nodes;
     std::string nodeTrouble;        // for which the job has been stopped
     std::vector<std::string> hosts; // of the servers, as in Job
+    bool label = false;             // as in Job
+    int reports = -1;               // play's, where it is the client. It has told
+    bool ready = false;             // that a program can connect,
+    Drawing drawing = {};           // how programs draw,
+    bool shown = false;             // and that the last frame is on the wall
 };
 
 /// Starts a job whose output is passed on, or kept, as by watchJob.
 JobWatch startWatch(const Job& job, std::FILE* to);
 
-/// Passes output on until the job has ended (true); or until play has said for the first time that
-/// it is ready or shows the last frame, another program has ended or the time has come.
+/// Passes output on until the job has ended (true); or until another program has ended or the time
+/// has come, and passUntilTold also until play has told something.
 bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd = -1);
+bool passUntilTold(JobWatch& watch, JobClock::time_point until, int otherPidFd = -1);
 
 /// Does what there is to be done with the last frame. Returns what went wrong.
 std::string useLastFrame(JobWatch& watch, const LastFrame& last);
