@@ -1,9 +1,9 @@
 #include "tools/wallCheck.h"
+#include "tools/hostOrder.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <string_view>
@@ -176,42 +176,6 @@ void checkAgainstEarlier(const Wall& wall, const std::vector<Place>& places, std
             findings.push_back(
                 {tile.line, true,
                  "the tile overlaps that of " + thatLine + ": " + pixelsText(common)});
-    }
-}
-
-// The host that the comment before an entry gives it, as `layout` writes them: "# server 2: ..., on
-// left". By the entry's line.
-std::map<int, std::string> hostsInComments(const std::string& wallFile)
-{
-    constexpr std::string_view opening = "# server ", on = ", on ";
-    std::ifstream file(wallFile);
-    std::map<int, std::string> hosts;
-    int number = 1;
-    for (std::string line; std::getline(file, line); ++number)
-        if (const std::size_t at = line.rfind(on); line.starts_with(opening) && at != line.npos)
-            hosts[number + 1] = line.substr(at + on.size());
-    return hosts;
-}
-
-// Hosts in another order than the entries: where an entry itself says whose it is, and that is
-// another node of the job.
-void checkHosts(const Wall& wall, const std::vector<Place>& places, std::vector<Finding>& findings)
-{
-    const std::map<int, std::string> comments = hostsInComments(wall.file);
-    for (std::size_t n = 0; n < std::min(wall.tiles.size(), places.size()); ++n) {
-        const WallTile& tile = wall.tiles[n];
-        const std::string& host = places[n].host;
-        const auto comment = comments.find(tile.line);
-        for (const std::string& meant :
-             {tile.entry.dpyName.substr(0, tile.entry.dpyName.find(':')),
-              comment != comments.end() ? comment->second : std::string()})
-            if (meant != host && !meant.empty() &&
-                std::ranges::find(places, meant, &Place::host) != places.end()) {
-                findings.push_back({tile.line, true,
-                                    "the entry is for " + meant + ", its server is on " + host +
-                                        ": the hosts stand in another order than the entries"});
-                break;
-            }
     }
 }
 

@@ -1,5 +1,6 @@
 #include "tools/wallRun.h"
 #include "client/locations.h"
+#include "tools/hostOrder.h"
 #include "tools/nodeProbe.h"
 #include "tools/wallDrawing.h"
 
@@ -91,33 +92,6 @@ std::string takeReason(std::string& words, int task, const std::string& host)
     while (!reason.empty() && std::isspace(static_cast<unsigned char>(reason.back())))
         reason.pop_back();
     return reason;
-}
-
-struct NodeAnswer {
-    Finding finding{};
-    Size screen{};
-};
-
-// A screen of another size than its tile, where another node has one of that size: the hosts stand
-// in another order than the entries. Says so in its finding.
-void judgeOrder(const Wall& wall, const std::vector<Place>& places,
-                std::map<std::size_t, NodeAnswer>& answers)
-{
-    const auto same = [](Size a, Size b) { return a.w == b.w && a.h == b.h; };
-    for (auto& [server, answer] : answers) {
-        const PixelArea area = areaOf(wall.tiles.at(server).entry);
-        const Size tile{area.w, area.h};
-        if (answer.screen.w == 0 || tile.w == 0 || same(tile, answer.screen))
-            continue;
-        for (const auto& [other, its] : answers)
-            if (same(its.screen, tile) && places.at(other).host != places.at(server).host) {
-                answer.finding.fault = true;
-                answer.finding.text += "; " + places.at(other).host +
-                                       " has one of the tile's size: do the hosts stand in the "
-                                       "order of the entries?";
-                break;
-            }
-    }
 }
 
 bool hasFault(const std::vector<Finding>& findings)
