@@ -255,8 +255,16 @@ TEST_F(Draws, TheLibraryIsAskedOnlyForArraysThatMayLackAnAddress)
     EXPECT_EQ(drawing("glBegin i:4 glColorPointer i:4 i:0x1401 i:1 z:4 glEnd "
                       "glEnableClientState i:0x8076"),
               "glIsEnabled\nglDrawArrays\n");
-    clientMemory::use(reinterpret_cast<GLXContext>(2));
+    EXPECT_EQ(drawing("glBegin i:4 glClientActiveTexture i:0x84c1 glEnd "
+                      "glEnableClientState i:0x8078"),
+              "glGetIntegerv\nglIsEnabled\nglDrawArrays\n")
+        << "of the unit before";
+    auto* const other = reinterpret_cast<GLXContext>(2);
+    clientMemory::use(other);
     EXPECT_EQ(drawing(""), "glDrawArrays\n");
+    EXPECT_EQ(drawing(enable), "glIsEnabled\nglDrawArrays\n");
+    run(vertices);
+    clientMemory::create(other); // at the same address
     EXPECT_EQ(drawing(enable), "glIsEnabled\nglDrawArrays\n");
     // Before glBegin: behind it nothing is answered.
     recorder.results[Op::glIsEnabled] = 1;
