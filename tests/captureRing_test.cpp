@@ -1,4 +1,5 @@
-// The memory that a captured program shares with the taker of its stream: both sides in one process.
+// The memory that a captured program shares with the taker of its stream: both sides in one
+// process.
 #include <gtest/gtest.h>
 
 #include "capture/stream.h"
@@ -24,8 +25,7 @@ namespace {
 std::size_t sizeOf(unsigned number)
 {
     std::minstd_rand random(number + 1);
-    const unsigned kilobytes = number % 16 == 7 ? ringBytes / 1024 : 1 + random() % 1500;
-    return std::size_t{kilobytes} * 1024;
+    return number % 16 == 7 ? ringBytes : 1024 * (1 + random() % 1500);
 }
 
 void sendOne(unsigned number)
@@ -81,9 +81,9 @@ TEST(CaptureRing, BytesStayUntilTheyHaveBeenRead)
             std::this_thread::yield();
         const std::size_t size = sizeOf(number);
         EXPECT_EQ(bytes.size(), number % 3 && number % 2 == 0 ? size / 2 : size) << number;
-        EXPECT_TRUE(std::ranges::all_of(
-            bytes, [number](unsigned char c) { return c == static_cast<unsigned char>(number); }))
-            << number;
+        EXPECT_TRUE(std::ranges::all_of(bytes, [number](unsigned char c) {
+            return c == static_cast<unsigned char>(number);
+        })) << number;
         ++number;
     }
     program.join();
@@ -115,7 +115,7 @@ TEST(CaptureRing, ExtentsLieWithinIt)
             const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
             ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
             int memory = memfd_create("ring", MFD_CLOEXEC);
-            ASSERT_EQ(ftruncate(memory, sizeof(CaptureRing) - small), 0);
+            ASSERT_EQ(ftruncate(memory, static_cast<off_t>(sizeof(CaptureRing)) - small), 0);
             _handshake handshake = ownHandshake;
             iovec piece{&handshake, sizeof handshake};
             alignas(cmsghdr) char control[CMSG_SPACE(sizeof memory)] = {};
@@ -139,11 +139,12 @@ TEST(CaptureRing, ExtentsLieWithinIt)
             Arrival arrival = Arrival::nothing;
             for (int i = 0; i < 3 && arrival == Arrival::nothing; ++i)
                 arrival = waitForBuffer(socket, step, -1, hdr, bytes);
-            EXPECT_EQ(arrival, small ? Arrival::nothing : Arrival::program) << "smaller than the ring";
-            if (!small)
+            EXPECT_EQ(arrival, small ? Arrival::nothing : Arrival::program);
+            if (!small) {
                 EXPECT_EQ(waitForBuffer(socket, step, -1, hdr, bytes),
                           isGood ? Arrival::buffer : Arrival::end)
                     << size << " bytes at " << at;
+            }
             close(fd);
             if (small)
                 break;
