@@ -72,18 +72,15 @@ TEST(CaptureRing, BytesStayUntilTheyHaveBeenRead)
     std::span<const unsigned char> bytes;
     for (unsigned number = 0; number < buffers;) {
         const Arrival arrival = waitForBuffer(socket, 20'000'000, -1, hdr, bytes);
-        if (arrival == Arrival::program)
-            continue;
-        if (arrival == Arrival::nothing && number == 0)
+        if (arrival == Arrival::program || (arrival == Arrival::nothing && number == 0))
             continue; // it connects
         ASSERT_EQ(arrival, Arrival::buffer) << number;
         for (int i = 0; i < 50; ++i)
             std::this_thread::yield();
         const std::size_t size = sizeOf(number);
         EXPECT_EQ(bytes.size(), number % 3 && number % 2 == 0 ? size / 2 : size) << number;
-        EXPECT_TRUE(std::ranges::all_of(bytes, [number](unsigned char c) {
-            return c == static_cast<unsigned char>(number);
-        })) << number;
+        EXPECT_EQ(bytes.front(), static_cast<unsigned char>(number));
+        EXPECT_EQ(std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1), 0) << number;
         ++number;
     }
     program.join();
@@ -135,7 +132,7 @@ TEST(CaptureRing, ExtentsLieWithinIt)
             send(fd, &said, sizeof said, MSG_NOSIGNAL);
             _hdr hdr{};
             std::span<const unsigned char> bytes;
-            constexpr long step = 1'000'000; // microseconds
+            constexpr long step = 100'000; // microseconds: all has been sent
             Arrival arrival = Arrival::nothing;
             for (int i = 0; i < 3 && arrival == Arrival::nothing; ++i)
                 arrival = waitForBuffer(socket, step, -1, hdr, bytes);

@@ -2,7 +2,7 @@
 if(NOT TARGET mosa-wall)
     return()
 endif()
-add_executable(pixels_test pixels_test.cpp scenes.cpp)
+add_executable(pixels_test pixels_test.cpp)
 target_compile_definitions(pixels_test PRIVATE
     PROGRAMS="${CMAKE_BINARY_DIR}" EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
 target_link_libraries(pixels_test PRIVATE
@@ -12,7 +12,7 @@ set(environment ASAN_OPTIONS=detect_leaks=0) # MPICH's own
 if(MOSA_SANITIZE)
     list(APPEND environment MOSA_TEST_SLOW=1)
 endif()
-foreach(group Recordings Scenes)
+foreach(group Recordings)
     add_test(NAME pixels.${group} COMMAND pixels_test --gtest_filter=*${group}*)
     set_tests_properties(pixels.${group} PROPERTIES TIMEOUT 600 ENVIRONMENT "${environment}")
 endforeach()

@@ -1,8 +1,6 @@
 // What the wall shows: real jobs on virtual displays, the tiles put together against one display.
 #include <gtest/gtest.h> // before X and its macros
 
-#include "client/streamFile.h"
-#include "tests/scenes.h"
 #include "tools/image.h"
 #include "tools/mpiJob.h"
 #include "tools/virtualDisplays.h"
@@ -38,7 +36,6 @@ const std::vector<VirtualDisplay>& displays(std::size_t n)
 }
 
 // The files of one job; each overwrites the last one's.
-const std::string streamFile = temporaryFile("");
 const std::string wallFile = temporaryFile("");
 const std::string picture = temporaryFile("");
 
@@ -90,11 +87,6 @@ void expectSame(const Image& wall, const Image& expected, double most, const std
 
 constexpr double tileBound = 0.0025; // of a recording's pixels
 
-bool isBlank(const Image& image)
-{
-    return std::ranges::adjacent_find(image.rgb, std::not_equal_to{}) == image.rgb.end();
-}
-
 std::string nameOf(Grid grid)
 {
     return std::to_string(grid.columns) + "x" + std::to_string(grid.rows);
@@ -133,24 +125,5 @@ TEST_P(Recordings, LookAsDrawnNatively)
 
 INSTANTIATE_TEST_SUITE_P(Examples, Recordings, testing::ValuesIn(recordings()),
                          [](const auto& test) { return stemOf(test.param); });
-
-class Scenes : public testing::TestWithParam<Scene> {};
-
-// Each feature, enlarged: the tiles together show what one display of the wall's size shows.
-TEST_P(Scenes, MeetAtTheSeams)
-{
-    writeStreamFile(streamFile, {{frameOf(GetParam()), 1}});
-    constexpr int width = sceneWidth * wallScale;
-    constexpr int height = sceneHeight * wallScale;
-    const Image single = play(streamFile, oneDisplay, width, height);
-    ASSERT_FALSE(isBlank(single));
-    for (const Grid grid : manyTiles())
-        expectSame(play(streamFile, grid, width, height), single, GetParam().differs,
-                   std::string(GetParam().name) + " " + nameOf(grid));
-}
-
-INSTANTIATE_TEST_SUITE_P(Features, Scenes,
-                         testing::ValuesIn(allScenes().begin(), allScenes().end()),
-                         [](const auto& test) { return test.param.name; });
 
 } // namespace
