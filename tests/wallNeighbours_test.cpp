@@ -112,6 +112,7 @@ TEST(Neighbours, AreNoServersAtTheLifeline)
     }
     LifelineHello hello{.mark = lifelineMark, .server = 7, .pid = 1, .secret = {}};
     const int liar = connectTo(address);
+    secret.copy(hello.secret, secret.size() - 1);
     net::sendRecord(liar, hello);
     char nothing = 0;
     std::thread reader([&] { EXPECT_LE(recv(liar, &nothing, 1, 0), 0); });
