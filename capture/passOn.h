@@ -3,6 +3,8 @@
 #pragma once
 
 #include "capture/shareGroup.h"
+#include "capture/stream.h"
+#include "client/captureProtocol.h"
 #include "client/programWindow.h"
 
 #include <span>
@@ -14,14 +16,6 @@ extern std::mutex streamLock;
 /// The program's window that the wall shows; 0: none.
 extern unsigned long shownWindow;
 
-/// What is current on the wall.
-struct WallCurrent {
-    const ShareGroup* group = nullptr;
-    std::uint32_t window = 0;
-};
-extern WallCurrent wallCurrent;
-
-inline constexpr AppDisplay wallDisplay(1U);
 inline constexpr std::size_t tapeRoom = 256 << 10;
 inline constexpr std::size_t mostTapeRoom = 8 << 20; // that is kept once a record needed it
 

@@ -108,6 +108,8 @@ void sendOpening(const Context& c, const WallContext& taken)
     if (taken.newContext)
         encodeContext(out, window);
     encode<Op::glXMakeCurrent>(out, makeCurrentBlock(window));
+    if (wallWindows().size() > 1) // it may have been another's, below others
+        encode<Op::MWRaiseWindow>(out, Window{c.group->wallWindow});
     if (!taken.newContext)
         encodeReset(out, taken.leftOver);
     encode<Op::glPushAttrib>(out, GLbitfield{GL_ALL_ATTRIB_BITS});
@@ -115,6 +117,13 @@ void sendOpening(const Context& c, const WallContext& taken)
     encode<Op::glPixelStorei>(out, GLenum{GL_UNPACK_ALIGNMENT}, 1);
     const Bytes pieces[] = {out};
     sendBuffer(pieces, false);
+}
+
+void tellShown(const Context& c)
+{
+    if (!showsAll())
+        sendShown(static_cast<std::uint32_t>(shownWindow), c.group->wallWindow, c.doubleBuffered,
+                  displayNameOf(c));
 }
 
 // Shows the current context's window on the wall.
@@ -147,6 +156,7 @@ void show(Context& c, const WindowState& state)
         group.pending.shrink_to_fit();
         group.pendingBytes = 0;
         framesWithMargins = buffersOfAWindow - 1;
+        tellShown(c);
         if (drawn && !c.asPicture)
             describeWindow(c);
         return;
@@ -159,10 +169,22 @@ void show(Context& c, const WindowState& state)
             sendBuffer(pieces, false);
         }
     }
+    tellShown(c);
     setEnds(c);
     describeWindow(c);
     framesWithMargins = buffersOfAWindow;
     recordMargins(c);
+}
+
+// What was shown is closed or hidden. The wall is black until another is shown: the largest of
+// those that it has already, or whoever draws next.
+void hide(Context& c)
+{
+    passOnTape(c, false);
+    sendBlack(*c.group);
+    shownWindow = 0;
+    tellShown(c);
+    setEnds(c);
 }
 
 void resize(Context& c, const WindowState& state)
@@ -189,23 +211,34 @@ bool isWanted(const Context& c, const WindowState& state)
            std::int64_t{state.width} * state.height > std::int64_t{shown.width} * shown.height;
 }
 
+// A window around it may have been mapped or hidden, which nobody tells: how often that is asked.
+constexpr auto shownOften = std::chrono::milliseconds(250);
+constexpr auto hiddenOften = std::chrono::milliseconds(20);
+
+bool isDue(Clock::time_point& asked, Clock::duration often)
+{
+    if (Clock::now() - asked <= often)
+        return false;
+    asked = Clock::now();
+    return true;
+}
+
 void considerWindow(Context& c)
 {
+    static Clock::time_point askedShown, askedHidden;
     if (!capturing || !c.window || c.inList)
         return;
     if (isShown(c)) {
-        const WindowState& state = windowState(displayNameOf(c), c.window, false);
-        if (state.exists &&
-            (state.width != c.group->size.width || state.height != c.group->size.height))
+        const WindowState& state =
+            windowState(displayNameOf(c), c.window, isDue(askedShown, shownOften));
+        if (!state.viewable && !showsAll())
+            hide(c);
+        else if (state.exists &&
+                 (state.width != c.group->size.width || state.height != c.group->size.height))
             resize(c, state);
         return;
     }
-    // A window around it may have been mapped, which nobody tells.
-    static Clock::time_point asked;
-    constexpr auto often = std::chrono::milliseconds(20);
-    const bool anew = isUndecided(c) || Clock::now() - asked > often;
-    if (anew)
-        asked = Clock::now();
+    const bool anew = isUndecided(c) || isDue(askedHidden, hiddenOften);
     const WindowState state = windowState(displayNameOf(c), c.window, anew);
     if (!c.group->onWall && state.exists) // what is kept back depends on it
         c.group->size = {state.width, state.height};
@@ -245,11 +278,7 @@ void recordMarginsOfFrame(const Context& c)
 void sendBlack(const ShareGroup& group)
 {
     CommandBuffer out;
-    encode<Op::glDisable>(out, GLenum{GL_SCISSOR_TEST});
-    encode<Op::glColorMask>(out, GLboolean{1}, GLboolean{1}, GLboolean{1}, GLboolean{1});
-    encode<Op::glClearColor>(out, 0.0F, 0.0F, 0.0F, 0.0F);
-    encode<Op::glClear>(out, GLbitfield{GL_COLOR_BUFFER_BIT});
-    encode<Op::glXSwapBuffers>(out, asParameter<Display*>(wallDisplay),
-                               GLXDrawable{group.wallWindow});
+    encodeBlack(out, wallDisplay, AppDrawable(group.wallWindow),
+                !group.main || group.main->doubleBuffered);
     sendRecords(group, true, out, false);
 }

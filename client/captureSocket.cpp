@@ -1,5 +1,6 @@
 #include "client/captureSocket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -130,6 +131,30 @@ void acceptNewcomer(CaptureSocket& socket)
     socket.newcomers.push_back(fd);
 }
 
+Arrival takeAway(CaptureSocket& socket, _hdr& hdr, std::span<const unsigned char>& bytes)
+{
+    socket.own = takeWindowAway(socket.watch, socket.wallCurrent);
+    if (socket.own.empty())
+        return Arrival::nothing;
+    hdr = {static_cast<std::int32_t>(socket.own.size()), 1};
+    ++socket.ownFrames;
+    bytes = socket.own;
+    return Arrival::buffer;
+}
+
+// What follows a message that another window is shown, or none.
+Arrival hearOfWindow(CaptureSocket& socket, const CaptureMessage& message, _hdr& hdr,
+                     std::span<const unsigned char>& bytes)
+{
+    CaptureShown shown{};
+    if (message.hdr.size != sizeof shown || !receiveAll(socket.program, &shown, sizeof shown))
+        return Arrival::end; // no capture library says so
+    shown.display[sizeof shown.display - 1] = shown.authority[sizeof shown.authority - 1] = '\0';
+    socket.wallCurrent = message.wallCurrent;
+    showsWindow(socket.watch, shown);
+    return shown.window == 0 ? takeAway(socket, hdr, bytes) : Arrival::nothing;
+}
+
 // Removes what is no longer listened at. Nothing but a socket is removed.
 void removeSocket(const std::string& path)
 {
@@ -186,13 +211,24 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
     if (socket.ringEnd > 0)
         socket.ring->released.store(socket.ringEnd, std::memory_order_release);
     socket.ringEnd = 0;
-    std::vector<pollfd> events{
-        {socket.listening, POLLIN, 0}, {socket.program, POLLIN, 0}, {otherFd, POLLIN, 0}};
+    std::vector<pollfd> events{{socket.listening, POLLIN, 0},
+                               {socket.program, POLLIN, 0},
+                               {watchFd(socket.watch), POLLIN, 0},
+                               {otherFd, POLLIN, 0}};
     for (const int fd : socket.newcomers)
         events.push_back({fd, POLLIN, 0});
+    const bool canTakeAway = socket.watch.gone && socket.betweenFrames;
+    if (canTakeAway)
+        microseconds = 0; // unless the program has something to say
     const timespec time{microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
-    if (ppoll(events.data(), events.size(), microseconds < 0 ? nullptr : &time, nullptr) <= 0)
+    const int ready =
+        ppoll(events.data(), events.size(), microseconds < 0 ? nullptr : &time, nullptr);
+    if (ready <= 0 && canTakeAway)
+        return takeAway(socket, hdr, bytes);
+    if (ready <= 0)
         return Arrival::nothing;
+    if (events[2].revents)
+        lookAtWindow(socket.watch);
     if (events[0].revents)
         acceptNewcomer(socket);
     if (const Arrival arrival = hearNewcomers(socket); arrival != Arrival::nothing)
@@ -202,7 +238,11 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
     CaptureMessage message{};
     if (!receiveAll(socket.program, &message, sizeof message) || message.hdr.size < 0)
         return Arrival::end;
+    if (message.hdr.sync == showsAnother)
+        return hearOfWindow(socket, message, hdr, bytes);
     hdr = message.hdr;
+    socket.wallCurrent = message.wallCurrent;
+    socket.betweenFrames = hdr.sync != 0;
     const auto size = static_cast<std::size_t>(hdr.size);
     if (message.ringAt >= 0) {
         if (message.ringAt > ringBytes || hdr.size > ringBytes - message.ringAt)
@@ -218,8 +258,10 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
 
 void answerFrames(CaptureSocket& socket, int frames)
 {
-    if (frames > 0)
-        answer(socket.program, frames);
+    const int own = std::min(frames, socket.ownFrames);
+    socket.ownFrames -= own;
+    if (frames > own)
+        answer(socket.program, frames - own);
 }
 
 void endWaiting(const std::string& path)

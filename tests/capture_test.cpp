@@ -210,8 +210,25 @@ INSTANTIATE_TEST_SUITE_P(Programs, Small,
                                          SmallProgram{"within", 1}, SmallProgram{"buffers", 1},
                                          SmallProgram{"sharing", 0}, SmallProgram{"destroyed", 0},
                                          SmallProgram{"shaders", 4}, SmallProgram{"forks", 2},
-                                         SmallProgram{"figures", 70}, SmallProgram{"openList", 1}),
+                                         SmallProgram{"figures", 70}, SmallProgram{"openList", 1},
+                                         SmallProgram{"exits", 0}, SmallProgram{"reconnects", 6}),
                          [](const auto& test) { return std::string(test.param.name); });
+
+// A program that rests does not tell that its window is closed or hidden. The wall is black then,
+// or shows the window that is left.
+TEST(Unseen, IsTakenFromTheWall)
+{
+    for (const bool another : {false, true}) {
+        const std::string file = temporaryFile("");
+        run({"record", "-o", file, "--seconds", "2", "--", PROGRAMS "/tests/smallProgram",
+             another ? "closes" : "hides"});
+        int frames = 0;
+        std::map<std::string, int> counts = operationsIn(file, frames);
+        EXPECT_EQ(frames, another ? 6 : 2);
+        EXPECT_EQ(counts["glXSwapBuffers"], frames);
+        EXPECT_EQ(counts["MWRaiseWindow"], another ? 2 : 0);
+    }
+}
 
 // Anything else would take the place of the program's own.
 TEST(Exports, AreTheSystemsNamesAndNothingElse)

@@ -22,14 +22,14 @@ XVisualInfo* visual;
 Window window;
 GLXContext context;
 
-Window createWindow()
+Window createWindow(int w = width, int h = height)
 {
     XSetWindowAttributes attributes{};
     attributes.colormap = XCreateColormap(dpy, DefaultRootWindow(dpy), visual->visual, AllocNone);
     attributes.override_redirect = True;
     const Window made =
-        XCreateWindow(dpy, DefaultRootWindow(dpy), 0, 0, width, height, 0, visual->depth,
-                      InputOutput, visual->visual, CWColormap | CWOverrideRedirect, &attributes);
+        XCreateWindow(dpy, DefaultRootWindow(dpy), 0, 0, w, h, 0, visual->depth, InputOutput,
+                      visual->visual, CWColormap | CWOverrideRedirect, &attributes);
     return made;
 }
 
@@ -354,13 +354,80 @@ void openList()
     glXSwapBuffers(dpy, window);
 }
 
+// The window is hidden, and nothing is called after it.
+void hides()
+{
+    frame();
+    XUnmapWindow(dpy, window);
+    XSync(dpy, False);
+    pause();
+}
+
+// A larger window is shown over the first and closed, and nothing is called after it.
+void closes()
+{
+    frame();
+    const Window first = window;
+    window = createWindow(width + 40, height + 40);
+    XMapWindow(dpy, window);
+    XSync(dpy, False);
+    GLXContext other = glXCreateContext(dpy, visual, nullptr, True);
+    glXMakeCurrent(dpy, window, other);
+    for (int i = 0; i < 4; ++i)
+        frame();
+    XDestroyWindow(dpy, window);
+    XSync(dpy, False);
+    window = first;
+    pause();
+}
+
+// It ends while another thread draws.
+void exits()
+{
+    frame();
+    std::thread([] {
+        Display* const connection = XOpenDisplay(nullptr);
+        GLXContext other = glXCreateContext(connection, visual, nullptr, True);
+        glXMakeCurrent(connection, window, other);
+        for (;;) {
+            glBegin(GL_TRIANGLES);
+            for (int i = 0; i < 3000; ++i)
+                glVertex2f(0, static_cast<float>(i));
+            glEnd();
+            glXSwapBuffers(connection, window);
+        }
+    }).detach();
+    for (int i = 0; i < 20; ++i)
+        frame();
+    std::exit(5);
+}
+
+// The connection is closed, its context and window with it, and another opened.
+void reconnects()
+{
+    for (int i = 0; i < 5; ++i) {
+        frame();
+        glXMakeCurrent(dpy, None, nullptr);
+        XCloseDisplay(dpy);
+        dpy = XOpenDisplay(nullptr);
+        int attributes[] = {GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 8, GLX_DEPTH_SIZE, 16, None};
+        visual = glXChooseVisual(dpy, DefaultScreen(dpy), attributes);
+        window = openWindow();
+        context = glXCreateContext(dpy, visual, nullptr, True);
+        tell("current", glXMakeCurrent(dpy, window, context));
+    }
+    frame();
+    tellError("reconnects");
+}
+
 const struct {
     const char* name;
     void (*run)();
 } programs[] = {
-    {"still", still},     {"refusals", refusals},   {"within", within},   {"buffers", buffers},
-    {"sharing", sharing}, {"destroyed", destroyed}, {"shaders", shaders}, {"forks", forks},
-    {"figures", figures}, {"openList", openList},
+    {"still", still},     {"refusals", refusals},     {"within", within},   {"buffers", buffers},
+    {"sharing", sharing}, {"destroyed", destroyed},   {"shaders", shaders}, {"forks", forks},
+    {"figures", figures}, {"openList", openList},     {"hides", hides},     {"closes", closes},
+    {"exits", exits},     {"reconnects", reconnects},
 };
 
 } // namespace
