@@ -60,7 +60,7 @@ long mostApartPlaying(const Strings& options)
     job.client.insert(job.client.end(), options.begin(), options.end());
     const Ending ending = run(job);
     EXPECT_EQ(ending.status, 0) << ending.err;
-
+    expectSaid(ending, "BAD OPCODE", 0);
     return mostApart(shown, 40);
 }
 
