@@ -2,6 +2,7 @@
 // the OpenGL library alone is the recording one.
 #include "support/serverState.h"
 
+#include "coding/clientMemory.h"
 #include "coding/decoder.h"
 #include "coding/display/banner.h"
 #include "coding/displayConfig.h"
@@ -158,6 +159,15 @@ TEST_F(Glx, AReleaseKeepsTheCurrentDrawable)
                  "failed: currDrawableInfo->lctx, file");
     EXPECT_DEATH(walk("glXMakeContextCurrent i:16 z:8 i:51 i:51 i:8 z:24"),
                  "failed: rldi->lctx, file");
+}
+
+TEST_F(Glx, AMakeCurrentThatIsRefusedLeavesTheClientState)
+{
+    run(createContext + makeCurrent(640, 480) + "glEnableClientState i:0x8074");
+    EXPECT_EQ(clientMemory::drawable, 0) << "the array lacks an address";
+    recorder.results[Op::glXMakeCurrent] = 0;
+    run("glXCreateContext i:16 i:34 i:0 i:10 i:1 glXMakeCurrent i:16 i:34 i:51 i:10 z:24");
+    EXPECT_EQ(clientMemory::drawable, 0);
 }
 
 TEST_F(Glx, ASeparateReadDrawableGetsAWindowToo)
