@@ -167,7 +167,7 @@ TEST_P(Captured, LooksLikeTheProgramsOwnWindow)
 
 INSTANTIATE_TEST_SUITE_P(Scenes, Captured,
                          testing::Values("arrays", "multitexture", "images", "lists", "rasters",
-                                         "lines", "seams", "unseen", "single", "modern"),
+                                         "lines", "seams", "boxes", "unseen", "single", "modern"),
                          [](const auto& test) { return std::string(test.param); });
 
 // ---- Small programs, beside themselves alone ---------------------------------------------------

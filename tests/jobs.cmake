@@ -1,9 +1,9 @@
 # Whole jobs: a client of bare messages beside real servers.
 add_executable(jobClient jobClient.cpp)
-target_link_libraries(jobClient PRIVATE mosa_settings mosa_mpi ZLIB::ZLIB)
+target_link_libraries(jobClient PRIVATE mosa_settings mosa_mpi)
 
 add_library(jobOverload MODULE jobOverload.cpp)
-target_link_libraries(jobOverload PRIVATE mosa_settings ZLIB::ZLIB)
+target_link_libraries(jobOverload PRIVATE mosa_settings)
 set_target_properties(jobOverload PROPERTIES PREFIX ""
     LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
 

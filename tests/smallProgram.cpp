@@ -163,7 +163,8 @@ void buffers()
     glBufferData(GL_ARRAY_BUFFER, sizeof triangle, nullptr, GL_STATIC_DRAW);
     glBufferData(GL_ARRAY_BUFFER, -1, nullptr, GL_STATIC_DRAW);
     tellError("size");
-    glBufferSubData(GL_ARRAY_BUFFER, 20, 8, triangle);
+    const std::vector<char> large(1 << 20, 7);
+    glBufferSubData(GL_ARRAY_BUFFER, 20, 1 << 20, large.data());
     tellError("beyond");
     void* const mapped = glMapBuffer(GL_ARRAY_BUFFER, GL_READ_WRITE);
     GLint is = -1;
@@ -186,12 +187,20 @@ void buffers()
         tell("copied", static_cast<long>(f * 10));
     // Drawn from the copy, pixels from a third.
     glBindBuffer(GL_ARRAY_BUFFER, names[1]);
+    glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
     glVertexPointer(2, GL_FLOAT, 0, nullptr);
+    glPopClientAttrib();
     glBindBuffer(GL_ARRAY_BUFFER, 0);
     glEnableClientState(GL_VERTEX_ARRAY);
+    glPushClientAttrib(GL_CLIENT_VERTEX_ARRAY_BIT);
+    glDisableClientState(GL_VERTEX_ARRAY);
+    glPushClientAttrib(GL_CLIENT_VERTEX_ARRAY_BIT);
+    glPopClientAttrib();
+    glPopClientAttrib();
     glClear(GL_COLOR_BUFFER_BIT);
     glColor3f(1, 0.5F, 0);
-    glDrawArrays(GL_TRIANGLES, 0, 3);
+    const GLubyte indices[] = {0, 1, 2};
+    glDrawElements(GL_TRIANGLES, 3, GL_UNSIGNED_BYTE, indices);
     glDisableClientState(GL_VERTEX_ARRAY);
     std::vector<unsigned char> pixels(64 * 64 * 4, 200);
     GLuint unpack = 0;
@@ -304,7 +313,7 @@ void forks()
     frame();
 }
 
-// Windows and contexts come and go.
+// Windows and contexts come and go, and the names in them: the last has no texture of its own.
 void figures()
 {
     for (int i = 0; i < 70; ++i) {
@@ -314,7 +323,14 @@ void figures()
         window = openWindow();
         context = glXCreateContext(dpy, visual, nullptr, True);
         glXMakeCurrent(dpy, window, context);
+        glEnable(GL_TEXTURE_2D);
+        glBindTexture(GL_TEXTURE_2D, 5);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        const GLubyte green[] = {0, 255, 0, 255};
+        if (i < 69)
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, green);
         frame();
+        glBindTexture(GL_TEXTURE_2D, 1);
     }
     tellError("figures");
 }
@@ -326,7 +342,7 @@ void openList()
     glNewList(3, GL_COMPILE);
     glColor3f(0, 1, 0);
     glXMakeCurrent(dpy, window, other);
-    glColor3f(1, 0, 0);
+    glScalef(0.5F, 0.5F, 1);
     tell("no list", get(GL_LIST_INDEX));
     glXMakeCurrent(dpy, window, context);
     tell("list", get(GL_LIST_INDEX));
