@@ -38,8 +38,8 @@ MPI_Status* st; // for MPI_Testany; only grows
 MPI_Request* peerSendRequests; // nNodes each
 MPI_Request* peerRecvRequests;
 
-bool coresAreFew; // fewer than two for each task of this machine: what polls takes them from what
-                  // draws
+// Fewer than two for each task of this machine: what polls takes them from what draws.
+bool coresAreFew;
 
 /// An environment variable's decimal value; 0 when it is not set or no number.
 int numberFromEnvironment(const char* name)

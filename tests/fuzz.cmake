@@ -2,8 +2,9 @@
 # system library that only touches the memory that it is handed. clang 17 or later compiles it, with
 # sanitizers of its own, so that a build with sanitizers need not have it again. Where there is no such
 # clang, the cases that fuzzing found are replayed as the build's own compiler makes them.
+option(MOSA_FUZZ "Fuzz the decoder, and replay what fuzzing found" ON)
 find_program(FUZZ_COMPILER NAMES clang++-19 clang++-18 clang++-17)
-if(FUZZ_COMPILER AND MOSA_SANITIZE)
+if(NOT MOSA_FUZZ OR (FUZZ_COMPILER AND MOSA_SANITIZE))
     return()
 endif()
 set(FUZZ_SEEDS ${CMAKE_CURRENT_BINARY_DIR}/seeds)
