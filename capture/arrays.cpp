@@ -231,23 +231,23 @@ void interleavedArrays(GLenum format, GLsizei stride, const void* data)
 
 void installArrays()
 {
-    install("glVertexPointer", sizedPointer<Op::glVertexPointer>);
-    install("glColorPointer", sizedPointer<Op::glColorPointer>);
-    install("glTexCoordPointer", sizedPointer<Op::glTexCoordPointer>);
-    install("glSecondaryColorPointer", sizedPointer<Op::glSecondaryColorPointer>);
-    install("glSecondaryColorPointerEXT", sizedPointer<Op::glSecondaryColorPointer>);
-    install("glNormalPointer", typedPointer<Op::glNormalPointer, 3>);
-    install("glIndexPointer", typedPointer<Op::glIndexPointer, 1>);
-    install("glFogCoordPointer", typedPointer<Op::glFogCoordPointer, 1>);
-    install("glFogCoordPointerEXT", typedPointer<Op::glFogCoordPointer, 1>);
-    install("glEdgeFlagPointer", edgeFlagPointer);
-    install("glVertexPointerEXT", sizedPointerEXT<Op::glVertexPointer>);
-    install("glColorPointerEXT", sizedPointerEXT<Op::glColorPointer>);
-    install("glTexCoordPointerEXT", sizedPointerEXT<Op::glTexCoordPointer>);
-    install("glNormalPointerEXT", typedPointerEXT<Op::glNormalPointer, 3>);
-    install("glIndexPointerEXT", typedPointerEXT<Op::glIndexPointer, 1>);
-    install("glEdgeFlagPointerEXT", edgeFlagPointerEXT);
-    install("glVertexAttribPointerARB", vertexAttribPointer);
+    install<Op::glVertexPointer>(sizedPointer<Op::glVertexPointer>);
+    install<Op::glColorPointer>(sizedPointer<Op::glColorPointer>);
+    install<Op::glTexCoordPointer>(sizedPointer<Op::glTexCoordPointer>);
+    install<Op::glSecondaryColorPointer>(sizedPointer<Op::glSecondaryColorPointer>);
+    install<Op::glSecondaryColorPointerEXT>(sizedPointer<Op::glSecondaryColorPointer>);
+    install<Op::glNormalPointer>(typedPointer<Op::glNormalPointer, 3>);
+    install<Op::glIndexPointer>(typedPointer<Op::glIndexPointer, 1>);
+    install<Op::glFogCoordPointer>(typedPointer<Op::glFogCoordPointer, 1>);
+    install<Op::glFogCoordPointerEXT>(typedPointer<Op::glFogCoordPointer, 1>);
+    install<Op::glEdgeFlagPointer>(edgeFlagPointer);
+    install<Op::glVertexPointerEXT>(sizedPointerEXT<Op::glVertexPointer>);
+    install<Op::glColorPointerEXT>(sizedPointerEXT<Op::glColorPointer>);
+    install<Op::glTexCoordPointerEXT>(sizedPointerEXT<Op::glTexCoordPointer>);
+    install<Op::glNormalPointerEXT>(typedPointerEXT<Op::glNormalPointer, 3>);
+    install<Op::glIndexPointerEXT>(typedPointerEXT<Op::glIndexPointer, 1>);
+    install<Op::glEdgeFlagPointerEXT>(edgeFlagPointerEXT);
+    install<Op::glVertexAttribPointerARB>(vertexAttribPointer);
     // By the core's names too, whose functions are the same: then nobody may have asked for the
     // extension's.
     for (const auto& [op, name] :
@@ -256,16 +256,16 @@ void installArrays()
           {Op::glDisableVertexAttribArrayARB, "glDisableVertexAttribArrayARB"}})
         if (!nativeTable[indexOf(op)])
             nativeTable[indexOf(op)] = nativeByName(name);
-    install("glVertexAttribPointer", vertexAttribPointer);
-    install("glEnableVertexAttribArray", enableAttribute<Op::glEnableVertexAttribArrayARB>);
-    install("glDisableVertexAttribArray", enableAttribute<Op::glDisableVertexAttribArrayARB>);
-    install("glEnableVertexAttribArrayARB", enableAttribute<Op::glEnableVertexAttribArrayARB>);
-    install("glDisableVertexAttribArrayARB", enableAttribute<Op::glDisableVertexAttribArrayARB>);
-    install("glEnableClientState", enableArray<Op::glEnableClientState>);
-    install("glDisableClientState", enableArray<Op::glDisableClientState>);
-    install("glClientActiveTexture", activeUnit<Op::glClientActiveTexture>);
-    install("glClientActiveTextureARB", activeUnit<Op::glClientActiveTextureARB>);
-    install("glPushClientAttrib", pushClientAttrib);
-    install("glPopClientAttrib", popClientAttrib);
-    install("glInterleavedArrays", interleavedArrays);
+    installOther("glVertexAttribPointer", vertexAttribPointer);
+    installOther("glEnableVertexAttribArray", enableAttribute<Op::glEnableVertexAttribArrayARB>);
+    installOther("glDisableVertexAttribArray", enableAttribute<Op::glDisableVertexAttribArrayARB>);
+    install<Op::glEnableVertexAttribArrayARB>(enableAttribute<Op::glEnableVertexAttribArrayARB>);
+    install<Op::glDisableVertexAttribArrayARB>(enableAttribute<Op::glDisableVertexAttribArrayARB>);
+    install<Op::glEnableClientState>(enableArray<Op::glEnableClientState>);
+    install<Op::glDisableClientState>(enableArray<Op::glDisableClientState>);
+    install<Op::glClientActiveTexture>(activeUnit<Op::glClientActiveTexture>);
+    install<Op::glClientActiveTextureARB>(activeUnit<Op::glClientActiveTextureARB>);
+    install<Op::glPushClientAttrib>(pushClientAttrib);
+    install<Op::glPopClientAttrib>(popClientAttrib);
+    install<Op::glInterleavedArrays>(interleavedArrays);
 }

@@ -245,18 +245,18 @@ void installBufferObjects()
 {
     for (const char* suffix : {"", "ARB"}) {
         const auto name = [suffix](const char* stem) { return std::string(stem) + suffix; };
-        install(name("glBindBuffer"), bindBuffer);
-        install(name("glBufferData"), bufferData);
-        install(name("glBufferSubData"), bufferSubData);
-        install(name("glMapBuffer"), mapBuffer);
-        install(name("glUnmapBuffer"), unmapBuffer);
-        install(name("glDeleteBuffers"), deleteBuffers);
+        installOther(name("glBindBuffer"), bindBuffer);
+        installOther(name("glBufferData"), bufferData);
+        installOther(name("glBufferSubData"), bufferSubData);
+        installOther(name("glMapBuffer"), mapBuffer);
+        installOther(name("glUnmapBuffer"), unmapBuffer);
+        installOther(name("glDeleteBuffers"), deleteBuffers);
         for (const char* nodesOwn :
              {"glGenBuffers", "glIsBuffer", "glGetBufferSubData", "glGetBufferParameteriv",
               "glGetBufferPointerv", "glGenQueries", "glDeleteQueries", "glIsQuery", "glBeginQuery",
               "glEndQuery", "glGetQueryiv", "glGetQueryObjectiv", "glGetQueryObjectuiv"})
-            install(name(nodesOwn), NativeEntry{});
+            installOther(name(nodesOwn), NativeEntry{});
     }
-    install("glBufferStorage", bufferStorage);
-    install("glMapBufferRange", mapBufferRange);
+    installOther("glBufferStorage", bufferStorage);
+    installOther("glMapBufferRange", mapBufferRange);
 }

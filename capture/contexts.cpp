@@ -1,4 +1,5 @@
 #include "capture/contexts.h"
+#include "capture/connections.h"
 #include "capture/entries.h"
 #include "capture/shownWindow.h"
 #include "capture/stream.h"
@@ -44,6 +45,7 @@ bool hasContext() { return current; }
 
 void addContext(NewContext created)
 {
+    watchConnection(created.dpy);
     const std::lock_guard lock(streamLock);
     const auto found = contexts.find(created.shared);
     ShareGroup* group = found != contexts.end() ? found->second->group : new ShareGroup{};
@@ -87,10 +89,10 @@ void leaveGroup(Context& c)
     if (--group->members > 0)
         return;
     if (group->onWall && shownWindow == group->window) {
+        shownWindow = 0;
         // Another context may draw into it next.
         if (capturing && !windowState(displayNameOf(c), group->window, true).viewable)
-            sendBlack(*group);
-        shownWindow = 0;
+            tellShown(c);
     }
     if (wallCurrent.group == group)
         wallCurrent = {};
@@ -108,17 +110,43 @@ void forget(Context& c)
 
 } // namespace
 
+namespace {
+
+// One that is current somewhere lives until it is released.
+void retire(std::unique_ptr<Context> context)
+{
+    if (context->isCurrent) {
+        context->destroyed = true;
+        retired.push_back(std::move(context));
+    } else
+        forget(*context);
+}
+
+} // namespace
+
+void connectionIsGone(const Display* dpy)
+{
+    const std::lock_guard lock(streamLock);
+    for (auto one = contexts.begin(); one != contexts.end();) {
+        if (one->second->dpy != dpy) {
+            ++one;
+            continue;
+        }
+        retire(std::move(one->second));
+        one = contexts.erase(one);
+    }
+    for (const auto& context : retired)
+        if (context->dpy == dpy)
+            context->dpy = nullptr;
+}
+
 void removeContext(NativeContext native)
 {
     const std::lock_guard lock(streamLock);
     const auto found = contexts.find(native);
     if (found == contexts.end())
         return;
-    if (found->second->isCurrent) {
-        found->second->destroyed = true; // it lives until it is released
-        retired.push_back(std::move(found->second));
-    } else
-        forget(*found->second);
+    retire(std::move(found->second));
     contexts.erase(found);
 }
 

@@ -76,6 +76,9 @@ void endAttributes(std::vector<int>& list, int samples);
 /// The context is not to be used again; its record goes when it is current nowhere.
 void removeContext(NativeContext native);
 
+/// The program has closed a connection, which takes its contexts along.
+void connectionIsGone(const Display* dpy);
+
 /// The node's library has made a context current in this thread, with a window or (0) something
 /// that is none. A null context: none is.
 void contextIsCurrent(NativeContext native, unsigned long window);

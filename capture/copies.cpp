@@ -132,15 +132,15 @@ void copyPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum type)
 
 void installCopies()
 {
-    install("glCopyTexImage1D", copyTexImage1D);
-    install("glCopyTexImage2D", copyTexImage2D);
-    install("glCopyTexSubImage1D", copyTexSubImage1D);
-    install("glCopyTexSubImage2D", copyTexSubImage2D);
-    install("glCopyTexSubImage3D", copyTexSubImage3D);
-    install("glCopyTexImage1DEXT", copyTexImage1D);
-    install("glCopyTexImage2DEXT", copyTexImage2D);
-    install("glCopyTexSubImage1DEXT", copyTexSubImage1D);
-    install("glCopyTexSubImage2DEXT", copyTexSubImage2D);
-    install("glCopyTexSubImage3DEXT", copyTexSubImage3D);
-    install("glCopyPixels", copyPixels);
+    install<Op::glCopyTexImage1D>(copyTexImage1D);
+    install<Op::glCopyTexImage2D>(copyTexImage2D);
+    install<Op::glCopyTexSubImage1D>(copyTexSubImage1D);
+    install<Op::glCopyTexSubImage2D>(copyTexSubImage2D);
+    install<Op::glCopyTexSubImage3D>(copyTexSubImage3D);
+    install<Op::glCopyTexImage1DEXT>(copyTexImage1D);
+    install<Op::glCopyTexImage2DEXT>(copyTexImage2D);
+    install<Op::glCopyTexSubImage1DEXT>(copyTexSubImage1D);
+    install<Op::glCopyTexSubImage2DEXT>(copyTexSubImage2D);
+    install<Op::glCopyTexSubImage3DEXT>(copyTexSubImage3D);
+    install<Op::glCopyPixels>(copyPixels);
 }

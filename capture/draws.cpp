@@ -415,15 +415,15 @@ void multiDrawElements(GLenum mode, const GLsizei* count, GLenum type, const voi
 
 void installDraws()
 {
-    install("glArrayElement", arrayElement);
-    install("glArrayElementEXT", arrayElement);
-    install("glDrawArrays", drawArrays<Op::glDrawArrays>);
-    install("glDrawArraysEXT", drawArrays<Op::glDrawArraysEXT>);
-    install("glDrawElements", drawElements);
-    install("glDrawRangeElements", drawRangeElements<Op::glDrawRangeElements>);
-    install("glDrawRangeElementsEXT", drawRangeElements<Op::glDrawRangeElementsEXT>);
-    install("glMultiDrawArrays", multiDrawArrays<Op::glMultiDrawArrays>);
-    install("glMultiDrawArraysEXT", multiDrawArrays<Op::glMultiDrawArraysEXT>);
-    install("glMultiDrawElements", multiDrawElements<Op::glMultiDrawElements>);
-    install("glMultiDrawElementsEXT", multiDrawElements<Op::glMultiDrawElementsEXT>);
+    install<Op::glArrayElement>(arrayElement);
+    install<Op::glArrayElementEXT>(arrayElement);
+    install<Op::glDrawArrays>(drawArrays<Op::glDrawArrays>);
+    install<Op::glDrawArraysEXT>(drawArrays<Op::glDrawArraysEXT>);
+    install<Op::glDrawElements>(drawElements);
+    install<Op::glDrawRangeElements>(drawRangeElements<Op::glDrawRangeElements>);
+    install<Op::glDrawRangeElementsEXT>(drawRangeElements<Op::glDrawRangeElementsEXT>);
+    install<Op::glMultiDrawArrays>(multiDrawArrays<Op::glMultiDrawArrays>);
+    install<Op::glMultiDrawArraysEXT>(multiDrawArrays<Op::glMultiDrawArraysEXT>);
+    install<Op::glMultiDrawElements>(multiDrawElements<Op::glMultiDrawElements>);
+    install<Op::glMultiDrawElementsEXT>(multiDrawElements<Op::glMultiDrawElementsEXT>);
 }

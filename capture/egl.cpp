@@ -260,19 +260,19 @@ NativeEntry getProcAddress(const char* name) { return entryFor(name); }
 
 void installEgl()
 {
-    install("eglGetDisplay", getDisplay);
-    install("eglGetPlatformDisplay", getPlatformDisplay);
-    install("eglGetPlatformDisplayEXT", getPlatformDisplayEXT);
-    install("eglCreateWindowSurface", createWindowSurface);
-    install("eglCreatePlatformWindowSurface", createPlatformWindowSurface);
-    install("eglCreatePlatformWindowSurfaceEXT", createPlatformWindowSurfaceEXT);
-    install("eglDestroySurface", destroySurface);
-    install("eglCreateContext", createContext);
-    install("eglDestroyContext", destroyContext);
-    install("eglMakeCurrent", makeCurrent);
-    install("eglReleaseThread", releaseThread);
-    install("eglSwapBuffers", swapBuffers);
-    install("eglSwapBuffersWithDamageKHR", swapBuffersWithDamage<0>);
-    install("eglSwapBuffersWithDamageEXT", swapBuffersWithDamage<1>);
-    install("eglGetProcAddress", getProcAddress);
+    installOther("eglGetDisplay", getDisplay);
+    installOther("eglGetPlatformDisplay", getPlatformDisplay);
+    installOther("eglGetPlatformDisplayEXT", getPlatformDisplayEXT);
+    installOther("eglCreateWindowSurface", createWindowSurface);
+    installOther("eglCreatePlatformWindowSurface", createPlatformWindowSurface);
+    installOther("eglCreatePlatformWindowSurfaceEXT", createPlatformWindowSurfaceEXT);
+    installOther("eglDestroySurface", destroySurface);
+    installOther("eglCreateContext", createContext);
+    installOther("eglDestroyContext", destroyContext);
+    installOther("eglMakeCurrent", makeCurrent);
+    installOther("eglReleaseThread", releaseThread);
+    installOther("eglSwapBuffers", swapBuffers);
+    installOther("eglSwapBuffersWithDamageKHR", swapBuffersWithDamage<0>);
+    installOther("eglSwapBuffersWithDamageEXT", swapBuffersWithDamage<1>);
+    installOther("eglGetProcAddress", getProcAddress);
 }

@@ -13,6 +13,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
+NativeEntry installed[operationCount];
+
 namespace {
 
 // ---- Entries that follow from the layout -------------------------------------------------------
@@ -78,7 +80,7 @@ static_assert(sentAs(Op::glMultiTexCoord4svARB) == Op::glMultiTexCoord4sv);
 template <Op op>
 constexpr NativeEntry entryOf()
 {
-    if constexpr (requires { typename PrototypeOf<op>::Type; } && !isLocal(op)) {
+    if constexpr (requires { typename PrototypeOf<op>::Type; } && effectOf<op> != Effect::own) {
         constexpr Op sent = sentAs(op);
         if constexpr (followsFromLayout<Prototype<op>, Layout<sent>>)
             return reinterpret_cast<NativeEntry>(&Entry<op, sent, Prototype<op>>::call);
@@ -101,10 +103,6 @@ std::unordered_map<std::string, Known>& known()
 
 void fillKnown()
 {
-#define OPERATION(number, name, ...) known()[#name] = {number, entryOf<Op::name>()};
-#define BY_HAND OPERATION
-#define UNPERFORMED OPERATION
-#include "wire/operations.def"
     installArrays();
     installBufferObjects();
     installDraws();
@@ -115,6 +113,11 @@ void fillKnown()
     installCopies();
     installGlx();
     installEgl();
+#define OPERATION(number, name, ...)                                                               \
+    known()[#name] = {number, installed[number] ? installed[number] : entryOf<Op::name>()};
+#define BY_HAND OPERATION
+#define UNPERFORMED OPERATION
+#include "wire/operations.def"
 }
 
 void sayUnseen(const char* name)
@@ -130,12 +133,7 @@ void missing() {}
 
 } // namespace
 
-void install(const std::string& name, NativeEntry entry)
-{
-    auto [place, added] = known().try_emplace(name, Known{-1, entry});
-    if (!added)
-        place->second.entry = entry;
-}
+void installOther(const std::string& name, NativeEntry entry) { known()[name] = {-1, entry}; }
 
 namespace {
 

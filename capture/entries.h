@@ -2,8 +2,8 @@
 // writes its record and then calls the node's own function.
 #pragma once
 
-#include "capture/effects.h"
 #include "capture/native.h"
+#include "capture/rows.h"
 
 #include <cstdint>
 #include <string>
@@ -25,13 +25,23 @@ ExportedCall callOfExport(const char* name, std::uintptr_t first, std::uintptr_t
 /// The exported function of a name, or null.
 NativeEntry exportedEntry(std::string_view name);
 
-/// Puts an entry in place of the one that the layout gives. The two below install those of their
+/// The entries of operations that need more than their layout gives.
+extern NativeEntry installed[operationCount];
+
+/// Puts an entry in place of the one that the layout gives. Those below install what is in their
 /// files.
-void install(const std::string& name, NativeEntry entry);
-template <class F>
-void install(const std::string& name, F* entry)
+template <Op op>
+void install(Prototype<op>* entry)
 {
-    install(name, reinterpret_cast<NativeEntry>(entry));
+    installed[indexOf(op)] = reinterpret_cast<NativeEntry>(entry);
+}
+
+/// The same for what is no operation of the wire. A null entry: the node's own.
+void installOther(const std::string& name, NativeEntry entry);
+template <class F>
+void installOther(const std::string& name, F* entry)
+{
+    installOther(name, reinterpret_cast<NativeEntry>(entry));
 }
 void installArrays();
 void installBufferObjects();

@@ -142,4 +142,4 @@ void useXFont(Font id, int first, int count, int listBase)
 
 } // namespace
 
-void installFonts() { install("glXUseXFont", useXFont); }
+void installFonts() { install<Op::glXUseXFont>(useXFont); }

@@ -266,34 +266,34 @@ NativeEntry getProcAddress(const GLubyte* name)
 
 void installGlx()
 {
-    install("glXCreateContext", createContext);
-    install("glXCreateNewContext", createNewContext);
-    install("glXCreateContextWithConfigSGIX", createContextWithConfig);
-    install("glXCreateContextAttribsARB", createContextAttribs);
-    install("glXDestroyContext", destroyContext);
-    install("glXMakeCurrent", glxMakeCurrent);
-    install("glXMakeContextCurrent", makeContextCurrent<Op::glXMakeContextCurrent>);
-    install("glXMakeCurrentReadSGI", makeContextCurrent<Op::glXMakeCurrentReadSGI>);
-    install("glXSwapBuffers", swapBuffers);
-    install("glXSwapBuffersMscOML", swapBuffersMsc);
-    install("glXCreateWindow", createWindow);
-    install("glXDestroyWindow", destroyWindow);
-    install("glXCreatePbuffer",
-            createOther<Op::glXCreatePbuffer, GLXPbuffer, Display*, GLXFBConfig, const int*>);
-    install("glXDestroyPbuffer", destroyOther<Op::glXDestroyPbuffer>);
-    install("glXCreatePixmap",
-            createOther<Op::glXCreatePixmap, GLXPixmap, Display*, GLXFBConfig, Pixmap, const int*>);
-    install("glXDestroyPixmap", destroyOther<Op::glXDestroyPixmap>);
-    install("glXCreateGLXPixmap",
-            createOther<Op::glXCreateGLXPixmap, GLXPixmap, Display*, XVisualInfo*, Pixmap>);
-    install("glXDestroyGLXPixmap", destroyOther<Op::glXDestroyGLXPixmap>);
-    install("glXCreateGLXPbufferSGIX",
-            createOther<Op::glXCreateGLXPbufferSGIX, GLXPbuffer, Display*, GLXFBConfig, unsigned,
-                        unsigned, int*>);
-    install("glXDestroyGLXPbufferSGIX", destroyOther<Op::glXDestroyGLXPbufferSGIX>);
-    install("glXQueryExtensionsString", queryExtensionsString);
-    install("glXGetClientString", getClientString);
-    install("glXQueryServerString", queryServerString);
-    install("glXGetProcAddress", getProcAddress);
-    install("glXGetProcAddressARB", getProcAddress);
+    install<Op::glXCreateContext>(createContext);
+    install<Op::glXCreateNewContext>(createNewContext);
+    install<Op::glXCreateContextWithConfigSGIX>(createContextWithConfig);
+    installOther("glXCreateContextAttribsARB", createContextAttribs);
+    install<Op::glXDestroyContext>(destroyContext);
+    install<Op::glXMakeCurrent>(glxMakeCurrent);
+    install<Op::glXMakeContextCurrent>(makeContextCurrent<Op::glXMakeContextCurrent>);
+    install<Op::glXMakeCurrentReadSGI>(makeContextCurrent<Op::glXMakeCurrentReadSGI>);
+    install<Op::glXSwapBuffers>(swapBuffers);
+    installOther("glXSwapBuffersMscOML", swapBuffersMsc);
+    install<Op::glXCreateWindow>(createWindow);
+    install<Op::glXDestroyWindow>(destroyWindow);
+    install<Op::glXCreatePbuffer>(
+        createOther<Op::glXCreatePbuffer, GLXPbuffer, Display*, GLXFBConfig, const int*>);
+    install<Op::glXDestroyPbuffer>(destroyOther<Op::glXDestroyPbuffer>);
+    install<Op::glXCreatePixmap>(
+        createOther<Op::glXCreatePixmap, GLXPixmap, Display*, GLXFBConfig, Pixmap, const int*>);
+    install<Op::glXDestroyPixmap>(destroyOther<Op::glXDestroyPixmap>);
+    install<Op::glXCreateGLXPixmap>(
+        createOther<Op::glXCreateGLXPixmap, GLXPixmap, Display*, XVisualInfo*, Pixmap>);
+    install<Op::glXDestroyGLXPixmap>(destroyOther<Op::glXDestroyGLXPixmap>);
+    install<Op::glXCreateGLXPbufferSGIX>(
+        createOther<Op::glXCreateGLXPbufferSGIX, GLXPbuffer, Display*, GLXFBConfig, unsigned,
+                    unsigned, int*>);
+    install<Op::glXDestroyGLXPbufferSGIX>(destroyOther<Op::glXDestroyGLXPbufferSGIX>);
+    install<Op::glXQueryExtensionsString>(queryExtensionsString);
+    install<Op::glXGetClientString>(getClientString);
+    install<Op::glXQueryServerString>(queryServerString);
+    install<Op::glXGetProcAddress>(getProcAddress);
+    install<Op::glXGetProcAddressARB>(getProcAddress);
 }

@@ -1,7 +1,7 @@
 // Records of operations that take pixels.
 #pragma once
 
-#include "capture/effects.h"
+#include "capture/rows.h"
 
 /// Records an operation with `bytes` bytes of pixels, which `fill` writes to the place that it is
 /// given; `none` when there are no pixels.

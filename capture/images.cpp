@@ -323,40 +323,43 @@ struct Compressed<op, native, void(P...)> {
     static void call(P... p) { compressed<op, native>(p...); }
 };
 
+template <Op core, Op extension>
+void installCompressed()
+{
+    install<core>(Compressed<core, core>::call);
+    install<extension>(Compressed<core, extension>::call);
+}
+
 } // namespace
 
 void installImages()
 {
-    install("glTexImage1D", texImage1D);
-    install("glTexImage2D", texImage2D);
-    install("glTexImage3D", texImage3D<Op::glTexImage3D, GLint>);
-    install("glTexImage3DEXT", texImage3D<Op::glTexImage3DEXT, GLenum>);
-    install("glTexSubImage1D", texSubImage1D<Op::glTexSubImage1D>);
-    install("glTexSubImage2D", texSubImage2D<Op::glTexSubImage2D>);
-    install("glTexSubImage3D", texSubImage3D<Op::glTexSubImage3D>);
-    install("glTexSubImage1DEXT", texSubImage1D<Op::glTexSubImage1DEXT>);
-    install("glTexSubImage2DEXT", texSubImage2D<Op::glTexSubImage2DEXT>);
-    install("glTexSubImage3DEXT", texSubImage3D<Op::glTexSubImage3DEXT>);
-    install("glDrawPixels", drawPixels);
-    install("glBitmap", bitmap);
-    install("glPolygonStipple", polygonStipple);
-    install("glColorTable", colorTable<Op::glColorTable>);
-    install("glColorTableEXT", colorTable<Op::glColorTableEXT>);
-    install("glColorSubTable", colorSubTable);
-    install("glConvolutionFilter1D", convolutionFilter1D);
-    install("glConvolutionFilter2D", convolutionFilter2D);
-    install("glSeparableFilter2D", separableFilter2D);
-    install("glPixelMapfv", pixelMap<Op::glPixelMapfv, GLfloat>);
-    install("glPixelMapuiv", pixelMap<Op::glPixelMapuiv, GLuint>);
-    install("glPixelMapusv", pixelMap<Op::glPixelMapusv, GLushort>);
-#define COMPRESSED(name)                                                                           \
-    install(#name, Compressed<Op::name, Op::name>::call);                                          \
-    install(#name "ARB", Compressed<Op::name, Op::name##ARB>::call);
-    COMPRESSED(glCompressedTexImage1D)
-    COMPRESSED(glCompressedTexImage2D)
-    COMPRESSED(glCompressedTexImage3D)
-    COMPRESSED(glCompressedTexSubImage1D)
-    COMPRESSED(glCompressedTexSubImage2D)
-    COMPRESSED(glCompressedTexSubImage3D)
-#undef COMPRESSED
+    install<Op::glTexImage1D>(texImage1D);
+    install<Op::glTexImage2D>(texImage2D);
+    install<Op::glTexImage3D>(texImage3D<Op::glTexImage3D, GLint>);
+    install<Op::glTexImage3DEXT>(texImage3D<Op::glTexImage3DEXT, GLenum>);
+    install<Op::glTexSubImage1D>(texSubImage1D<Op::glTexSubImage1D>);
+    install<Op::glTexSubImage2D>(texSubImage2D<Op::glTexSubImage2D>);
+    install<Op::glTexSubImage3D>(texSubImage3D<Op::glTexSubImage3D>);
+    install<Op::glTexSubImage1DEXT>(texSubImage1D<Op::glTexSubImage1DEXT>);
+    install<Op::glTexSubImage2DEXT>(texSubImage2D<Op::glTexSubImage2DEXT>);
+    install<Op::glTexSubImage3DEXT>(texSubImage3D<Op::glTexSubImage3DEXT>);
+    install<Op::glDrawPixels>(drawPixels);
+    install<Op::glBitmap>(bitmap);
+    install<Op::glPolygonStipple>(polygonStipple);
+    install<Op::glColorTable>(colorTable<Op::glColorTable>);
+    install<Op::glColorTableEXT>(colorTable<Op::glColorTableEXT>);
+    install<Op::glColorSubTable>(colorSubTable);
+    install<Op::glConvolutionFilter1D>(convolutionFilter1D);
+    install<Op::glConvolutionFilter2D>(convolutionFilter2D);
+    install<Op::glSeparableFilter2D>(separableFilter2D);
+    install<Op::glPixelMapfv>(pixelMap<Op::glPixelMapfv, GLfloat>);
+    install<Op::glPixelMapuiv>(pixelMap<Op::glPixelMapuiv, GLuint>);
+    install<Op::glPixelMapusv>(pixelMap<Op::glPixelMapusv, GLushort>);
+    installCompressed<Op::glCompressedTexImage1D, Op::glCompressedTexImage1DARB>();
+    installCompressed<Op::glCompressedTexImage2D, Op::glCompressedTexImage2DARB>();
+    installCompressed<Op::glCompressedTexImage3D, Op::glCompressedTexImage3DARB>();
+    installCompressed<Op::glCompressedTexSubImage1D, Op::glCompressedTexSubImage1DARB>();
+    installCompressed<Op::glCompressedTexSubImage2D, Op::glCompressedTexSubImage2DARB>();
+    installCompressed<Op::glCompressedTexSubImage3D, Op::glCompressedTexSubImage3DARB>();
 }

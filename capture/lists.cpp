@@ -1,8 +1,8 @@
 #include "capture/lists.h"
 #include "capture/contexts.h"
-#include "capture/effects.h"
 #include "capture/native.h"
 #include "capture/raster.h"
+#include "capture/rows.h"
 #include "wire/sizes.h"
 
 #include <mutex>
@@ -15,38 +15,6 @@ std::mutex listsLock;
 
 constexpr int mostDepth = 64; // of calls, as OpenGL has it
 
-/// What the servers do at once when it is compiled.
-constexpr Op placed[] = {
-    Op::glBitmap,      Op::glDrawPixels,   Op::glCopyPixels,  Op::glViewport,
-    Op::glScissor,     Op::glMatrixMode,   Op::glFrustum,     Op::glOrtho,
-    Op::glWindowPos2d, Op::glWindowPos2dv, Op::glWindowPos2f, Op::glWindowPos2fv,
-    Op::glWindowPos2i, Op::glWindowPos2iv, Op::glWindowPos2s, Op::glWindowPos2sv,
-    Op::glWindowPos3d, Op::glWindowPos3dv, Op::glWindowPos3f, Op::glWindowPos3fv,
-    Op::glWindowPos3i, Op::glWindowPos3iv, Op::glWindowPos3s, Op::glWindowPos3sv,
-};
-
-/// And where the projection is the matrix that is meant.
-constexpr Op onMatrices[] = {
-    Op::glLoadIdentity, Op::glLoadMatrixd, Op::glLoadMatrixf, Op::glMultMatrixd, Op::glMultMatrixf,
-    Op::glRotated,      Op::glRotatef,     Op::glScaled,      Op::glScalef,      Op::glTranslated,
-    Op::glTranslatef,   Op::glPushMatrix,  Op::glPopMatrix,
-};
-
-struct Attributes {
-    bool placed[operationCount] = {};
-    bool onMatrix[operationCount] = {};
-};
-constexpr Attributes attributes = [] {
-    Attributes a;
-    for (const Op op : placed)
-        a.placed[indexOf(op)] = true;
-    for (int op = indexOf(Op::glRasterPos2d); op <= indexOf(Op::glRasterPos4sv); ++op)
-        a.placed[op] = true;
-    for (const Op op : onMatrices)
-        a.onMatrix[indexOf(op)] = true;
-    return a;
-}();
-
 struct Contents {
     bool placed = false, calls = false, bitmapsOnly = true;
 };
@@ -57,7 +25,9 @@ Contents contentsOf(const std::vector<unsigned char>& records, bool projection)
     Contents contents;
     eachRecord(records, [&](int opcode, const char* at, std::int64_t) {
         const Op op{static_cast<std::uint16_t>(opcode)};
-        contents.placed |= attributes.placed[opcode] || (projection && attributes.onMatrix[opcode]);
+        const Placed placed = rowOf(op).placed;
+        contents.placed |=
+            placed == Placed::always || (projection && placed == Placed::onProjection);
         if (op == Op::glPushAttrib)
             contents.placed |= (load<GLbitfield>(at + opcodeBytes) & placing) != 0;
         contents.bitmapsOnly &= op == Op::glBitmap;

@@ -73,6 +73,13 @@ CALLED_HERE(glXQueryExtensionsString)
 CALLED_HERE(glXMakeCurrentReadSGI)
 CALLED_HERE(glXCreateContextWithConfigSGIX)
 CALLED_HERE(glXQueryDrawable)
+CALLED_HERE(glXCreatePixmap)
+CALLED_HERE(glXDestroyPixmap)
+CALLED_HERE(glXCreateGLXPixmap)
+CALLED_HERE(glXDestroyGLXPixmap)
+CALLED_HERE(glXCreateGLXPbufferSGIX)
+CALLED_HERE(glXDestroyGLXPbufferSGIX)
+CALLED_HERE(glXGetProcAddressARB)
 #undef CALLED_HERE
 
 /// What the node's library answers; `otherwise` where it does not.

@@ -1,5 +1,5 @@
 #include "capture/passOn.h"
-#include "capture/effects.h"
+#include "capture/rows.h"
 #include "capture/stream.h"
 
 #include <algorithm>
@@ -11,7 +11,6 @@
 #include <utility>
 
 unsigned long shownWindow;
-WallCurrent wallCurrent;
 
 using Bytes = std::span<const unsigned char>;
 
@@ -21,20 +20,6 @@ constexpr std::size_t sharedTapeRoom = 1 << 20;
 constexpr std::size_t mostPending = 64 << 20;
 constexpr std::size_t mostUndecided = 16 << 20; // while draws are kept back, too
 constexpr std::size_t mostListRoom = 8 << 20;   // that a list is kept whole for
-
-constexpr auto effects = [] {
-    std::array<Effect, operationCount> all{};
-#define OPERATION(number, name, ...) all[number] = effectOf<Op::name>;
-#define BY_HAND OPERATION
-#define UNPERFORMED OPERATION
-#include "wire/operations.def"
-    // Sent with draws, and for them alone.
-    for (int op = indexOf(Op::glVertexPointer); op <= indexOf(Op::glEdgeFlagPointer); ++op)
-        all[static_cast<std::size_t>(op)] = Effect::draws;
-    for (const Op op : {Op::glFogCoordPointer, Op::glSecondaryColorPointer})
-        all[static_cast<std::size_t>(indexOf(op))] = Effect::draws;
-    return all;
-}();
 
 } // namespace
 
@@ -106,7 +91,7 @@ void dropDraws(ShareGroup& group, const Context& c)
         eachRecord(piece.records, [&](int opcode, const char* at, std::int64_t bytes) {
             const Op op{static_cast<std::uint16_t>(opcode)};
             inList |= op == Op::glNewList;
-            if (inList || effects[static_cast<std::size_t>(opcode)] != Effect::draws)
+            if (inList || rowOf(op).effect != Effect::draws)
                 kept.insert(kept.end(), at, at + bytes);
             inList &= op != Op::glEndList;
         });

@@ -3,6 +3,8 @@
 #pragma once
 
 #include "capture/shareGroup.h"
+#include "capture/stream.h"
+#include "client/captureProtocol.h"
 #include "client/programWindow.h"
 
 #include <span>
@@ -13,13 +15,6 @@ extern std::mutex streamLock;
 
 /// The program's window that the wall shows; 0: none.
 extern unsigned long shownWindow;
-
-/// What is current on the wall.
-struct WallCurrent {
-    const ShareGroup* group = nullptr;
-    std::uint32_t window = 0;
-};
-extern WallCurrent wallCurrent;
 
 inline constexpr AppDisplay wallDisplay = capturedDisplay;
 inline constexpr std::size_t tapeRoom = 256 << 10;

@@ -1,7 +1,7 @@
 #include "capture/pictures.h"
-#include "capture/effects.h"
 #include "capture/imageRecords.h"
 #include "capture/readBack.h"
+#include "capture/rows.h"
 
 #include <algorithm>
 #include <bit>

@@ -123,13 +123,7 @@ struct WindowPos<op, void(P...)> {
 template <template <Op, class> class Entry, int first, int... i>
 void installRow(std::integer_sequence<int, i...>)
 {
-    constexpr const char* names[] = {
-#define OPERATION(number, name, ...) #name,
-#define BY_HAND OPERATION
-#define UNPERFORMED OPERATION
-#include "wire/operations.def"
-    };
-    (install(names[first + i], Entry<Op{first + i}, Prototype<Op{first + i}>>::call), ...);
+    (install<Op{first + i}>(Entry<Op{first + i}, Prototype<Op{first + i}>>::call), ...);
 }
 
 template <template <Op, class> class Entry, Op first, Op last>

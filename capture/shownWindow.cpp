@@ -110,6 +110,8 @@ void sendOpening(const Context& c, const WallContext& taken)
     if (taken.newContext)
         encodeContext(out, window);
     encode<Op::glXMakeCurrent>(out, makeCurrentBlock(window));
+    if (wallWindows().size() > 1) // it may have been another's, below others
+        encode<Op::MWRaiseWindow>(out, Window{c.group->wallWindow});
     if (!taken.newContext)
         encodeReset(out, taken.leftOver);
     encode<Op::glPushAttrib>(out, GLbitfield{GL_ALL_ATTRIB_BITS});
@@ -149,6 +151,7 @@ void show(Context& c, const WindowState& state)
         group.pending.shrink_to_fit();
         group.pendingBytes = 0;
         framesWithMargins = buffersOfAWindow - 1;
+        tellShown(c);
         if (drawn && !c.asPicture)
             describeWindow(c);
         return;
@@ -161,10 +164,23 @@ void show(Context& c, const WindowState& state)
             sendBuffer(pieces, false);
         }
     }
+    tellShown(c);
     setEnds(c);
     describeWindow(c);
     framesWithMargins = buffersOfAWindow;
     recordMargins(c);
+}
+
+// What was shown is closed or hidden: the wall's process decides what is shown instead, until
+// another draws.
+void hide(Context& c)
+{
+    passOnTape(c, false);
+    if (wallCurrent.group != c.group || wallCurrent.window != c.group->wallWindow)
+        sendMakeCurrent(*c.group);
+    shownWindow = 0;
+    tellShown(c);
+    setEnds(c);
 }
 
 void resize(Context& c, const WindowState& state)
@@ -191,23 +207,34 @@ bool isWanted(const Context& c, const WindowState& state)
            std::int64_t{state.width} * state.height > std::int64_t{shown.width} * shown.height;
 }
 
+// A window around it may have been mapped or hidden, which nobody tells: how often that is asked.
+constexpr auto shownOften = std::chrono::milliseconds(250);
+constexpr auto hiddenOften = std::chrono::milliseconds(20);
+
+bool isDue(Clock::time_point& asked, Clock::duration often)
+{
+    if (Clock::now() - asked <= often)
+        return false;
+    asked = Clock::now();
+    return true;
+}
+
 void considerWindow(Context& c)
 {
+    static Clock::time_point askedShown, askedHidden;
     if (!capturing || !c.window || c.inList)
         return;
     if (isShown(c)) {
-        const WindowState& state = windowState(displayNameOf(c), c.window, false);
-        if (state.exists &&
-            (state.width != c.group->size.width || state.height != c.group->size.height))
+        const WindowState& state =
+            windowState(displayNameOf(c), c.window, isDue(askedShown, shownOften));
+        if (!state.viewable && !showsAll())
+            hide(c);
+        else if (state.exists &&
+                 (state.width != c.group->size.width || state.height != c.group->size.height))
             resize(c, state);
         return;
     }
-    // A window around it may have been mapped, which nobody tells.
-    static Clock::time_point asked;
-    constexpr auto often = std::chrono::milliseconds(20);
-    const bool anew = isUndecided(c) || Clock::now() - asked > often;
-    if (anew)
-        asked = Clock::now();
+    const bool anew = isUndecided(c) || isDue(askedHidden, hiddenOften);
     const WindowState state = windowState(displayNameOf(c), c.window, anew);
     if (!c.group->onWall && state.exists) // what is kept back depends on it
         c.group->size = {state.width, state.height};
@@ -216,6 +243,12 @@ void considerWindow(Context& c)
 }
 
 } // namespace
+
+void tellShown(const Context& c)
+{
+    sendShown(static_cast<std::uint32_t>(shownWindow), c.group->wallWindow, c.doubleBuffered,
+              displayNameOf(c));
+}
 
 void beginPicture(Context& c)
 {
@@ -242,16 +275,4 @@ void recordMarginsOfFrame(const Context& c)
         return;
     --framesWithMargins;
     recordMargins(c);
-}
-
-void sendBlack(const ShareGroup& group)
-{
-    CommandBuffer out;
-    encode<Op::glDisable>(out, GLenum{GL_SCISSOR_TEST});
-    encode<Op::glColorMask>(out, GLboolean{1}, GLboolean{1}, GLboolean{1}, GLboolean{1});
-    encode<Op::glClearColor>(out, 0.0F, 0.0F, 0.0F, 0.0F);
-    encode<Op::glClear>(out, GLbitfield{GL_COLOR_BUFFER_BIT});
-    encode<Op::glXSwapBuffers>(out, asParameter<Display*>(wallDisplay),
-                               GLXDrawable{group.wallWindow});
-    sendRecords(group, true, out, false);
 }

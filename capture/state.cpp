@@ -278,55 +278,55 @@ void pixelStore(GLenum name, T value)
 
 void installState()
 {
-    install("glActiveTexture", activeTexture<Op::glActiveTexture>);
-    install("glActiveTextureARB", activeTexture<Op::glActiveTextureARB>);
-    install("glBindTexture", bindTexture<Op::glBindTexture>);
-    install("glBindTextureEXT", bindTexture<Op::glBindTextureEXT>);
-    install("glBindProgramARB", bindProgram);
-    install("glViewport", viewport);
-    install("glScissor", scissor);
-    install("glEnable", enable<Op::glEnable>);
-    install("glDisable", enable<Op::glDisable>);
-    install("glPopAttrib", popAttrib);
-    install("glClear", clear);
-    install("glBegin", begin);
-    install("glEnd", end);
-    install("glListBase", listBase);
-    install("glNewList", newList);
-    install("glEndList", endCurrentList);
-    install("glCallList", callList);
-    install("glDeleteLists", deleteLists);
-    install("glCallLists", callLists);
-    install("glRenderMode", renderMode);
-    install("glDrawBuffer", drawBuffer);
-    install("glFlush", flush<Op::glFlush>);
-    install("glFinish", flush<Op::glFinish>);
-    install("glPixelStoref", pixelStore<Op::glPixelStoref, GLfloat>);
-    install("glPixelStorei", pixelStore<Op::glPixelStorei, GLint>);
-    install("glGetString", getString);
+    install<Op::glActiveTexture>(activeTexture<Op::glActiveTexture>);
+    install<Op::glActiveTextureARB>(activeTexture<Op::glActiveTextureARB>);
+    install<Op::glBindTexture>(bindTexture<Op::glBindTexture>);
+    install<Op::glBindTextureEXT>(bindTexture<Op::glBindTextureEXT>);
+    install<Op::glBindProgramARB>(bindProgram);
+    install<Op::glViewport>(viewport);
+    install<Op::glScissor>(scissor);
+    install<Op::glEnable>(enable<Op::glEnable>);
+    install<Op::glDisable>(enable<Op::glDisable>);
+    install<Op::glPopAttrib>(popAttrib);
+    install<Op::glClear>(clear);
+    install<Op::glBegin>(begin);
+    install<Op::glEnd>(end);
+    install<Op::glListBase>(listBase);
+    install<Op::glNewList>(newList);
+    install<Op::glEndList>(endCurrentList);
+    install<Op::glCallList>(callList);
+    install<Op::glDeleteLists>(deleteLists);
+    install<Op::glCallLists>(callLists);
+    install<Op::glRenderMode>(renderMode);
+    install<Op::glDrawBuffer>(drawBuffer);
+    install<Op::glFlush>(flush<Op::glFlush>);
+    install<Op::glFinish>(flush<Op::glFinish>);
+    install<Op::glPixelStoref>(pixelStore<Op::glPixelStoref, GLfloat>);
+    install<Op::glPixelStorei>(pixelStore<Op::glPixelStorei, GLint>);
+    install<Op::glGetString>(getString);
 
-    install("glLoadTransposeMatrixf",
-            transposed<Op::glLoadTransposeMatrixf, Op::glLoadMatrixf, GLfloat>);
-    install("glLoadTransposeMatrixd",
-            transposed<Op::glLoadTransposeMatrixd, Op::glLoadMatrixd, GLdouble>);
-    install("glMultTransposeMatrixf",
-            transposed<Op::glMultTransposeMatrixf, Op::glMultMatrixf, GLfloat>);
-    install("glMultTransposeMatrixd",
-            transposed<Op::glMultTransposeMatrixd, Op::glMultMatrixd, GLdouble>);
-    install("glLoadTransposeMatrixfARB",
-            transposed<Op::glLoadTransposeMatrixfARB, Op::glLoadMatrixf, GLfloat>);
-    install("glLoadTransposeMatrixdARB",
-            transposed<Op::glLoadTransposeMatrixdARB, Op::glLoadMatrixd, GLdouble>);
-    install("glMultTransposeMatrixfARB",
-            transposed<Op::glMultTransposeMatrixfARB, Op::glMultMatrixf, GLfloat>);
-    install("glMultTransposeMatrixdARB",
-            transposed<Op::glMultTransposeMatrixdARB, Op::glMultMatrixd, GLdouble>);
+    install<Op::glLoadTransposeMatrixf>(
+        transposed<Op::glLoadTransposeMatrixf, Op::glLoadMatrixf, GLfloat>);
+    install<Op::glLoadTransposeMatrixd>(
+        transposed<Op::glLoadTransposeMatrixd, Op::glLoadMatrixd, GLdouble>);
+    install<Op::glMultTransposeMatrixf>(
+        transposed<Op::glMultTransposeMatrixf, Op::glMultMatrixf, GLfloat>);
+    install<Op::glMultTransposeMatrixd>(
+        transposed<Op::glMultTransposeMatrixd, Op::glMultMatrixd, GLdouble>);
+    install<Op::glLoadTransposeMatrixfARB>(
+        transposed<Op::glLoadTransposeMatrixfARB, Op::glLoadMatrixf, GLfloat>);
+    install<Op::glLoadTransposeMatrixdARB>(
+        transposed<Op::glLoadTransposeMatrixdARB, Op::glLoadMatrixd, GLdouble>);
+    install<Op::glMultTransposeMatrixfARB>(
+        transposed<Op::glMultTransposeMatrixfARB, Op::glMultMatrixf, GLfloat>);
+    install<Op::glMultTransposeMatrixdARB>(
+        transposed<Op::glMultTransposeMatrixdARB, Op::glMultMatrixd, GLdouble>);
 
-    install("glMap1f", map1<Op::glMap1f, GLfloat>);
-    install("glMap1d", map1<Op::glMap1d, GLdouble>);
-    install("glMap2f", map2<Op::glMap2f, GLfloat>);
-    install("glMap2d", map2<Op::glMap2d, GLdouble>);
-    install("glProgramStringARB", programString);
-    install("glDeleteTexturesEXT", deleteTexturesEXT);
-    install("glPrioritizeTexturesEXT", prioritizeTexturesEXT);
+    install<Op::glMap1f>(map1<Op::glMap1f, GLfloat>);
+    install<Op::glMap1d>(map1<Op::glMap1d, GLdouble>);
+    install<Op::glMap2f>(map2<Op::glMap2f, GLfloat>);
+    install<Op::glMap2d>(map2<Op::glMap2d, GLdouble>);
+    install<Op::glProgramStringARB>(programString);
+    install<Op::glDeleteTexturesEXT>(deleteTexturesEXT);
+    install<Op::glPrioritizeTexturesEXT>(prioritizeTexturesEXT);
 }

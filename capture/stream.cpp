@@ -18,6 +18,7 @@
 
 CaptureOptions captureOptions;
 std::atomic<bool> capturing;
+WallCurrent wallCurrent;
 std::uint32_t firstHandle;
 
 namespace {
@@ -221,7 +222,7 @@ void sendMessage(CaptureMessage what, std::span<iovec> pieces)
     message.msg_iovlen = pieces.size();
     if (!sendAll(message))
         return capturing ? stop("the wall is gone") : void();
-    if (what.hdr.sync) {
+    if (what.hdr.sync > 0) {
         ++outstanding;
         ++sent;
     }
@@ -248,8 +249,9 @@ void sendReserved(std::span<const unsigned char> written, bool endsFrame)
     if (!capturing || written.empty())
         return;
     iovec piece{};
-    sendMessage({{static_cast<std::int32_t>(written.size()), endsFrame}, at, 0, ringUsed},
-                {&piece, 1});
+    sendMessage(
+        {{static_cast<std::int32_t>(written.size()), endsFrame}, at, wallCurrent.window, ringUsed},
+        {&piece, 1});
 }
 
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame)
@@ -265,7 +267,7 @@ void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool end
     }
     if (size == 0)
         return;
-    CaptureMessage what{{static_cast<std::int32_t>(size), endsFrame}, -1, 0, 0};
+    CaptureMessage what{{static_cast<std::int32_t>(size), endsFrame}, -1, wallCurrent.window, 0};
     if (size >= leastInRing && size <= ringBytes)
         what.ringAt = reserveInRing(size);
     if (what.ringAt >= 0) {
@@ -276,6 +278,23 @@ void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool end
         n = 1;
     }
     sendMessage(what, std::span(vector).first(n));
+}
+
+void sendShown(std::uint32_t window, std::uint32_t wallWindow, bool doubleBuffered,
+               const char* displayName)
+{
+    if (!capturing || connection < 0)
+        return;
+    CaptureShown shown{.window = window,
+                       .wallWindow = wallWindow,
+                       .doubleBuffered = doubleBuffered,
+                       .display = {},
+                       .authority = {}};
+    const char* const authority = std::getenv("XAUTHORITY");
+    std::strncpy(shown.display, displayName ? displayName : "", sizeof shown.display - 1);
+    std::strncpy(shown.authority, authority ? authority : "", sizeof shown.authority - 1);
+    iovec pieces[] = {{}, {&shown, sizeof shown}};
+    sendMessage({{sizeof shown, showsAnother}, -1, wallCurrent.window, 0}, pieces);
 }
 
 bool allFramesSent() { return captureOptions.frames > 0 && sent >= captureOptions.frames; }

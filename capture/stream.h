@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <span>
 
+struct ShareGroup;
+
 /// How the wall shows a context: by its calls, or by its finished pictures. `automatic`: by its
 /// calls if the stream carries its version.
 enum class Showing { automatic, calls, pictures };
@@ -35,6 +37,13 @@ void readCaptureOptions();
 /// False once nothing is to be sent any more: no capture was asked for, or the other side is gone.
 extern std::atomic<bool> capturing;
 
+/// What is current on the wall behind what was sent.
+struct WallCurrent {
+    const ShareGroup* group = nullptr;
+    std::uint32_t window = 0;
+};
+extern WallCurrent wallCurrent;
+
 /// Connects, if that has not been done: false when there is no wall. `firstHandle` is then how many
 /// handles of contexts, visuals and windows programs before this one have used up.
 bool connectToWall();
@@ -47,6 +56,10 @@ void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool end
 /// there and then sent by sendReserved; empty when there is none. One at a time.
 std::span<unsigned char> reserveRoom(std::size_t bytes);
 void sendReserved(std::span<const unsigned char> written, bool endsFrame);
+
+/// The wall's process is to watch a window of the program's that is shown now, or (0) none is.
+void sendShown(std::uint32_t window, std::uint32_t wallWindow, bool doubleBuffered,
+               const char* displayName);
 
 /// True once as many frames were sent as were asked for.
 bool allFramesSent();

@@ -11,6 +11,7 @@ enum class Effect {
     defines, // textures, lists, programs: what contexts share
     state,   // of the context alone
     draws,   // into its window
+    own,     // the program's own affair, never sent as it is called: questions, names, GLX
 };
 
 /// Records up to `at`. Each kind of operation has an end of its own, so that one comparison tells
@@ -30,6 +31,7 @@ extern constinit thread_local Tape* currentTape [[gnu::tls_model("initial-exec")
 template <Effect effect>
 unsigned char* endFor(const Tape& tape)
 {
+    static_assert(effect != Effect::own);
     return effect == Effect::defines ? tape.definesEnd
            : effect == Effect::state ? tape.stateEnd
                                      : tape.drawsEnd;

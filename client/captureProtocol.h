@@ -15,10 +15,10 @@
 
 /// Before each command buffer. Small ones follow on the socket.
 struct CaptureMessage {
-    _hdr hdr;
-    std::int32_t ringAt; // where the bytes are in the ring; negative: they follow
-    std::int32_t unused;
-    std::uint64_t ringEnd; // bytes of the ring that are used up to and with this buffer, in all
+    _hdr hdr;                  // `sync` is also showsAnother
+    std::int32_t ringAt;       // where the bytes are in the ring; negative: they follow
+    std::uint32_t wallCurrent; // the window on the wall that is current behind this buffer
+    std::uint64_t ringEnd;     // bytes of the ring that are used up to and with this buffer, in all
 };
 
 inline constexpr std::int32_t ringBytes = 4 << 20;
@@ -30,6 +30,18 @@ struct CaptureRing {
     alignas(64) unsigned char bytes[ringBytes];
 };
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+/// In the place of a message's `sync`: no command buffer follows but a CaptureShown.
+inline constexpr std::int32_t showsAnother = -1;
+
+/// Another window of the program's is shown from here on, or, where `window` is 0, none: the wall's
+/// process watches it, since a program that rests does not tell when it is closed.
+struct CaptureShown {
+    std::uint32_t window, wallWindow;
+    std::int32_t doubleBuffered;
+    char display[256];    // where the window is
+    char authority[1024]; // the file with the way into it, or nothing
+};
 
 /// In the place of a handshake: no other program is going to connect.
 inline constexpr _handshake endOfWaitingSign{-1, -1, -1};

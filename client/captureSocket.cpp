@@ -1,5 +1,6 @@
 #include "client/captureSocket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -133,6 +134,17 @@ void acceptNewcomer(CaptureSocket& socket)
     socket.newcomers.push_back(fd);
 }
 
+Arrival takeAway(CaptureSocket& socket, _hdr& hdr, std::span<const unsigned char>& bytes)
+{
+    socket.own = takeWindowAway(socket.watch, socket.wallCurrent);
+    if (socket.own.empty())
+        return Arrival::nothing;
+    hdr = {static_cast<std::int32_t>(socket.own.size()), 1};
+    ++socket.ownFrames;
+    bytes = socket.own;
+    return Arrival::buffer;
+}
+
 void leaveProgram(CaptureSocket& socket)
 {
     if (socket.program < 0)
@@ -142,6 +154,7 @@ void leaveProgram(CaptureSocket& socket)
     socket.ring = nullptr;
     socket.ringEnd = 0;
     socket.program = -1;
+    socket.watch.isShown = socket.watch.gone = false; // its last picture stays
 }
 
 // Removes what is no longer listened at. Nothing but a socket is removed.
@@ -193,13 +206,29 @@ void listenForProgram(CaptureSocket& socket, const std::string& path)
 
 namespace {
 
-// Takes in a message of the program. False when its stream has ended.
+// What follows a message that another window is shown, or none. False when nothing does.
+bool hearOfWindow(CaptureSocket& socket, const CaptureMessage& message)
+{
+    CaptureShown shown{};
+    if (message.hdr.size != sizeof shown || !receiveAll(socket.program, &shown, sizeof shown))
+        return false; // no capture library says so
+    shown.display[sizeof shown.display - 1] = shown.authority[sizeof shown.authority - 1] = '\0';
+    showsWindow(socket.watch, shown);
+    return true;
+}
+
+// Takes in a message of the program, of a command buffer or not: `bytes` is empty then. False when
+// its stream has ended.
 bool takeMessage(CaptureSocket& socket, _hdr& hdr, std::span<const unsigned char>& bytes)
 {
     CaptureMessage message{};
     if (!receiveAll(socket.program, &message, sizeof message) || message.hdr.size < 0)
         return false;
+    socket.wallCurrent = message.wallCurrent;
+    if (message.hdr.sync == showsAnother)
+        return hearOfWindow(socket, message);
     hdr = message.hdr;
+    socket.betweenFrames = hdr.sync != 0;
     const auto size = static_cast<std::size_t>(hdr.size);
     if (message.ringAt >= 0) {
         if (message.ringAt > ringBytes || hdr.size > ringBytes - message.ringAt)
@@ -221,14 +250,27 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
     if (socket.ringEnd > 0)
         socket.ring->released.store(socket.ringEnd, std::memory_order_release);
     socket.ringEnd = 0;
-    std::vector<pollfd> events{
-        {socket.listening, POLLIN, 0}, {socket.program, POLLIN, 0}, {otherFd, POLLIN, 0}};
+    std::vector<pollfd> events{{socket.listening, POLLIN, 0},
+                               {socket.program, POLLIN, 0},
+                               {watchFd(socket.watch), POLLIN, 0},
+                               {otherFd, POLLIN, 0}};
     const bool isFree = socket.newcomers.empty() || !hasHungUp(socket);
     for (const int fd : socket.newcomers)
         events.push_back({isFree ? fd : -1, POLLIN, 0});
+    const bool canTakeAway =
+        socket.watch.gone && (socket.betweenFrames || socket.watch.programSaysSo);
+    const long untilThen = canTakeAway ? stillShown(socket.watch) : microseconds;
+    if (canTakeAway && (microseconds < 0 || untilThen < microseconds))
+        microseconds = untilThen; // unless the program has something to say
     const timespec time{microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
-    if (ppoll(events.data(), events.size(), microseconds < 0 ? nullptr : &time, nullptr) <= 0)
+    const int ready =
+        ppoll(events.data(), events.size(), microseconds < 0 ? nullptr : &time, nullptr);
+    if (canTakeAway && (ready <= 0 || !events[1].revents) && stillShown(socket.watch) == 0)
+        return takeAway(socket, hdr, bytes);
+    if (ready <= 0)
         return Arrival::nothing;
+    if (events[2].revents)
+        lookAtWindow(socket.watch);
     if (events[0].revents)
         acceptNewcomer(socket);
     if (!hasHungUp(socket))
@@ -238,16 +280,19 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
         return socket.endsAfter ? Arrival::end : Arrival::nothing;
     if (!events[1].revents)
         return Arrival::nothing;
+    bytes = {};
     if (takeMessage(socket, hdr, bytes))
-        return Arrival::buffer;
+        return bytes.data() ? Arrival::buffer : Arrival::nothing;
     leaveProgram(socket);
     return Arrival::programEnd;
 }
 
 void answerFrames(CaptureSocket& socket, int frames)
 {
-    if (frames > 0 && socket.program >= 0)
-        answer(socket.program, frames);
+    const int own = std::min(frames, socket.ownFrames);
+    socket.ownFrames -= own;
+    if (frames > own && socket.program >= 0)
+        answer(socket.program, frames - own);
 }
 
 void endWaiting(const std::string& path)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "client/captureProtocol.h"
+#include "client/windowWatch.h"
 
 #include <span>
 #include <string>
@@ -22,6 +23,11 @@ struct CaptureSocket {
     bool endsAfter = false;           // endWaiting has been said
     std::uint64_t ringEnd = 0;        // to be released before the next buffer
     std::vector<unsigned char> bytes; // of a buffer that came over the socket
+    WindowWatch watch;
+    CommandBuffer own;             // a frame that is not the program's
+    int ownFrames = 0;             // of these, that have not been shown yet
+    std::uint32_t wallCurrent = 0; // behind the last buffer
+    bool betweenFrames = false;    // as the last buffer left it
     CaptureSocket() = default;
     CaptureSocket(const CaptureSocket&) = delete;
     CaptureSocket& operator=(const CaptureSocket&) = delete;
@@ -42,7 +48,8 @@ enum class Arrival {
 };
 
 /// Waits for so many microseconds (negative: for ever), or until `otherFd` can be read. A buffer's
-/// bytes stay until the next call.
+/// bytes stay until the next call. Where the window that is shown is gone, a buffer that says
+/// so comes between two frames of the program's.
 Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hdr& hdr,
                       std::span<const unsigned char>& bytes);
 

@@ -56,6 +56,20 @@ inline void encodeViewport(CommandBuffer& out, const ProgramWindow& w)
     encode<Op::glViewport>(out, ViewportBlock{0, 0, w.width, w.height, w.width, w.height});
 }
 
+/// Nothing is shown any more in a window that is current. What is set stays set.
+inline void encodeBlack(CommandBuffer& out, AppDisplay dpy, AppDrawable window, bool doubleBuffered)
+{
+    encode<Op::glPushAttrib>(out, GLbitfield{GL_COLOR_BUFFER_BIT | GL_SCISSOR_BIT});
+    encode<Op::glDrawBuffer>(out, static_cast<GLenum>(doubleBuffered ? GL_BACK : GL_FRONT));
+    encode<Op::glDisable>(out, GLenum{GL_SCISSOR_TEST});
+    encode<Op::glColorMask>(out, GLboolean{1}, GLboolean{1}, GLboolean{1}, GLboolean{1});
+    encode<Op::glClearColor>(out, 0.0F, 0.0F, 0.0F, 0.0F);
+    encode<Op::glClear>(out, GLbitfield{GL_COLOR_BUFFER_BIT});
+    encode<Op::glPopAttrib>(out);
+    encode<Op::glFlush>(out);
+    encode<Op::glXSwapBuffers>(out, asParameter<Display*>(dpy), GLXDrawable{window.number});
+}
+
 /// Makes a context for a visual, current in the window, with a viewport of the window's size.
 inline void encodeOpening(CommandBuffer& out, const ProgramWindow& w,
                           std::span<const int> attributes)

@@ -5,6 +5,7 @@
 #include <GL/glext.h>
 #include <GL/glx.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -464,6 +465,57 @@ void seams()
     glDisable(GL_POLYGON_STIPPLE);
 }
 
+// Viewports, scissor boxes and what a pop brings back of them; a curved surface.
+void boxes()
+{
+    static constexpr int views[][4] = {
+        {0, 0, 120, 90}, {30, 60, 150, 110}, {170, 100, 61, 73}, {-20, 120, 60, 90}};
+    for (const auto& [x, y, w, h] : views) {
+        glViewport(x, y, w, h);
+        glColor3ub(static_cast<GLubyte>(2 * w), static_cast<GLubyte>(2 * h), 90);
+        glRecti(20, 20, 220, 160);
+    }
+    glPushAttrib(GL_VIEWPORT_BIT | GL_CURRENT_BIT);
+    glViewport(20, 20, 100, 150);
+    glColor3f(1, 0, 0);
+    glRecti(0, 0, 120, 180);
+    glPushAttrib(GL_ENABLE_BIT); // the viewport set inside stays in force
+    glViewport(100, 50, 120, 60);
+    glPopAttrib();
+    glColor3f(0, 1, 1);
+    glRecti(20, 20, 200, 160);
+    glPopAttrib();
+    glRecti(200, 100, 230, 170);
+    glViewport(0, 0, width, height);
+    glMatrixMode(GL_PROJECTION);
+    glPushMatrix();
+    glScalef(0.5F, 0.5F, 1);
+    glColor3f(1, 1, 0);
+    glRecti(20, 140, 230, 175);
+    glPopMatrix();
+    glMatrixMode(GL_MODELVIEW);
+    glEnable(GL_SCISSOR_TEST);
+    static constexpr int cuts[][4] = {
+        {10, 10, 50, 160}, {100, 60, 130, 25}, {180, 5, 20, 50}, {500, 500, 10, 10}};
+    for (const auto& [x, y, w, h] : cuts) {
+        glScissor(x, y, w, h);
+        glClearColor(static_cast<float>(x) / 255, 1, 0.5F, 1);
+        glClear(GL_COLOR_BUFFER_BIT);
+    }
+    glDisable(GL_SCISSOR_TEST);
+    GLfloat surface[4][4][3];
+    for (int v = 0; v < 4; ++v)
+        for (int u = 0; u < 4; ++u) {
+            const int place[] = {60 + 40 * u + 9 * (v % 2), 20 + 45 * v - 20 * (u % 3), 0};
+            std::copy_n(place, 3, surface[v][u]);
+        }
+    glMap2f(GL_MAP2_VERTEX_3, 0, 1, 3, 4, 0, 1, 12, 4, surface[0][0]);
+    glEnable(GL_MAP2_VERTEX_3);
+    glMapGrid2f(16, 0, 1, 16, 0, 1);
+    glEvalMesh2(GL_LINE, 0, 16, 0, 16);
+    glDisable(GL_MAP2_VERTEX_3);
+}
+
 // ---- A context whose calls the wall does not carry ---------------------------------------------
 
 template <class F>
@@ -558,7 +610,8 @@ struct Scene {
 constexpr Scene scenes[] = {{"arrays", arrays},   {"multitexture", multitexture},
                             {"images", images},   {"lists", lists},
                             {"rasters", rasters}, {"lines", lines},
-                            {"seams", seams},     {"unseen", unseen}};
+                            {"seams", seams},     {"unseen", unseen},
+                            {"boxes", boxes}};
 
 } // namespace
 

@@ -255,9 +255,26 @@ TEST_F(Draws, TheLibraryIsAskedOnlyForArraysThatMayLackAnAddress)
     EXPECT_EQ(drawing("glBegin i:4 glColorPointer i:4 i:0x1401 i:1 z:4 glEnd "
                       "glEnableClientState i:0x8076"),
               "glIsEnabled\nglDrawArrays\n");
-    clientMemory::use(reinterpret_cast<GLXContext>(2));
+    EXPECT_EQ(drawing("glBegin i:4 glClientActiveTexture i:0x84c1 glEnd "
+                      "glEnableClientState i:0x8078"),
+              "glDrawArrays\n")
+        << "of the unit before, which has an address";
+    auto* const other = reinterpret_cast<GLXContext>(2);
+    clientMemory::use(other);
     EXPECT_EQ(drawing(""), "glDrawArrays\n");
     EXPECT_EQ(drawing(enable), "glIsEnabled\nglDrawArrays\n");
+    run(vertices);
+    clientMemory::create(other); // at the same address
+    EXPECT_EQ(drawing(enable), "glIsEnabled\nglDrawArrays\n");
+    std::uintptr_t context = 100;
+    for (const std::string array : {"0x8074", "0x8075", "0x8076", "0x8077", "0x8078", "0x8079",
+                                    "0x8457", "0x845e", "0x86ad", "0x8844"}) {
+        clientMemory::use(reinterpret_cast<GLXContext>(++context));
+        EXPECT_TRUE(
+            drawing("glEnableClientState i:" + array).ends_with("glIsEnabled\nglDrawArrays\n"))
+            << array;
+    }
+    clientMemory::use(other);
     // Before glBegin: behind it nothing is answered.
     recorder.results[Op::glIsEnabled] = 1;
     run(enable);

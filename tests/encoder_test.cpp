@@ -1,5 +1,5 @@
-// The client's records against bytes worked out by hand, of those layouts that no scene of the
-// pixel tests writes.
+// The client's records against bytes worked out by hand, of those layouts that no captured
+// program writes.
 #include "support/serverState.h"
 
 #include "client/encoder.h"

@@ -3,23 +3,19 @@
 //   send N SYNC TEXT        the same buffer N times, its bytes as in support/bytes.h
 //   header SIZE SYNC        a header alone
 //   slice TASK SIZE         a slice of zeros
-//   planned N               N buffers of all sizes and their checksum, acknowledgements checked
+//   numbers N               N glIndexi in one buffer, numbered on from those before
 //   acknowledged N          waits for N acknowledgements, and finds no further one
 //   die                     ends at once, without a word to MPI
 //   wait                    until a signal ends it
 //   end                     ends the stream
+#include "shuffle/betweenPolls.h"
 #include "tests/support/bytes.h"
-#include "wire/values.h"
 
-#include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <random>
-#include <sched.h>
 #include <unistd.h>
 
 #include <mpi.h>
-#include <zlib.h>
 
 namespace {
 
@@ -31,7 +27,8 @@ std::vector<MPI_Request> requests; // not yet completed
 // Unlike a blocking call this gives up the processor: there are fewer cores than tasks.
 void complete()
 {
-    for (int flag = 0; !flag; sched_yield())
+    int polls = 0;
+    for (int flag = 0; !flag; betweenPolls(polls))
         MPI_Testall(static_cast<int>(requests.size()), requests.data(), &flag, MPI_STATUSES_IGNORE);
     requests.clear();
 }
@@ -97,59 +94,15 @@ void expectAcknowledgements(int count)
     std::fprintf(stderr, "jobClient: %d acknowledged\n", count);
 }
 
-// A buffer of records without effect. Sizes around every limit come first, then every order of
-// magnitude from 1 byte to 5 MB is equally frequent. From 14 bytes on it is one glProgramStringARB,
-// below that as many records of 2 and 3 bytes as fill it. A single byte is no record.
-Bytes plannedBuffer(int number)
+void sendNumbers(int count)
 {
-    constexpr int firstSizes[] = {1,      2, 3,         4,         5,         6,         7,
-                                  8,      9, 13,        14,        15,        23,        100,
-                                  65'537, 1, 1'999'999, 2'000'000, 2'000'001, 5'000'000, 4'999'999};
-    constexpr int programHead = 14; // opcode, target, format and length
-    std::mt19937 random(static_cast<unsigned>(number));
-    std::uniform_real_distribution<double> exponent(0, std::log(5'000'000));
-    auto size = static_cast<int>(std::exp(exponent(random)));
-    if (number < static_cast<int>(std::size(firstSizes)))
-        size = firstSizes[number];
-
-    Bytes buffer(static_cast<std::size_t>(size));
-    for (unsigned char& byte : buffer)
-        byte = static_cast<unsigned char>(random());
-    if (size >= programHead) {
-        store(buffer.data(), Op::glProgramStringARB);
-        store(buffer.data() + 10, size - programHead);
-        return buffer;
+    static unsigned next;
+    Bytes buffer;
+    for (int i = 0; i < count; ++i) {
+        appendToken(buffer, "glIndexi");
+        appendLittleEndian(buffer, next++, 4);
     }
-    if (size > 1 && size % 2)
-        store(buffer.data(), Op::glEdgeFlag); // and one byte
-    for (int at = size % 2 ? 3 : 0; at < size; at += 2)
-        store(buffer.data() + at, Op::glEnd);
-    return buffer;
-}
-
-void sendPlanned(int count)
-{
-    uLong checksum = 0;
-    int owed = 0;
-    for (int number = 0; number < count; ++number) {
-        if (number % 10 == 5)
-            sendHeader(0, 1); // queues nothing, so nothing is acknowledged
-        const Bytes buffer = plannedBuffer(number);
-        if (buffer.size() > 1)
-            checksum = crc32_z(checksum, buffer.data(), buffer.size());
-        const int sync = number % 3 ? 0 : number % 2 ? -1 : 7; // any number but 0 asks for one
-        sendBuffer(buffer, sync);
-        owed += sync != 0;
-        for (; owed > 0 && messageWaits(); --owed)
-            receiveAcknowledgement();
-    }
-    // The check of each server's own, and one more than a server can hold undecoded: then all
-    // have checked when the last is acknowledged.
-    sendBuffer(bytes("#112 i:" + std::to_string(checksum)), 0);
-    for (int i = 0; i < 64; ++i)
-        sendBuffer(bytes("#39"), 0);
-    sendBuffer(bytes("#39"), 1);
-    expectAcknowledgements(owed + 1);
+    sendBuffer(buffer, 0);
 }
 
 // Performs the step that begins at `next`, and moves it behind that.
@@ -171,8 +124,8 @@ void perform(char**& next)
         const Bytes zeros(static_cast<std::size_t>(number()));
         startSend(zeros.data(), static_cast<int>(zeros.size()), task, clientSlice);
         complete();
-    } else if (name == "planned")
-        sendPlanned(number());
+    } else if (name == "numbers")
+        sendNumbers(number());
     else if (name == "acknowledged")
         expectAcknowledgements(number());
     else if (name == "die")

@@ -60,6 +60,7 @@ TEST_F(Tables, NamesOfTheApplicationBecomeLocalOnes)
         // One call for each name; the recording library gives out 1001, 1002, ...
         EXPECT_EQ(run(generate + " i:3 i:1 i:2 i:3"), performed(generated + generated + generated));
         EXPECT_EQ(run(generate + " i:0 glEnd"), performed("glEnd\n"));
+        EXPECT_EQ(run(bind + " i:7 i:1"), performed(bound + "0x3e9\n"));
         EXPECT_EQ(run(bind + " i:7 i:2"), performed(bound + "0x3ea\n"));
         EXPECT_EQ(run(bind + " i:7 i:9"), performed(bound + "9\n"));
         EXPECT_EQ(run(bind + " i:7 i:0"), performed(bound + "0\n"));

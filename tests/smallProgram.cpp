@@ -22,14 +22,14 @@ XVisualInfo* visual;
 Window window;
 GLXContext context;
 
-Window createWindow()
+Window createWindow(int w = width, int h = height)
 {
     XSetWindowAttributes attributes{};
     attributes.colormap = XCreateColormap(dpy, DefaultRootWindow(dpy), visual->visual, AllocNone);
     attributes.override_redirect = True;
     const Window made =
-        XCreateWindow(dpy, DefaultRootWindow(dpy), 0, 0, width, height, 0, visual->depth,
-                      InputOutput, visual->visual, CWColormap | CWOverrideRedirect, &attributes);
+        XCreateWindow(dpy, DefaultRootWindow(dpy), 0, 0, w, h, 0, visual->depth, InputOutput,
+                      visual->visual, CWColormap | CWOverrideRedirect, &attributes);
     return made;
 }
 
@@ -163,7 +163,8 @@ void buffers()
     glBufferData(GL_ARRAY_BUFFER, sizeof triangle, nullptr, GL_STATIC_DRAW);
     glBufferData(GL_ARRAY_BUFFER, -1, nullptr, GL_STATIC_DRAW);
     tellError("size");
-    glBufferSubData(GL_ARRAY_BUFFER, 20, 8, triangle);
+    const std::vector<char> large(1 << 20, 7);
+    glBufferSubData(GL_ARRAY_BUFFER, 20, 1 << 20, large.data());
     tellError("beyond");
     void* const mapped = glMapBuffer(GL_ARRAY_BUFFER, GL_READ_WRITE);
     GLint is = -1;
@@ -186,12 +187,20 @@ void buffers()
         tell("copied", static_cast<long>(f * 10));
     // Drawn from the copy, pixels from a third.
     glBindBuffer(GL_ARRAY_BUFFER, names[1]);
+    glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
     glVertexPointer(2, GL_FLOAT, 0, nullptr);
+    glPopClientAttrib();
     glBindBuffer(GL_ARRAY_BUFFER, 0);
     glEnableClientState(GL_VERTEX_ARRAY);
+    glPushClientAttrib(GL_CLIENT_VERTEX_ARRAY_BIT);
+    glDisableClientState(GL_VERTEX_ARRAY);
+    glPushClientAttrib(GL_CLIENT_VERTEX_ARRAY_BIT);
+    glPopClientAttrib();
+    glPopClientAttrib();
     glClear(GL_COLOR_BUFFER_BIT);
     glColor3f(1, 0.5F, 0);
-    glDrawArrays(GL_TRIANGLES, 0, 3);
+    const GLubyte indices[] = {0, 1, 2};
+    glDrawElements(GL_TRIANGLES, 3, GL_UNSIGNED_BYTE, indices);
     glDisableClientState(GL_VERTEX_ARRAY);
     std::vector<unsigned char> pixels(64 * 64 * 4, 200);
     GLuint unpack = 0;
@@ -304,7 +313,7 @@ void forks()
     frame();
 }
 
-// Windows and contexts come and go.
+// Windows and contexts come and go, and the names in them: the last has no texture of its own.
 void figures()
 {
     for (int i = 0; i < 70; ++i) {
@@ -314,7 +323,14 @@ void figures()
         window = openWindow();
         context = glXCreateContext(dpy, visual, nullptr, True);
         glXMakeCurrent(dpy, window, context);
+        glEnable(GL_TEXTURE_2D);
+        glBindTexture(GL_TEXTURE_2D, 5);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        const GLubyte green[] = {0, 255, 0, 255};
+        if (i < 69)
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, green);
         frame();
+        glBindTexture(GL_TEXTURE_2D, 1);
     }
     tellError("figures");
 }
@@ -326,7 +342,7 @@ void openList()
     glNewList(3, GL_COMPILE);
     glColor3f(0, 1, 0);
     glXMakeCurrent(dpy, window, other);
-    glColor3f(1, 0, 0);
+    glScalef(0.5F, 0.5F, 1);
     tell("no list", get(GL_LIST_INDEX));
     glXMakeCurrent(dpy, window, context);
     tell("list", get(GL_LIST_INDEX));
@@ -338,13 +354,80 @@ void openList()
     glXSwapBuffers(dpy, window);
 }
 
+// The window is hidden, and nothing is called after it.
+void hides()
+{
+    frame();
+    XUnmapWindow(dpy, window);
+    XSync(dpy, False);
+    pause();
+}
+
+// A larger window is shown over the first and closed, and nothing is called after it.
+void closes()
+{
+    frame();
+    const Window first = window;
+    window = createWindow(width + 40, height + 40);
+    XMapWindow(dpy, window);
+    XSync(dpy, False);
+    GLXContext other = glXCreateContext(dpy, visual, nullptr, True);
+    glXMakeCurrent(dpy, window, other);
+    for (int i = 0; i < 4; ++i)
+        frame();
+    XDestroyWindow(dpy, window);
+    XSync(dpy, False);
+    window = first;
+    pause();
+}
+
+// It ends while another thread draws.
+void exits()
+{
+    frame();
+    std::thread([] {
+        Display* const connection = XOpenDisplay(nullptr);
+        GLXContext other = glXCreateContext(connection, visual, nullptr, True);
+        glXMakeCurrent(connection, window, other);
+        for (;;) {
+            glBegin(GL_TRIANGLES);
+            for (int i = 0; i < 3000; ++i)
+                glVertex2f(0, static_cast<float>(i));
+            glEnd();
+            glXSwapBuffers(connection, window);
+        }
+    }).detach();
+    for (int i = 0; i < 20; ++i)
+        frame();
+    std::exit(5);
+}
+
+// The connection is closed, its context and window with it, and another opened.
+void reconnects()
+{
+    for (int i = 0; i < 5; ++i) {
+        frame();
+        glXMakeCurrent(dpy, None, nullptr);
+        XCloseDisplay(dpy);
+        dpy = XOpenDisplay(nullptr);
+        int attributes[] = {GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 8, GLX_DEPTH_SIZE, 16, None};
+        visual = glXChooseVisual(dpy, DefaultScreen(dpy), attributes);
+        window = openWindow();
+        context = glXCreateContext(dpy, visual, nullptr, True);
+        tell("current", glXMakeCurrent(dpy, window, context));
+    }
+    frame();
+    tellError("reconnects");
+}
+
 const struct {
     const char* name;
     void (*run)();
 } programs[] = {
-    {"still", still},     {"refusals", refusals},   {"within", within},   {"buffers", buffers},
-    {"sharing", sharing}, {"destroyed", destroyed}, {"shaders", shaders}, {"forks", forks},
-    {"figures", figures}, {"openList", openList},
+    {"still", still},     {"refusals", refusals},     {"within", within},   {"buffers", buffers},
+    {"sharing", sharing}, {"destroyed", destroyed},   {"shaders", shaders}, {"forks", forks},
+    {"figures", figures}, {"openList", openList},     {"hides", hides},     {"closes", closes},
+    {"exits", exits},     {"reconnects", reconnects},
 };
 
 } // namespace

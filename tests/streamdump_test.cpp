@@ -112,6 +112,8 @@ TEST(Streamdump, ShowsOneFrameAndRefusesDamage)
         EXPECT_PRED_FORMAT2(testing::IsSubstring, message, ending.err);
     };
     fails({"--frame", "4", "frames.mws"}, "frames.mws has no frame 4");
+    std::ofstream("frames.mws", std::ios::app) << "rest";
+    fails({"frames.mws"}, "4 bytes follow the end of the stream");
     std::filesystem::resize_file("frames.mws", 35);
     fails({"frames.mws"}, "streamdump: frames.mws: at byte 34");
 }

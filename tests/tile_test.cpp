@@ -150,22 +150,6 @@ TEST_F(Tile, AScissorBoxIsCutToTheDisplay)
     EXPECT_EQ(run("glScissor i:10 i:20 i:-5 i:30"), performed("glScissor 10 20 0 0\n"));
 }
 
-TEST_F(Tile, OperationsNeedACurrentDrawableAndContext)
-{
-    const char* operations[] = {"glViewport z:24",       "glPushAttrib i:0", "glPopAttrib",
-                                "glMatrixMode i:0x1700", "glLoadIdentity",   "glLoadMatrixf z:64",
-                                "glMultMatrixf z:64",    "glPushMatrix",     "glPopMatrix",
-                                "glRotatef z:16",        "glOrtho z:48",     "glRasterPos2f z:8"};
-    LocalDisplay display{};
-    currLocalDisplay = &display;
-    for (const char* operation : operations)
-        EXPECT_DEATH(walk(operation), "failed: currDrawableInfo, file") << operation;
-    EXPECT_DEATH(walk("glScissor z:16"), "failed: currDrawableInfo, file");
-    currDrawableInfo = LocalDrawableTable;
-    for (const char* operation : operations)
-        EXPECT_DEATH(walk(operation), "failed: currDrawableInfo->lctx, file") << operation;
-}
-
 TEST_F(Tile, TheAttributeStackRemembersViewportAndRasterPosition)
 {
     LocalContextInfo& context = makeTileCurrent({0, 0, 800, 600}, 400, 300, 2);

@@ -141,40 +141,94 @@ TEST(Neighbours, AreNoServersAtTheLifeline)
     close(servers[1]);
 }
 
-TEST(Neighbours, DoNotKeepServersOutOfTheHub)
+// ---- The hub -----------------------------------------------------------------------------------
+
+int sayHello(const net::Address& hub, int server, const char* secret)
 {
+    const int fd = connectTo(hub);
+    frameLock::Hello hello{.mark = frameLock::helloMark,
+                           .server = server,
+                           .hasHardware = server, // not all
+                           .zero = 0,
+                           .secret = {},
+                           .host = "here"};
+    std::strcpy(hello.secret, secret);
+    net::sendRecord(fd, hello);
+    return fd;
+}
+
+// What the hub says next, and of which swap.
+std::pair<frameLock::Kind, std::uint64_t> heardFrom(int hub)
+{
+    frameLock::Word word{};
+    EXPECT_EQ(recv(hub, &word, sizeof word, MSG_WAITALL), ssize_t{sizeof word});
+    return {word.kind, word.number};
+}
+
+// Strangers are sent away, whatever they know of the secret. Of two servers one is late again and
+// again: the other waits for it for a while, and it is taken back once it is in step.
+TEST(Hub, HoldsSwapsForThoseThatKnowTheSecretAndAreInTime)
+{
+    using frameLock::Kind;
+    constexpr std::chrono::milliseconds hold{300};
     const std::vector<int> free = net::listenOn("127.0.0.1", 0);
     const int port = net::portOf(free.front());
     close(free.front());
+    testing::internal::CaptureStderr();
     frameLock::startHub({.host = "127.0.0.1",
                          .port = port,
-                         .servers = 1,
+                         .servers = 2,
                          .secret = "secret",
                          .joinTime = std::chrono::seconds(20),
-                         .holdTime = std::chrono::seconds(20)});
+                         .holdTime = hold});
     const net::Address address = addressOf("127.0.0.1:" + std::to_string(port));
-    std::vector<int> silent;
+    std::vector<int> strangers;
     for (int i = 0; i < 200; ++i)
-        silent.push_back(connectTo(address));
-    const int server = connectTo(address);
-    frameLock::Hello hello{.mark = frameLock::helloMark,
-                           .server = 0,
-                           .hasHardware = 0,
-                           .zero = 0,
-                           .secret = "secreT",
-                           .host = "here"};
-    const int liar = connectTo(address);
-    net::sendRecord(liar, hello);
-    frameLock::Word word{};
-    EXPECT_LE(recv(liar, &word, sizeof word, 0), 0);
-    close(liar);
-    hello.secret[5] = 't';
-    net::sendRecord(server, hello);
-    ASSERT_EQ(recv(server, &word, sizeof word, MSG_WAITALL), ssize_t{sizeof word});
-    EXPECT_EQ(word.kind, frameLock::Kind::byNetwork);
-    for (const int fd : silent)
+        strangers.push_back(connectTo(address));
+    for (const char* secret : {"s", "secres", "secret "})
+        strangers.push_back(sayHello(address, 1, secret));
+    strangers.push_back(sayHello(address, 2, "secret")); // there is none of this number
+    char nothing = 0;
+    for (std::size_t i = 200; i < strangers.size(); ++i)
+        EXPECT_EQ(recv(strangers[i], &nothing, 1, 0), 0) << i;
+    const int first = sayHello(address, 0, "secret"), late = sayHello(address, 1, "secret");
+    for (const int server : {first, late})
+        EXPECT_EQ(heardFrom(server).first, Kind::byNetwork);
+    std::uint64_t swap = 0;
+    const auto comes = [&swap](int server) {
+        net::sendRecord(server, frameLock::Word{Kind::swapReady, 0, swap});
+    };
+    const auto isLetGo = [&swap](int server) {
+        return heardFrom(server) == std::pair{Kind::swapNow, swap};
+    };
+    for (int round = 0; round < 3; ++round) { // together, then without the other
+        ++swap;
+        comes(first);
+        comes(late);
+        EXPECT_TRUE(isLetGo(first) && isLetGo(late));
+        ++swap;
+        const Clock::time_point start = Clock::now();
+        comes(first);
+        EXPECT_TRUE(isLetGo(first));
+        EXPECT_GE(Clock::now() - start, hold);
+        comes(late); // it runs free until it has caught up
+        EXPECT_TRUE(isLetGo(late));
+        if (round == 1) // left out for a second by now, and for three the next time
+            std::this_thread::sleep_until(start + hold + std::chrono::milliseconds(1300));
+    }
+    ++swap; // nobody is held up by one that is to stay out for a while
+    comes(late);
+    EXPECT_TRUE(isLetGo(late));
+    comes(first);
+    EXPECT_TRUE(isLetGo(first));
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(occurrences(said, "server 1 on here has not come to swap "), 3) << said;
+    EXPECT_EQ(occurrences(said, "server 1 on here is in step again from swap "), 2) << said;
+    EXPECT_EQ(occurrences(said, "server 0"), 0) << said;
+    for (const int fd : strangers)
         close(fd);
-    close(server);
+    close(first);
+    close(late);
 }
 
 int connectLocally(const std::string& path)

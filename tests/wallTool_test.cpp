@@ -200,20 +200,6 @@ TEST(WallTool, DrawingsHaveTheirOriginBelow)
         EXPECT_EQ(tool({"check", none}).status, 1);
 }
 
-// A process among what one has started whose program is this; 0 when there is none.
-pid_t findBelow(pid_t process, const std::string& program)
-{
-    const std::string folder = "/proc/" + std::to_string(process);
-    std::ifstream children(folder + "/task/" + std::to_string(process) + "/children");
-    std::error_code gone;
-    if (fs::read_symlink(folder + "/exe", gone) == program)
-        return process;
-    for (pid_t child = 0; children >> child;)
-        if (const pid_t found = findBelow(child, program))
-            return found;
-    return 0;
-}
-
 TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
 {
     std::vector<VirtualDisplay> displays = startDisplays(1, 100, 100);
@@ -548,17 +534,17 @@ TEST(Process, ProgramsAreBoundedCapturedAndStoppedWithTheirGroup)
     const auto shell = [](const std::string& script) {
         return Command{
             .argv = {"sh", "-c", script},
-            .environment = {"HOME=changed", "MOSA_ADDED=new one", "MOSA_TES=", "MOSA_TESTS="},
+            .environment = {"HOME=changed", "MOSA_ADDED=new one", "MOSA_KEP=h", "MOSA_KEPT_TOO=h"},
             .output = Output::capture};
     };
     const Ending ended = runProcess(shell("echo $HOME $MOSA_ADDED; echo no >&2; exit 3"), jobTime);
     EXPECT_EQ(ended.status, 3);
     EXPECT_EQ(ended.out + ended.err, "changed new one\nno\n");
 
-    // What only begins like another variable does not replace it; what has a session of its own
-    // ends with the program that started it.
-    setenv("MOSA_TEST", "kept", 1);
-    EXPECT_EQ(runProcess(shell("echo $MOSA_TEST"), jobTime).out, "kept\n");
+    // What only begins like another variable does not replace it, nor a longer one a shorter; what
+    // has a session of its own ends with the program that started it.
+    setenv("MOSA_KEPT", "kept", 1);
+    EXPECT_EQ(runProcess(shell("echo $MOSA_KEPT"), jobTime).out, "kept\n");
     Process parent = startProcess(shell("setsid sleep 94 & echo started $! >&2; wait"));
     const std::string said = waitForText(parent, "\n");
     const pid_t child = std::stoi(said.substr(said.find(' ')));

@@ -1,0 +1,161 @@
+#include "client/windowWatch.h"
+#include "client/programWindow.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <xcb/xcb.h>
+
+namespace {
+
+struct Freed {
+    void operator()(void* memory) const { std::free(memory); }
+};
+template <class T>
+using Reply = std::unique_ptr<T, Freed>;
+
+void disconnect(WindowWatch& watch)
+{
+    if (watch.connection)
+        xcb_disconnect(watch.connection);
+    watch.connection = nullptr;
+}
+
+void connectTo(WindowWatch& watch, const CaptureShown& shown)
+{
+    if (watch.connection && watch.display == shown.display)
+        return;
+    disconnect(watch);
+    watch.display = shown.display;
+    if (*shown.authority)
+        setenv("XAUTHORITY", shown.authority, 1);
+    watch.connection = xcb_connect(shown.display, nullptr);
+    if (xcb_connection_has_error(watch.connection))
+        disconnect(watch);
+}
+
+// Its size in pixels if it can be seen, 0 if not.
+std::int64_t seenPixels(xcb_connection_t* connection, xcb_window_t window)
+{
+    const auto attributesOf = xcb_get_window_attributes(connection, window);
+    const auto geometryOf = xcb_get_geometry(connection, window);
+    const Reply<xcb_get_window_attributes_reply_t> attributes{
+        xcb_get_window_attributes_reply(connection, attributesOf, nullptr)};
+    const Reply<xcb_get_geometry_reply_t> geometry{
+        xcb_get_geometry_reply(connection, geometryOf, nullptr)};
+    if (!attributes || !geometry || attributes->map_state != XCB_MAP_STATE_VIEWABLE)
+        return 0;
+    return std::int64_t{geometry->width} * geometry->height;
+}
+
+// Hears of the window, and of those around it: it goes with them.
+void listen(xcb_connection_t* connection, xcb_window_t window)
+{
+    constexpr std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
+    constexpr int deepest = 16;
+    for (int depth = 0; window != XCB_NONE && depth < deepest; ++depth) {
+        xcb_change_window_attributes(connection, window, XCB_CW_EVENT_MASK, &events);
+        const Reply<xcb_query_tree_reply_t> tree{
+            xcb_query_tree_reply(connection, xcb_query_tree(connection, window), nullptr)};
+        window = tree && tree->parent != tree->root ? tree->parent : XCB_NONE;
+    }
+}
+
+void setGone(WindowWatch& watch, bool gone)
+{
+    if (gone && !watch.gone)
+        watch.goneSince = std::chrono::steady_clock::now();
+    watch.gone = gone;
+}
+
+} // namespace
+
+WindowWatch::~WindowWatch() { disconnect(*this); }
+
+void showsWindow(WindowWatch& watch, const CaptureShown& shown)
+{
+    watch.programSaysSo = shown.window == 0;
+    if (watch.programSaysSo)
+        return setGone(watch, watch.isShown);
+    connectTo(watch, shown);
+    std::erase_if(watch.windows, [&shown](const WindowWatch::Window& one) {
+        return one.window == shown.window || one.wallWindow == shown.wallWindow;
+    });
+    watch.windows.push_back({shown.window, shown.wallWindow, shown.doubleBuffered != 0});
+    watch.isShown = true;
+    watch.gone = false;
+    if (watch.connection) {
+        listen(watch.connection, shown.window);
+        lookAtWindow(watch);
+        setGone(watch, seenPixels(watch.connection, shown.window) == 0);
+    }
+}
+
+int watchFd(const WindowWatch& watch)
+{
+    return watch.connection ? xcb_get_file_descriptor(watch.connection) : -1;
+}
+
+void lookAtWindow(WindowWatch& watch)
+{
+    if (!watch.connection)
+        return;
+    bool changed = false;
+    while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(watch.connection)})
+        switch (event->response_type & 0x7f) {
+        case XCB_REPARENT_NOTIFY:
+            listen(watch.connection,
+                   reinterpret_cast<xcb_reparent_notify_event_t*>(event.get())->window);
+            [[fallthrough]];
+        case XCB_UNMAP_NOTIFY:
+        case XCB_MAP_NOTIFY:
+        case XCB_DESTROY_NOTIFY:
+            changed = true;
+            break;
+        default:
+            break;
+        }
+    const bool lost = xcb_connection_has_error(watch.connection);
+    if (lost)
+        disconnect(watch);
+    else if (changed && watch.isShown)
+        setGone(watch, seenPixels(watch.connection, watch.windows.back().window) == 0);
+}
+
+long stillShown(const WindowWatch& watch)
+{
+    using std::chrono::microseconds;
+    constexpr std::chrono::milliseconds grace(300);
+    const auto left = std::chrono::duration_cast<microseconds>(watch.goneSince + grace -
+                                                               std::chrono::steady_clock::now());
+    return std::max(0L, static_cast<long>(left.count()));
+}
+
+CommandBuffer takeWindowAway(WindowWatch& watch, std::uint32_t wallCurrent)
+{
+    CommandBuffer out;
+    watch.gone = false;
+    if (!watch.isShown)
+        return out;
+    const WindowWatch::Window before = watch.windows.back();
+    watch.isShown = false;
+    std::int64_t most = 0;
+    auto next = watch.windows.end();
+    for (auto one = watch.windows.begin(); watch.connection && one != watch.windows.end(); ++one)
+        if (const std::int64_t pixels = seenPixels(watch.connection, one->window); pixels > most) {
+            most = pixels;
+            next = one;
+        }
+    if (next != watch.windows.end()) {
+        std::rotate(next, next + 1, watch.windows.end());
+        watch.isShown = true;
+        const WindowWatch::Window& now = watch.windows.back();
+        encode<Op::MWRaiseWindow>(out, Window{now.wallWindow});
+        encode<Op::glXSwapBuffers>(out, asParameter<Display*>(capturedDisplay),
+                                   GLXDrawable{now.wallWindow});
+    } else if (wallCurrent == before.wallWindow)
+        encodeBlack(out, capturedDisplay, AppDrawable(before.wallWindow), before.doubleBuffered);
+    return out;
+}

@@ -1,0 +1,151 @@
+// The memory that a captured program shares with the taker of its stream: both sides in one
+// process.
+#include <gtest/gtest.h>
+
+#include "capture/stream.h"
+#include "client/captureSocket.h"
+#include "tools/process.h"
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// Buffers of a kilobyte to a ring's: in pieces or written in place, not always as long as there was
+// room for. Every byte is of the buffer's number.
+std::size_t sizeOf(unsigned number)
+{
+    std::minstd_rand random(number + 1);
+    return number % 16 == 7 ? ringBytes : 1024 * (1 + random() % 1500);
+}
+
+void sendOne(unsigned number)
+{
+    const std::size_t size = sizeOf(number);
+    const auto value = static_cast<unsigned char>(number);
+    if (const auto room = number % 3 ? reserveRoom(size) : std::span<unsigned char>();
+        !room.empty()) {
+        std::ranges::fill(room.first(size), value);
+        sendReserved(room.first(number % 2 ? size : size / 2), false);
+        return;
+    }
+    const std::vector<unsigned char> bytes(number % 3 && number % 2 == 0 ? size / 2 : size, value);
+    const std::span<const unsigned char> all = bytes;
+    const std::span<const unsigned char> pieces[] = {all.first(10), all.subspan(10)};
+    sendBuffer(pieces, false);
+}
+
+// The writer is as fast as it can be, and forks between two buffers; the reader looks late.
+TEST(CaptureRing, BytesStayUntilTheyHaveBeenRead)
+{
+    constexpr unsigned buffers = 200;
+    const std::string path = temporaryName("socket");
+    CaptureSocket socket;
+    listenForProgram(socket, path);
+    setenv("MOSA_CAPTURE", path.c_str(), 1);
+    readCaptureOptions();
+    std::thread program([] {
+        for (unsigned number = 0; number < buffers; ++number) {
+            if (number % 50 == 10) {
+                const pid_t child = fork();
+                if (child == 0) {
+                    sendOne(77);
+                    _exit(capturing ? 1 : 0);
+                }
+                int status = -1;
+                waitpid(child, &status, 0);
+                EXPECT_EQ(status, 0);
+            }
+            sendOne(number);
+        }
+    });
+    _hdr hdr{};
+    std::span<const unsigned char> bytes;
+    for (unsigned number = 0; number < buffers;) {
+        const Arrival arrival = waitForBuffer(socket, 20'000'000, -1, hdr, bytes);
+        if (arrival == Arrival::program || (arrival == Arrival::nothing && number == 0))
+            continue; // it connects
+        ASSERT_EQ(arrival, Arrival::buffer) << number;
+        for (int i = 0; i < 50; ++i)
+            std::this_thread::yield();
+        const std::size_t size = sizeOf(number);
+        EXPECT_EQ(bytes.size(), number % 3 && number % 2 == 0 ? size / 2 : size) << number;
+        EXPECT_EQ(bytes.front(), static_cast<unsigned char>(number));
+        EXPECT_EQ(std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1), 0) << number;
+        ++number;
+    }
+    program.join();
+}
+
+// What a program says of the ring is not believed.
+TEST(CaptureRing, ExtentsLieWithinIt)
+{
+    const std::string path = temporaryName("socket");
+    const struct {
+        std::int32_t size, at;
+        bool isGood;
+    } cases[] = {{100, 0, true},
+                 {100, ringBytes - 100, true},
+                 {0, ringBytes, true},
+                 {100, ringBytes - 99, false},
+                 {1, ringBytes, false},
+                 {1, 0x7fffffff, false},
+                 {ringBytes + 1, 0, false},
+                 {-1, 0, false},
+                 {-1, -1, false}};
+    for (const bool small : {false, true})
+        for (const auto& [size, at, isGood] : cases) {
+            CaptureSocket socket;
+            listenForProgram(socket, path);
+            sockaddr_un address{};
+            address.sun_family = AF_UNIX;
+            path.copy(address.sun_path, sizeof address.sun_path - 1);
+            const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+            int memory = memfd_create("ring", MFD_CLOEXEC);
+            ASSERT_EQ(ftruncate(memory, static_cast<off_t>(sizeof(CaptureRing)) - small), 0);
+            _handshake handshake = ownHandshake;
+            iovec piece{&handshake, sizeof handshake};
+            alignas(cmsghdr) char control[CMSG_SPACE(sizeof memory)] = {};
+            msghdr message{};
+            message.msg_iov = &piece;
+            message.msg_iovlen = 1;
+            message.msg_control = control;
+            message.msg_controllen = sizeof control;
+            cmsghdr* const header = CMSG_FIRSTHDR(&message);
+            *header = {.cmsg_len = CMSG_LEN(sizeof memory),
+                       .cmsg_level = SOL_SOCKET,
+                       .cmsg_type = SCM_RIGHTS};
+            std::memcpy(CMSG_DATA(header), &memory, sizeof memory);
+            ASSERT_EQ(sendmsg(fd, &message, 0), ssize_t{sizeof handshake});
+            close(memory);
+            const CaptureMessage said{{size, 0}, at, 0, 0};
+            send(fd, &said, sizeof said, MSG_NOSIGNAL);
+            _hdr hdr{};
+            std::span<const unsigned char> bytes;
+            constexpr long step = 100'000; // microseconds: all has been sent
+            Arrival arrival = Arrival::nothing;
+            for (int i = 0; i < 3 && arrival == Arrival::nothing; ++i)
+                arrival = waitForBuffer(socket, step, -1, hdr, bytes);
+            EXPECT_EQ(arrival, small ? Arrival::nothing : Arrival::program);
+            if (!small) {
+                EXPECT_EQ(waitForBuffer(socket, step, -1, hdr, bytes),
+                          isGood ? Arrival::buffer : Arrival::end)
+                    << size << " bytes at " << at;
+            }
+            close(fd);
+            if (small)
+                break;
+        }
+}
+
+} // namespace
