@@ -155,6 +155,8 @@ void leaveProgram(CaptureSocket& socket)
     socket.ringEnd = 0;
     socket.program = -1;
     socket.watch.isShown = socket.watch.gone = false; // its last picture stays
+    socket.ownFrames = 0;                             // the next one is owed none of them
+    socket.betweenFrames = false;                     // as at the beginning
 }
 
 // Removes what is no longer listened at. Nothing but a socket is removed.

@@ -28,21 +28,6 @@ std::atomic<long> lastLook, stoppedTime; // nanoseconds; the first of CLOCK_MONO
 constexpr long graceAtEnd = 5000;                           // milliseconds
 constexpr Timeout graceOfHelpers = std::chrono::seconds(1); // without a launcher
 
-// Waits for one of the started to end. A helper is told again and again: mpiexec does not hear of a
-// SIGTERM while it starts.
-void awaitEnd(const Started& process, long until)
-{
-    constexpr long again = 300; // milliseconds
-    for (long left = 1; left > 0;) {
-        left = std::max(until - nanoseconds() / 1'000'000, 0L);
-        pollfd end{process.pidFd, POLLIN, 0};
-        if (poll(&end, 1, static_cast<int>(std::min(left, again))) > 0)
-            return;
-        if (process.origin == Origin::helper)
-            signalStarted(process.pidFd, SIGTERM);
-    }
-}
-
 // Async-signal-safe.
 void cleanUp()
 {
@@ -53,12 +38,16 @@ void cleanUp()
             closePipesOf(pid);
             signalStarted(process.pidFd, SIGTERM);
         }
-    const long until = nanoseconds() / 1'000'000 + graceAtEnd;
+    const auto milliseconds = [] { return nanoseconds() / 1'000'000; };
+    const long start = milliseconds();
     for (Started& process : started)
         if (const pid_t pid = process.pid) {
-            awaitEnd(process, until);
-            signalStarted(process.pidFd, SIGKILL);
+            const long grace = process.isLauncher ? launcherGrace.count() : graceAtEnd;
             pollfd end{process.pidFd, POLLIN, 0};
+            while (poll(&end, 1, static_cast<int>(std::max(start + grace - milliseconds(), 0L))) <
+                   0) {
+            }
+            signalStarted(process.pidFd, SIGKILL);
             poll(&end, 1, graceAtEnd); // its orphans are adopted by then
             waitpid(pid, nullptr, WNOHANG);
             process.pid = 0;

@@ -112,15 +112,8 @@ Ending stopProcess(Process& process, Timeout grace)
         return {};
     if (closePipesOf(process.pid))
         process.out = process.err = -1;
-    // mpiexec does not hear of it while it starts: a helper is told again.
-    constexpr Timeout again = std::chrono::milliseconds(300);
-    const auto until = Clock::now() + grace;
-    bool ended = false;
-    do {
-        signalStarted(process.pidFd, SIGTERM);
-        ended = waitForEnd(process, process.isUsers ? grace : std::min(grace, again));
-    } while (!ended && Clock::now() < until);
-    if (!ended)
+    signalStarted(process.pidFd, SIGTERM);
+    if (!waitForEnd(process, process.isLauncher ? std::min(grace, launcherGrace) : grace))
         signalProcess(process, SIGKILL);
     Ending ending = reap(process);
     endOrphans(process.isUsers ? Origin::program : Origin::helper, std::min(grace, orphanGrace));

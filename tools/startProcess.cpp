@@ -187,7 +187,8 @@ int launch(const Command& command, const std::string& path, Process& process, En
         if (ends.pidFd < 0)
             error = errno;
         else if (!listStarted(process.pid, ends.pidFd,
-                              {piped ? process.out : -1, piped ? process.err : -1}, origin))
+                              {piped ? process.out : -1, piped ? process.err : -1}, origin,
+                              command.isLauncher))
             error = EAGAIN; // too many at once
         if (error)
             kill(process.pid, SIGKILL);
@@ -217,6 +218,7 @@ Process startProcess(const Command& command)
     Process process;
     Ends ends;
     process.isUsers = command.isUsers;
+    process.isLauncher = command.isLauncher;
     int error = 0;
     try {
         openEnds(command, process, ends);

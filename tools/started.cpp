@@ -31,13 +31,13 @@ void signalStarted(int pidFd, int signal)
         syscall(SYS_pidfd_send_signal, pidFd, SIGCONT, nullptr, 0);
 }
 
-bool listStarted(pid_t pid, int pidFd, const int (&pipes)[2], Origin origin)
+bool listStarted(pid_t pid, int pidFd, const int (&pipes)[2], Origin origin, bool isLauncher)
 {
     for (Started& process : started) {
         pid_t none = 0;
         if (process.pid.compare_exchange_strong(none, pid)) {
             process.pidFd = pidFd;
-            process.origin = origin;
+            process.isLauncher = isLauncher;
             std::ranges::copy(pipes, process.pipes);
             if (origin == Origin::program) {
                 users.pidFd = pidFd;

@@ -15,7 +15,7 @@ struct Started {
     std::atomic<pid_t> pid; // 0: the place is free
     std::atomic<int> pidFd;
     std::atomic<int> pipes[2]; // the reading ends of its output; -1: none
-    std::atomic<Origin> origin;
+    std::atomic<bool> isLauncher;
 };
 constexpr int mostStarted = 256;
 extern std::array<Started, mostStarted> started;
@@ -37,7 +37,7 @@ std::string markOf(Origin origin);
 
 /// Lists what has been started. `pipes` are the reading ends of its output, or -1. False when there
 /// are too many.
-bool listStarted(pid_t pid, int pidFd, const int (&pipes)[2], Origin origin);
+bool listStarted(pid_t pid, int pidFd, const int (&pipes)[2], Origin origin, bool isLauncher);
 void unlistStarted(pid_t pid);
 
 /// Closes the reading ends of its output. False when it has none.
