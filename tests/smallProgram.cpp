@@ -339,6 +339,7 @@ void figures()
 void openList()
 {
     GLXContext other = glXCreateContext(dpy, visual, nullptr, True);
+    frame();
     glNewList(3, GL_COMPILE);
     glColor3f(0, 1, 0);
     glXMakeCurrent(dpy, window, other);
