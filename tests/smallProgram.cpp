@@ -350,6 +350,7 @@ void openList()
     glRectf(-0.9F, -0.9F, 0.9F, 0.9F);
     glEndList();
     glClear(GL_COLOR_BUFFER_BIT);
+    glColor3f(1, 0, 0);
     glCallList(3);
     tellError("list");
     glXSwapBuffers(dpy, window);
