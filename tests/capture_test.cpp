@@ -212,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(Programs, Small,
                                          SmallProgram{"within", 1}, SmallProgram{"buffers", 1},
                                          SmallProgram{"sharing", 0}, SmallProgram{"destroyed", 0},
                                          SmallProgram{"shaders", 4}, SmallProgram{"forks", 2},
-                                         SmallProgram{"figures", 70}, SmallProgram{"openList", 1},
+                                         SmallProgram{"figures", 70}, SmallProgram{"openList", 2},
                                          SmallProgram{"exits", 0}, SmallProgram{"reconnects", 6}),
                          [](const auto& test) { return std::string(test.param.name); });
 

@@ -339,6 +339,7 @@ void figures()
 void openList()
 {
     GLXContext other = glXCreateContext(dpy, visual, nullptr, True);
+    frame();
     glNewList(3, GL_COMPILE);
     glColor3f(0, 1, 0);
     glXMakeCurrent(dpy, window, other);
@@ -349,6 +350,7 @@ void openList()
     glRectf(-0.9F, -0.9F, 0.9F, 0.9F);
     glEndList();
     glClear(GL_COLOR_BUFFER_BIT);
+    glColor3f(1, 0, 0);
     glCallList(3);
     tellError("list");
     glXSwapBuffers(dpy, window);

@@ -104,6 +104,7 @@ TEST(WallTool, CheckFindsEachMistakeOnItsLine)
         const char* findings; // a regular expression for the lines "LINE: TEXT" of them all
     } cases[] = {
         {1, "# the same", ""},
+        {5, "other:0.0 600 400 0 0 300 200", ""},
         {4, "node 600 400 300 200 300 200", "4: .*no X display name.*"},
         {5, ":x 600 400 0 0 300 200", "5: \":x\" is no X display name.*"},
         {5, ":7. 600 400 0 0 300 200", "5: .* is no X display name.*"},
