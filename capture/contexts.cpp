@@ -89,10 +89,10 @@ void leaveGroup(Context& c)
     if (--group->members > 0)
         return;
     if (group->onWall && shownWindow == group->window) {
+        shownWindow = 0;
         // Another context may draw into it next.
         if (capturing && !windowState(displayNameOf(c), group->window, true).viewable)
-            sendBlack(*group);
-        shownWindow = 0;
+            tellShown(c);
     }
     if (wallCurrent.group == group)
         wallCurrent = {};

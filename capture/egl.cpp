@@ -2,6 +2,7 @@
 #include "capture/contexts.h"
 #include "capture/entries.h"
 #include "capture/strings.h"
+#include "client/programWindow.h"
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
@@ -152,8 +153,7 @@ std::vector<int> attributesOf(EGLDisplay display, EGLConfig config)
         OWN(eglGetConfigAttrib)(display, config, name, &v);
         return v;
     };
-    std::vector<int> list{
-        GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 1, GLX_GREEN_SIZE, 1, GLX_BLUE_SIZE, 1};
+    std::vector<int> list(std::begin(usualAttributes), std::end(usualAttributes));
     for (const auto& [name, glx] : {std::pair{EGL_ALPHA_SIZE, GLX_ALPHA_SIZE},
                                     {EGL_DEPTH_SIZE, GLX_DEPTH_SIZE},
                                     {EGL_STENCIL_SIZE, GLX_STENCIL_SIZE}})

@@ -16,6 +16,7 @@ extern std::mutex streamLock;
 /// The program's window that the wall shows; 0: none.
 extern unsigned long shownWindow;
 
+inline constexpr AppDisplay wallDisplay = capturedDisplay;
 inline constexpr std::size_t tapeRoom = 256 << 10;
 inline constexpr std::size_t mostTapeRoom = 8 << 20; // that is kept once a record needed it
 

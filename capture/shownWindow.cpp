@@ -77,6 +77,8 @@ void sayNoRoom(const char* what)
 bool takeRoom(Context& c, std::optional<WallContext>& taken)
 {
     ShareGroup& group = *c.group;
+    if (!connectToWall()) // the numbers of what it has depend on it
+        return false;
     if (!group.onWall) {
         taken = takeWallContext(c.attributes);
         if (!taken) {
@@ -117,13 +119,6 @@ void sendOpening(const Context& c, const WallContext& taken)
     encode<Op::glPixelStorei>(out, GLenum{GL_UNPACK_ALIGNMENT}, 1);
     const Bytes pieces[] = {out};
     sendBuffer(pieces, false);
-}
-
-void tellShown(const Context& c)
-{
-    if (!showsAll())
-        sendShown(static_cast<std::uint32_t>(shownWindow), c.group->wallWindow, c.doubleBuffered,
-                  displayNameOf(c));
 }
 
 // Shows the current context's window on the wall.
@@ -176,12 +171,13 @@ void show(Context& c, const WindowState& state)
     recordMargins(c);
 }
 
-// What was shown is closed or hidden. The wall is black until another is shown: the largest of
-// those that it has already, or whoever draws next.
+// What was shown is closed or hidden: the wall's process decides what is shown instead, until
+// another draws.
 void hide(Context& c)
 {
     passOnTape(c, false);
-    sendBlack(*c.group);
+    if (wallCurrent.group != c.group || wallCurrent.window != c.group->wallWindow)
+        sendMakeCurrent(*c.group);
     shownWindow = 0;
     tellShown(c);
     setEnds(c);
@@ -248,6 +244,12 @@ void considerWindow(Context& c)
 
 } // namespace
 
+void tellShown(const Context& c)
+{
+    sendShown(static_cast<std::uint32_t>(shownWindow), c.group->wallWindow, c.doubleBuffered,
+              displayNameOf(c));
+}
+
 void beginPicture(Context& c)
 {
     c.drawsPicture = c.asPicture;
@@ -273,12 +275,4 @@ void recordMarginsOfFrame(const Context& c)
         return;
     --framesWithMargins;
     recordMargins(c);
-}
-
-void sendBlack(const ShareGroup& group)
-{
-    CommandBuffer out;
-    encodeBlack(out, wallDisplay, AppDrawable(group.wallWindow),
-                !group.main || group.main->doubleBuffered);
-    sendRecords(group, true, out, false);
 }

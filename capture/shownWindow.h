@@ -14,5 +14,5 @@ void endPicture(Context& c);
 /// Black around the picture in the buffers of a window that is new to the wall.
 void recordMarginsOfFrame(const Context& c);
 
-/// Nothing is shown any more in the window that was.
-void sendBlack(const ShareGroup& group);
+/// Tells the wall's process which window it is, or that none is shown any more.
+void tellShown(const Context& c);

@@ -14,12 +14,12 @@
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 CaptureOptions captureOptions;
 std::atomic<bool> capturing;
 WallCurrent wallCurrent;
+std::uint32_t firstHandle;
 
 namespace {
 
@@ -152,15 +152,17 @@ std::int32_t reserveInRing(std::size_t bytes)
     return static_cast<std::int32_t>(at);
 }
 
+} // namespace
+
 bool connectToWall()
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (std::strlen(captureOptions.socket) >= sizeof address.sun_path) {
+    if (connection >= 0)
+        return capturing;
+    sockaddr_un address;
+    if (!localAddress(captureOptions.socket, address)) {
         stop("the socket's path is too long");
         return false;
     }
-    std::strcpy(address.sun_path, captureOptions.socket);
     connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
         stop("the wall's socket does not answer");
@@ -168,15 +170,20 @@ bool connectToWall()
     }
     constexpr int room = 4 << 20;
     setsockopt(connection, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
-    if (!sendHandshake() || receiveAnswer(0) != captureAccepted) {
+    const bool said = sendHandshake();
+    if (said && !await(POLLIN)) {
+        stop(standsStill);
+        return false;
+    }
+    const std::int32_t accepted = said ? receiveAnswer(0) : captureTaken;
+    if (accepted < captureAccepted) {
         stop("another process of the program is on the wall already");
         return false;
     }
+    firstHandle = static_cast<std::uint32_t>(accepted);
     pthread_atfork(nullptr, nullptr, stopInChild);
     return true;
 }
-
-} // namespace
 
 void readCaptureOptions()
 {
@@ -249,7 +256,7 @@ void sendReserved(std::span<const unsigned char> written, bool endsFrame)
 
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame)
 {
-    if (!capturing || (connection < 0 && !connectToWall()))
+    if (!capturing || !connectToWall())
         return;
     std::array<iovec, mostPieces + 1> vector;
     std::size_t size = 0;

@@ -44,6 +44,11 @@ struct WallCurrent {
 };
 extern WallCurrent wallCurrent;
 
+/// Connects, if that has not been done: false when there is no wall. `firstHandle` is then how many
+/// handles of contexts, visuals and windows programs before this one have used up.
+bool connectToWall();
+extern std::uint32_t firstHandle;
+
 /// Bytes of a command buffer in pieces. Connects at the first. Any thread, one at a time.
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame);
 

@@ -1,4 +1,5 @@
 #include "capture/wallSlots.h"
+#include "capture/stream.h"
 
 #include <algorithm>
 #include <numeric>
@@ -13,7 +14,8 @@ struct Slot {
     UsedNames used{};
 };
 
-// In the order of their numbers, from 1 on. Never destroyed, as all that this library keeps.
+// In the order of their numbers, from firstHandle + 1 on. Never destroyed, as all that this library
+// keeps.
 auto& visuals = *new std::vector<std::vector<int>>;
 auto& slots = *new std::vector<Slot>;
 
@@ -34,19 +36,21 @@ std::optional<WallContext> takeWallContext(const std::vector<int>& attributes)
 {
     const auto found = std::find(visuals.begin(), visuals.end(), attributes);
     const bool newVisual = found == visuals.end();
-    const auto visual = static_cast<std::uint32_t>(found - visuals.begin() + 1);
+    const auto visual = firstHandle + static_cast<std::uint32_t>(found - visuals.begin() + 1);
     for (Slot& slot : slots)
         if (slot.isFree && slot.visual == visual) {
             slot.isFree = false;
-            return WallContext{static_cast<std::uint32_t>(&slot - slots.data() + 1), visual, false,
-                               false, slot.used};
+            return WallContext{firstHandle + static_cast<std::uint32_t>(&slot - slots.data() + 1),
+                               visual, false, false, slot.used};
         }
-    if (slots.size() >= mostContexts || (newVisual && visuals.size() >= mostVisuals))
+    if (firstHandle + slots.size() >= mostContexts ||
+        (newVisual && firstHandle + visuals.size() >= mostVisuals))
         return {};
     if (newVisual)
         visuals.push_back(attributes);
     slots.push_back({visual});
-    return WallContext{static_cast<std::uint32_t>(slots.size()), visual, newVisual, true, {}};
+    return WallContext{
+        firstHandle + static_cast<std::uint32_t>(slots.size()), visual, newVisual, true, {}};
 }
 
 void giveWallContext(std::uint32_t context, const UsedNames& used)
@@ -54,8 +58,9 @@ void giveWallContext(std::uint32_t context, const UsedNames& used)
     const bool few =
         used.texture <= mostTextures && used.list <= mostLists && used.program <= mostPrograms;
     if (context > 0 && few) {
-        slots[context - 1].isFree = true;
-        slots[context - 1].used = used;
+        Slot& slot = slots[context - firstHandle - 1];
+        slot.isFree = true;
+        slot.used = used;
     }
 }
 

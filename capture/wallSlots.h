@@ -1,7 +1,9 @@
-// What servers have room for: 63 contexts, visuals and windows in their life. Those that a program
-// has given up are used again, contexts with the state of a new one. One thread at a time.
+// What servers have room for: 63 contexts, visuals and windows in their life, less those of
+// programs that were on the wall before. Those that a program has given up are used again, contexts
+// with the state of a new one. One thread at a time.
 #pragma once
 
+#include "capture/stream.h"
 #include "client/encoder.h"
 
 #include <optional>
@@ -40,7 +42,7 @@ struct WallWindow {
     unsigned long window;
     std::uint32_t visual;
 };
-/// All that have been made; a window's number is one more than its place.
+/// All that have been made; a window's number is firstHandle and one more than its place.
 std::vector<WallWindow>& wallWindows();
 inline constexpr std::size_t mostWallWindows = 60;
 inline constexpr std::size_t manyWallWindows = 12; // from here on old ones are looked for
@@ -50,7 +52,7 @@ std::uint32_t wallWindow(unsigned long window, std::uint32_t visual, InUse inUse
 {
     std::vector<WallWindow>& all = wallWindows();
     const auto numberOf = [&all](const WallWindow& one) {
-        return static_cast<std::uint32_t>(&one - all.data() + 1);
+        return firstHandle + static_cast<std::uint32_t>(&one - all.data() + 1);
     };
     for (const WallWindow& one : all)
         if (one.window == window && one.visual == visual)
@@ -61,7 +63,7 @@ std::uint32_t wallWindow(unsigned long window, std::uint32_t visual, InUse inUse
                 one.window = window;
                 return numberOf(one);
             }
-    if (all.size() >= mostWallWindows)
+    if (firstHandle + all.size() >= mostWallWindows)
         return 0;
     all.push_back({window, visual});
     return numberOf(all.back());

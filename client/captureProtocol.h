@@ -1,16 +1,17 @@
 // What a capture library and the process that takes its stream in say to each other over their
 // local socket. The library begins with a handshake, as a stream does, and hands over memory that
-// both share; then comes a message for each command buffer. It is answered with 4-byte integers: 0
-// for the handshake, later the number of frames that have been shown meanwhile.
+// both share; then comes a message for each command buffer. It is answered with 4-byte integers:
+// for the handshake how many handles programs before it have used up, later the number of frames
+// that have been shown meanwhile.
 #pragma once
 
 #include "wire/framing.h"
-#include "wire/handles.h"
 
 #include <atomic>
+#include <cstring>
 
-/// The application's display in what capture libraries send.
-inline constexpr AppDisplay wallDisplay(1U);
+#include <sys/socket.h>
+#include <sys/un.h>
 
 /// Before each command buffer. Small ones follow on the socket.
 struct CaptureMessage {
@@ -42,7 +43,19 @@ struct CaptureShown {
     char authority[1024]; // the file with the way into it, or nothing
 };
 
-/// In the place of a handshake: no program is going to connect.
+/// In the place of a handshake: no other program is going to connect.
 inline constexpr _handshake endOfWaitingSign{-1, -1, -1};
 
-inline constexpr std::int32_t captureAccepted = 0, captureTaken = -1;
+inline constexpr std::int32_t captureAccepted = 0; // or more, where handles are used up
+inline constexpr std::int32_t captureTaken = -1;
+
+/// The address of a local socket. False when its path is too long for one.
+inline bool localAddress(const char* path, sockaddr_un& address)
+{
+    address = {};
+    address.sun_family = AF_UNIX;
+    const bool fits = std::strlen(path) < sizeof address.sun_path;
+    if (fits)
+        std::strcpy(address.sun_path, path);
+    return fits;
+}

@@ -10,18 +10,15 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
 
 sockaddr_un addressOf(const std::string& path)
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path)
+    sockaddr_un address;
+    if (!localAddress(path.c_str(), address))
         throw std::runtime_error(path + ": too long for a socket");
-    std::strcpy(address.sun_path, path.c_str());
     return address;
 }
 
@@ -87,12 +84,12 @@ Arrival hearNewcomer(CaptureSocket& socket, int& fd)
         return Arrival::nothing;
     CaptureRing* const ring = got > 0 ? mapRing(message) : nullptr;
     const bool isWhole = got == static_cast<ssize_t>(sizeof handshake); // it is sent at once
-    if (isWhole && ring && socket.program < 0) {
+    if (isWhole && ring && socket.program < 0 && !socket.endsAfter) {
         socket.handshake = handshake;
         socket.ring = ring;
         socket.program = fd;
         fd = -1;
-        answer(socket.program, captureAccepted);
+        answer(socket.program, socket.firstHandle);
         return Arrival::program;
     }
     if (ring)
@@ -101,10 +98,16 @@ Arrival hearNewcomer(CaptureSocket& socket, int& fd)
         answer(fd, captureTaken);
     close(fd);
     fd = -1;
-    return isWhole && !ring && socket.program < 0 &&
-                   std::memcmp(&handshake, &endOfWaitingSign, sizeof handshake) == 0
-               ? Arrival::end
-               : Arrival::nothing;
+    socket.endsAfter |=
+        isWhole && !ring && std::memcmp(&handshake, &endOfWaitingSign, sizeof handshake) == 0;
+    return Arrival::nothing;
+}
+
+// True when the program has closed its side: what it sent before may still be there.
+bool hasHungUp(const CaptureSocket& socket)
+{
+    pollfd state{socket.program, POLLRDHUP, 0};
+    return socket.program >= 0 && poll(&state, 1, 0) > 0;
 }
 
 Arrival hearNewcomers(CaptureSocket& socket)
@@ -142,17 +145,18 @@ Arrival takeAway(CaptureSocket& socket, _hdr& hdr, std::span<const unsigned char
     return Arrival::buffer;
 }
 
-// What follows a message that another window is shown, or none.
-Arrival hearOfWindow(CaptureSocket& socket, const CaptureMessage& message, _hdr& hdr,
-                     std::span<const unsigned char>& bytes)
+void leaveProgram(CaptureSocket& socket)
 {
-    CaptureShown shown{};
-    if (message.hdr.size != sizeof shown || !receiveAll(socket.program, &shown, sizeof shown))
-        return Arrival::end; // no capture library says so
-    shown.display[sizeof shown.display - 1] = shown.authority[sizeof shown.authority - 1] = '\0';
-    socket.wallCurrent = message.wallCurrent;
-    showsWindow(socket.watch, shown);
-    return shown.window == 0 ? takeAway(socket, hdr, bytes) : Arrival::nothing;
+    if (socket.program < 0)
+        return;
+    munmap(socket.ring, sizeof(CaptureRing));
+    close(socket.program);
+    socket.ring = nullptr;
+    socket.ringEnd = 0;
+    socket.program = -1;
+    socket.watch.isShown = socket.watch.gone = false; // its last picture stays
+    socket.ownFrames = 0;                             // the next one is owed none of them
+    socket.betweenFrames = false;                     // as at the beginning
 }
 
 // Removes what is no longer listened at. Nothing but a socket is removed.
@@ -172,10 +176,7 @@ CaptureSocket::~CaptureSocket()
 {
     for (const int fd : newcomers)
         close(fd);
-    if (ring)
-        munmap(ring, sizeof(CaptureRing));
-    if (program >= 0)
-        close(program);
+    leaveProgram(*this);
     if (listening >= 0) {
         close(listening);
         unlink(path.c_str());
@@ -205,6 +206,46 @@ void listenForProgram(CaptureSocket& socket, const std::string& path)
     socket.listening = fd;
 }
 
+namespace {
+
+// What follows a message that another window is shown, or none. False when nothing does.
+bool hearOfWindow(CaptureSocket& socket, const CaptureMessage& message)
+{
+    CaptureShown shown{};
+    if (message.hdr.size != sizeof shown || !receiveAll(socket.program, &shown, sizeof shown))
+        return false; // no capture library says so
+    shown.display[sizeof shown.display - 1] = shown.authority[sizeof shown.authority - 1] = '\0';
+    showsWindow(socket.watch, shown);
+    return true;
+}
+
+// Takes in a message of the program, of a command buffer or not: `bytes` is empty then. False when
+// its stream has ended.
+bool takeMessage(CaptureSocket& socket, _hdr& hdr, std::span<const unsigned char>& bytes)
+{
+    CaptureMessage message{};
+    if (!receiveAll(socket.program, &message, sizeof message) || message.hdr.size < 0)
+        return false;
+    socket.wallCurrent = message.wallCurrent;
+    if (message.hdr.sync == showsAnother)
+        return hearOfWindow(socket, message);
+    hdr = message.hdr;
+    socket.betweenFrames = hdr.sync != 0;
+    const auto size = static_cast<std::size_t>(hdr.size);
+    if (message.ringAt >= 0) {
+        if (message.ringAt > ringBytes || hdr.size > ringBytes - message.ringAt)
+            return false; // no capture library says so
+        bytes = {socket.ring->bytes + message.ringAt, size};
+        socket.ringEnd = message.ringEnd;
+        return true;
+    }
+    socket.bytes.resize(size);
+    bytes = socket.bytes;
+    return receiveAll(socket.program, socket.bytes.data(), size);
+}
+
+} // namespace
+
 Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hdr& hdr,
                       std::span<const unsigned char>& bytes)
 {
@@ -215,15 +256,18 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
                                {socket.program, POLLIN, 0},
                                {watchFd(socket.watch), POLLIN, 0},
                                {otherFd, POLLIN, 0}};
+    const bool isFree = socket.newcomers.empty() || !hasHungUp(socket);
     for (const int fd : socket.newcomers)
-        events.push_back({fd, POLLIN, 0});
-    const bool canTakeAway = socket.watch.gone && socket.betweenFrames;
-    if (canTakeAway)
-        microseconds = 0; // unless the program has something to say
+        events.push_back({isFree ? fd : -1, POLLIN, 0});
+    const bool canTakeAway =
+        socket.watch.gone && (socket.betweenFrames || socket.watch.programSaysSo);
+    const long untilThen = canTakeAway ? stillShown(socket.watch) : microseconds;
+    if (canTakeAway && (microseconds < 0 || untilThen < microseconds))
+        microseconds = untilThen; // unless the program has something to say
     const timespec time{microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
     const int ready =
         ppoll(events.data(), events.size(), microseconds < 0 ? nullptr : &time, nullptr);
-    if (ready <= 0 && canTakeAway)
+    if (canTakeAway && (ready <= 0 || !events[1].revents) && stillShown(socket.watch) == 0)
         return takeAway(socket, hdr, bytes);
     if (ready <= 0)
         return Arrival::nothing;
@@ -231,36 +275,25 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
         lookAtWindow(socket.watch);
     if (events[0].revents)
         acceptNewcomer(socket);
-    if (const Arrival arrival = hearNewcomers(socket); arrival != Arrival::nothing)
-        return arrival;
+    if (!hasHungUp(socket))
+        if (const Arrival arrival = hearNewcomers(socket); arrival != Arrival::nothing)
+            return arrival;
+    if (socket.program < 0)
+        return socket.endsAfter ? Arrival::end : Arrival::nothing;
     if (!events[1].revents)
         return Arrival::nothing;
-    CaptureMessage message{};
-    if (!receiveAll(socket.program, &message, sizeof message) || message.hdr.size < 0)
-        return Arrival::end;
-    if (message.hdr.sync == showsAnother)
-        return hearOfWindow(socket, message, hdr, bytes);
-    hdr = message.hdr;
-    socket.wallCurrent = message.wallCurrent;
-    socket.betweenFrames = hdr.sync != 0;
-    const auto size = static_cast<std::size_t>(hdr.size);
-    if (message.ringAt >= 0) {
-        if (message.ringAt > ringBytes || hdr.size > ringBytes - message.ringAt)
-            return Arrival::end; // no capture library says so
-        bytes = {socket.ring->bytes + message.ringAt, size};
-        socket.ringEnd = message.ringEnd;
-        return Arrival::buffer;
-    }
-    socket.bytes.resize(size);
-    bytes = socket.bytes;
-    return receiveAll(socket.program, socket.bytes.data(), size) ? Arrival::buffer : Arrival::end;
+    bytes = {};
+    if (takeMessage(socket, hdr, bytes))
+        return bytes.data() ? Arrival::buffer : Arrival::nothing;
+    leaveProgram(socket);
+    return Arrival::programEnd;
 }
 
 void answerFrames(CaptureSocket& socket, int frames)
 {
     const int own = std::min(frames, socket.ownFrames);
     socket.ownFrames -= own;
-    if (frames > own)
+    if (frames > own && socket.program >= 0)
         answer(socket.program, frames - own);
 }
 

@@ -9,8 +9,9 @@
 #include <string>
 #include <vector>
 
-/// One program at a time: others are told that the wall is taken, and draw for themselves. A
-/// connection is none's until its handshake has come.
+/// One program at a time: others are told that the wall is taken, and draw for themselves. One that
+/// comes when the one before is gone waits until that one's stream is taken in. A connection is
+/// none's until its handshake has come.
 struct CaptureSocket {
     std::string path; // where it listens
     int listening = -1;
@@ -18,6 +19,8 @@ struct CaptureSocket {
     std::vector<int> newcomers; // whose handshake has not come yet
     _handshake handshake{};
     CaptureRing* ring = nullptr;
+    std::int32_t firstHandle = 0;     // that the next program may use, less 1
+    bool endsAfter = false;           // endWaiting has been said
     std::uint64_t ringEnd = 0;        // to be released before the next buffer
     std::vector<unsigned char> bytes; // of a buffer that came over the socket
     WindowWatch watch;
@@ -40,7 +43,8 @@ enum class Arrival {
     nothing, // within the time, or another file is ready
     program, // one has connected
     buffer,
-    end, // the program's stream has ended; what was received is whole
+    programEnd, // the program's stream has ended; what was received is whole
+    end,        // endWaiting has been said, and there is no program
 };
 
 /// Waits for so many microseconds (negative: for ever), or until `otherFd` can be read. A buffer's
@@ -52,5 +56,5 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
 /// Tells the program that so many frames more have been shown.
 void answerFrames(CaptureSocket& socket, int frames);
 
-/// Ends whoever listens at a path and has no program yet: says so in the place of a handshake.
+/// Ends whoever listens at a path, once it has no program: says so in the place of a handshake.
 void endWaiting(const std::string& path);

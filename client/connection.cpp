@@ -1,8 +1,6 @@
 #include "client/connection.h"
+#include "shuffle/betweenPolls.h"
 #include "wire/opcodes.h"
-
-#include <sched.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -10,18 +8,6 @@
 #include <cstring>
 
 namespace {
-
-// Between two polls; `polls` counts those of one wait. A short wait keeps MPI going; a long one is
-// for the wall to draw, and on one machine its rasteriser needs the core.
-void betweenPolls(int& polls)
-{
-    constexpr int shortWait = 30;                  // polls
-    constexpr useconds_t step = 10, longest = 500; // microseconds
-    if (++polls < shortWait)
-        sched_yield();
-    else
-        usleep(std::min(longest, step * static_cast<useconds_t>(polls - shortWait)));
-}
 
 void completeSends(Connection& connection)
 {

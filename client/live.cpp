@@ -1,65 +1,61 @@
 #include "client/live.h"
-#include "client/captureSocket.h"
-#include "client/playOptions.h"
+#include "client/playReports.h"
+#include "client/receivePrograms.h"
 
 #include <algorithm>
 #include <chrono>
 #include <climits>
-#include <cstdio>
-
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-struct Totals {
-    long frames = 0, bytes = 0;
-    Clock::time_point start = Clock::now();
-};
-
-void say(const char* line)
-{
-    std::puts(line);
-    std::fflush(stdout);
-}
-
-} // namespace
 
 void playLive(Connection& connection, const std::string& socketPath)
 {
+    using Clock = std::chrono::steady_clock;
     CaptureSocket socket;
     listenForProgram(socket, socketPath);
-    say(readyLine);
+    tell(PlayEvent::ready);
 
-    Totals totals;
-    _hdr hdr{};
-    std::span<const unsigned char> bytes;
+    const Clock::time_point start = Clock::now();
+    long frames = 0, bytes = 0;
     long told = connection.acknowledged;
     // While frames are on their way both sides are looked after: the socket wakes at once, MPI's
     // messages are polled for, after a while seldom.
     constexpr long shortest = 10, longest = 500; // microseconds
     long pause = shortest;
-    for (;;) {
-        const bool due = connection.outstanding > 0;
-        const Arrival arrival = waitForBuffer(socket, due ? pause : -1, -1, hdr, bytes);
-        if (arrival == Arrival::end)
-            break;
-        if (arrival == Arrival::program)
-            say(drawsLine);
-        if (arrival == Arrival::buffer) {
-            sendBuffer(connection, bytes.data(), hdr, INT_MAX); // the program holds itself back
-            totals.frames += hdr.sync != 0;
-            totals.bytes += hdr.size;
-            pause = shortest;
-        } else
-            pause = std::min(pause + shortest, longest);
-        while (pollAcknowledgements(connection))
-            pause = shortest;
-        answerFrames(socket, static_cast<int>(connection.acknowledged - told));
-        told = connection.acknowledged;
-    }
+    receivePrograms(socket, {.take =
+                                 [&](const _hdr& hdr, std::span<const unsigned char> buffer) {
+                                     sendBuffer(connection, buffer.data(), hdr,
+                                                INT_MAX); // it holds itself back
+                                     frames += hdr.sync != 0;
+                                     bytes += hdr.size;
+                                 },
+                             .begins = [] { tell(PlayEvent::drawing); },
+                             .ends =
+                                 [&](long ofProgram) {
+                                     // What the wall still owes is not the next one's.
+                                     waitForAcknowledgements(connection, 0);
+                                     told = connection.acknowledged;
+                                     tell(PlayEvent::drawn, ofProgram);
+                                 },
+                             .shown =
+                                 [&] {
+                                     while (pollAcknowledgements(connection))
+                                         pause = shortest;
+                                     const long more = connection.acknowledged - told;
+                                     told = connection.acknowledged;
+                                     return static_cast<int>(more);
+                                 },
+                             .wait =
+                                 [&](bool busy) {
+                                     pause = busy ? shortest : std::min(pause + shortest, longest);
+                                     return ReceiverWait{
+                                         .microseconds = connection.outstanding > 0 ? pause : -1};
+                                 },
+                             .isOver = [] { return false; }});
     finishServers(connection);
-    const double seconds = std::chrono::duration<double>(Clock::now() - totals.start).count();
-    std::printf("play: %ld bytes, %ld frames, %.1f seconds\n", totals.bytes, totals.frames,
-                seconds);
-    std::fflush(stdout);
+    tell({.event = PlayEvent::played,
+          .isLive = 1,
+          .frames = frames,
+          .buffers = 0,
+          .bytes = bytes,
+          .seconds = std::chrono::duration<double>(Clock::now() - start).count(),
+          .perSecond = 0});
 }

@@ -3,13 +3,13 @@
 #include "client/live.h"
 #include "client/locations.h"
 #include "client/playOptions.h"
+#include "client/playReports.h"
 #include "client/streamFile.h"
 #include "shuffle/endTask.h"
 
 #include <CLI/CLI.hpp>
 
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -21,7 +21,8 @@ struct Options {
     std::vector<std::string> files;
     PlayOptions play;
     bool wait = false; // with the last frame, until the standard input ends
-    std::string live;  // the socket of a running program, instead of files
+    std::string live;  // the socket of running programs, instead of files
+    std::string tell;  // the pipe by which whoever started it is told how it goes
 };
 
 struct Totals {
@@ -35,13 +36,15 @@ void parse(CLI::App& app, Options& options)
     auto* files = app.add_option("FILE", options.files,
                                  "stream files, also gzip-compressed, or names of scenes");
     auto* live = app.add_option("--live", options.live,
-                                "instead of files, a program that is captured: the socket on which "
-                                "it connects; mosa-wall run starts both");
+                                "instead of files, programs that are captured: the socket on which "
+                                "they connect; mosa-wall run starts all");
     live->excludes(files);
     addPlayOptions(app, options.play);
     app.add_flag("--wait", options.wait,
                  "once the last frame is on the wall, say so and keep it there until the standard "
                  "input ends");
+    app.add_option("--tell", options.tell,
+                   "a pipe that has a name: mosa-wall is told by records there, not by lines");
     app.set_version_flag("--version", MOSA_VERSION);
 }
 
@@ -109,14 +112,14 @@ void playAll(Connection& connection, const std::vector<StreamFile>& files, const
 
     if (isatty(STDERR_FILENO))
         std::fputc('\r', stderr);
-    const std::string rate =
-        totals.frames > before
-            ? std::to_string(std::lround(static_cast<double>(totals.frames - before) / seconds)) +
-                  " frames per second after the first"
-            : "a single frame";
-    std::printf("play: %ld buffers, %ld bytes, %ld frames, %.3f seconds, %s\n", totals.buffers,
-                totals.bytes, totals.frames, opened + seconds, rate.c_str());
-    std::fflush(stdout);
+    const long later = totals.frames - before;
+    tell({.event = PlayEvent::played,
+          .isLive = 0,
+          .frames = totals.frames,
+          .buffers = totals.buffers,
+          .bytes = totals.bytes,
+          .seconds = opened + seconds,
+          .perSecond = static_cast<double>(later) / seconds});
 }
 
 // What is done while the last frame is on the wall. Returns an exit status.
@@ -130,8 +133,7 @@ int useLastFrame(const Options& options)
     }
     std::this_thread::sleep_for(std::chrono::duration<double>(options.play.hold));
     if (options.wait) {
-        std::puts(lastFrameLine);
-        std::fflush(stdout);
+        tell(PlayEvent::shown);
         while (std::getchar() != EOF) {
         }
     }
@@ -178,6 +180,8 @@ int main(int argc, char** argv)
     std::vector<StreamFile> files;
     int status = 0;
     try {
+        if (!options.tell.empty())
+            tellBy(options.tell);
         for (const std::string& name : options.files)
             files.push_back(readStreamFile(findStream(name)));
     } catch (const std::exception& fault) {

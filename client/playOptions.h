@@ -16,14 +16,6 @@ struct PlayOptions {
     double hold = 0;    // seconds for which the last frame stays
 };
 
-/// What `play --wait` prints once the last frame is on the wall, before it waits for the end of its
-/// standard input.
-inline constexpr char lastFrameLine[] = "play: the last frame is shown";
-
-/// What `play --live` prints when a program can connect, and when one has.
-inline constexpr char readyLine[] = "play: ready";
-inline constexpr char drawsLine[] = "play: a program draws";
-
 /// Adds the options to a command line.
 void addPlayOptions(CLI::App& app, PlayOptions& options);
 

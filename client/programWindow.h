@@ -14,6 +14,13 @@ struct ProgramWindow {
     int width, height;
 };
 
+/// The handle under which servers know a captured program's display.
+inline constexpr AppDisplay capturedDisplay(1U);
+
+/// What every visual of a stream that shows colours has: the beginning of its attributes.
+inline constexpr int usualAttributes[] = {
+    GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 1, GLX_GREEN_SIZE, 1, GLX_BLUE_SIZE, 1};
+
 /// The window's size and context, as servers place it on the wall.
 inline MakeCurrentBlock makeCurrentBlock(const ProgramWindow& w)
 {

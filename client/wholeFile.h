@@ -13,7 +13,8 @@ struct WholeFile {
     std::FILE* stream = nullptr;
 };
 
-/// Opens a file beside its place. Throws std::runtime_error, with the name.
+/// Opens a file beside its place, as NAME.PID.part, and removes those that are dead processes'.
+/// Throws std::runtime_error, with the name.
 WholeFile beginFile(const std::string& name);
 
 /// Puts the file in its place. Throws std::runtime_error when it could not be written; there is no

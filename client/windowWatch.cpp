@@ -63,16 +63,22 @@ void listen(xcb_connection_t* connection, xcb_window_t window)
     }
 }
 
+void setGone(WindowWatch& watch, bool gone)
+{
+    if (gone && !watch.gone)
+        watch.goneSince = std::chrono::steady_clock::now();
+    watch.gone = gone;
+}
+
 } // namespace
 
 WindowWatch::~WindowWatch() { disconnect(*this); }
 
 void showsWindow(WindowWatch& watch, const CaptureShown& shown)
 {
-    if (shown.window == 0) {
-        watch.gone = watch.isShown;
-        return;
-    }
+    watch.programSaysSo = shown.window == 0;
+    if (watch.programSaysSo)
+        return setGone(watch, watch.isShown);
     connectTo(watch, shown);
     std::erase_if(watch.windows, [&shown](const WindowWatch::Window& one) {
         return one.window == shown.window || one.wallWindow == shown.wallWindow;
@@ -83,7 +89,7 @@ void showsWindow(WindowWatch& watch, const CaptureShown& shown)
     if (watch.connection) {
         listen(watch.connection, shown.window);
         lookAtWindow(watch);
-        watch.gone = seenPixels(watch.connection, shown.window) == 0;
+        setGone(watch, seenPixels(watch.connection, shown.window) == 0);
     }
 }
 
@@ -115,7 +121,16 @@ void lookAtWindow(WindowWatch& watch)
     if (lost)
         disconnect(watch);
     else if (changed && watch.isShown)
-        watch.gone = seenPixels(watch.connection, watch.windows.back().window) == 0;
+        setGone(watch, seenPixels(watch.connection, watch.windows.back().window) == 0);
+}
+
+long stillShown(const WindowWatch& watch)
+{
+    using std::chrono::microseconds;
+    constexpr std::chrono::milliseconds grace(300);
+    const auto left = std::chrono::duration_cast<microseconds>(watch.goneSince + grace -
+                                                               std::chrono::steady_clock::now());
+    return std::max(0L, static_cast<long>(left.count()));
 }
 
 CommandBuffer takeWindowAway(WindowWatch& watch, std::uint32_t wallCurrent)
@@ -138,9 +153,9 @@ CommandBuffer takeWindowAway(WindowWatch& watch, std::uint32_t wallCurrent)
         watch.isShown = true;
         const WindowWatch::Window& now = watch.windows.back();
         encode<Op::MWRaiseWindow>(out, Window{now.wallWindow});
-        encode<Op::glXSwapBuffers>(out, asParameter<Display*>(wallDisplay),
+        encode<Op::glXSwapBuffers>(out, asParameter<Display*>(capturedDisplay),
                                    GLXDrawable{now.wallWindow});
     } else if (wallCurrent == before.wallWindow)
-        encodeBlack(out, wallDisplay, AppDrawable(before.wallWindow), before.doubleBuffered);
+        encodeBlack(out, capturedDisplay, AppDrawable(before.wallWindow), before.doubleBuffered);
     return out;
 }

@@ -5,6 +5,7 @@
 #include "client/captureProtocol.h"
 #include "client/encoder.h"
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,9 @@ struct WindowWatch {
     std::string display;         // that it leads to
     std::vector<Window> windows; // the shown one last
     bool isShown = false;        // that one
-    bool gone = false;           // and it is to be taken from the wall
+    bool programSaysSo = false;  // that it is gone: it draws nothing of it
+    bool gone = false;           // and it is to be taken from the wall, a while after this:
+    std::chrono::steady_clock::time_point goneSince{};
     WindowWatch() = default;
     WindowWatch(const WindowWatch&) = delete;
     WindowWatch& operator=(const WindowWatch&) = delete;
@@ -35,6 +38,10 @@ int watchFd(const WindowWatch& watch);
 
 /// Looks what has happened.
 void lookAtWindow(WindowWatch& watch);
+
+/// For how many microseconds more a window that is gone stays on the wall: a program that closes it
+/// may be about to end, with its last picture, or to open another.
+long stillShown(const WindowWatch& watch);
 
 /// What the wall is to do since the window is gone: it shows the largest of those that can still be
 /// seen, with the picture that it had last, or is black. Empty where neither can be said without

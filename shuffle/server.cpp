@@ -5,6 +5,7 @@
 #include "coding/invariant.h"
 #include "coding/serverProcess.h"
 #include "overload/loader.h"
+#include "shuffle/betweenPolls.h"
 #include "shuffle/buf.h"
 #include "shuffle/endTask.h"
 #include "shuffle/srvrcomm.h"
@@ -16,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <sched.h>
+#include <thread>
 #include <unistd.h>
 
 int _wait(int nrq, MPI_Request* rq);
@@ -35,6 +37,9 @@ MPI_Status* st; // for MPI_Testany; only grows
 
 MPI_Request* peerSendRequests; // nNodes each
 MPI_Request* peerRecvRequests;
+
+// Fewer than two for each task of this machine: what polls takes them from what draws.
+bool coresAreFew;
 
 /// An environment variable's decimal value; 0 when it is not set or no number.
 int numberFromEnvironment(const char* name)
@@ -183,14 +188,18 @@ int _wait(int nrq, MPI_Request* rq)
         st = allocate<MPI_Status>(nst, "st");
     }
     int index = 0;
+    int polls = 0;
     for (int completed = 0; completed < nrq;) {
         sendOwedAcknowledgements();
         int flag = 0;
         MPI_Testany(nrq, rq, &index, &flag, st);
-        if (flag)
+        if (flag) {
             ++completed;
+            polls = 0;
+        } else if (coresAreFew)
+            betweenPolls(polls);
         else
-            sched_yield(); // free on a core of its own; with fewer cores than tasks it decides all
+            sched_yield(); // the least delay
     }
     return index;
 }
@@ -222,6 +231,8 @@ int main(int argc, char** argv)
             "  mpiexec -n 1 CLIENT : -n SERVERS server");
         return 0;
     }
+    const int tasksHere = numberFromEnvironment("MPI_LOCALNRANKS"); // set by mpiexec
+    coresAreFew = 2 * tasksHere > static_cast<int>(std::thread::hardware_concurrency());
     syncOnSwap = numberFromEnvironment("MOSA_SYNC_ON_SWAP");
     swapOnRetrace = numberFromEnvironment("MOSA_SWAP_ON_RETRACE");
     xx = numberFromEnvironment("MOSA_TRACE") != 0;

@@ -12,10 +12,9 @@ add_executable(capture_test capture_test.cpp)
 set(QUOTED ${CAPTURE_SYSTEM_LIBRARIES})
 list(TRANSFORM QUOTED REPLACE "(.+)" "\"\\1\"")
 list(JOIN QUOTED "," QUOTED)
-target_compile_definitions(capture_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}"
+target_compile_definitions(capture_test PRIVATE ${FEW_WALLS} PROGRAMS="${CMAKE_BINARY_DIR}"
     SYSTEM_LIBRARIES=${QUOTED})
 target_link_libraries(capture_test PRIVATE mosa_describe mosa_wire mosa_image mosa_process
     mosa_stream_file GTest::gtest_main)
 add_dependencies(capture_test captureProgram smallProgram server play mosa-wall capture)
-gtest_discover_tests(capture_test PROPERTIES TIMEOUT 600 PROCESSORS 2 RESOURCE_LOCK jobs LABELS jobs
-    ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0") # what OpenGL keeps until the end
+gtest_discover_tests(capture_test NO_PRETTY_VALUES PROPERTIES ${PICTURE_TEST} ${NO_LEAKS})

@@ -139,7 +139,7 @@ TEST(CaptureRing, ExtentsLieWithinIt)
             EXPECT_EQ(arrival, small ? Arrival::nothing : Arrival::program);
             if (!small) {
                 EXPECT_EQ(waitForBuffer(socket, step, -1, hdr, bytes),
-                          isGood ? Arrival::buffer : Arrival::end)
+                          isGood ? Arrival::buffer : Arrival::programEnd)
                     << size << " bytes at " << at;
             }
             close(fd);

@@ -7,7 +7,7 @@ build=$2
 
 # The demo works in the project's own build folder; a test of another build must not build there.
 if [ "$build" != "$source/build" ]; then
-    echo "only for the build in $source/build"
+    echo "skipped: only for the build in $source/build"
     exit 77
 fi
 

@@ -1,12 +1,10 @@
 # Tests of decoding, tables and overloads in one process, against a recording operation table.
 
-# A thousand templates of entry points, for the tests and for the library below. Optimising them
-# takes minutes and makes nothing faster that is measured.
+# A thousand templates of entry points, for the tests and for the library below.
 add_library(recorder_entries OBJECT support/recorder.cpp)
 target_include_directories(recorder_entries PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_link_libraries(recorder_entries PRIVATE mosa_settings)
-set_source_files_properties(support/recorder.cpp PROPERTIES
-    COMPILE_OPTIONS "-O0;-fno-sanitize=all") # behind those of the build type
+set_source_files_properties(support/recorder.cpp PROPERTIES COMPILE_OPTIONS -fno-sanitize=all)
 set_target_properties(recorder_entries PROPERTIES
     POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden)
 
@@ -45,6 +43,7 @@ add_executable(in_process_test
     support/serverTables.cpp
     ${PROJECT_SOURCE_DIR}/shuffle/buf.cpp
     $<TARGET_OBJECTS:recorder_entries>)
+mosa_precompile(in_process_test support/serverState.h <algorithm> <fstream> <memory>)
 target_include_directories(in_process_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_compile_definitions(in_process_test PRIVATE
     TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data"
@@ -56,6 +55,5 @@ target_link_options(in_process_test PRIVATE
     -Wl,--dynamic-list=${PROJECT_SOURCE_DIR}/overload/exports.list)
 target_link_libraries(in_process_test PRIVATE
     mosa_decoding mosa_image mosa_process ZLIB::ZLIB GTest::gtest_main)
-# Much lives as long as the server does and is never given back.
-gtest_discover_tests(in_process_test PROPERTIES
-    TIMEOUT 120 ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+# A process for each: the tables are the server's, and live as long as it does.
+gtest_discover_tests(in_process_test PROPERTIES ${IN_PROCESS_TEST} ${NO_LEAKS})

@@ -8,11 +8,11 @@
 //   die                     ends at once, without a word to MPI
 //   wait                    until a signal ends it
 //   end                     ends the stream
+#include "shuffle/betweenPolls.h"
 #include "tests/support/bytes.h"
 
 #include <csignal>
 #include <cstdio>
-#include <sched.h>
 #include <unistd.h>
 
 #include <mpi.h>
@@ -27,7 +27,8 @@ std::vector<MPI_Request> requests; // not yet completed
 // Unlike a blocking call this gives up the processor: there are fewer cores than tasks.
 void complete()
 {
-    for (int flag = 0; !flag; sched_yield())
+    int polls = 0;
+    for (int flag = 0; !flag; betweenPolls(polls))
         MPI_Testall(static_cast<int>(requests.size()), requests.data(), &flag, MPI_STATUSES_IGNORE);
     requests.clear();
 }

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -68,6 +69,30 @@ inline std::string waitForText(const Process& job, const std::string& text)
         said = errorsSoFar(job);
     EXPECT_NE(said.find(text), std::string::npos) << said;
     return said;
+}
+
+/// A process among what one has started whose program is this; 0 when there is none.
+inline pid_t findBelow(pid_t process, const std::string& program)
+{
+    const std::string folder = "/proc/" + std::to_string(process);
+    std::ifstream children(folder + "/task/" + std::to_string(process) + "/children");
+    std::error_code gone;
+    if (std::filesystem::read_symlink(folder + "/exe", gone) == program)
+        return process;
+    for (pid_t child = 0; children >> child;)
+        if (const pid_t found = findBelow(child, program))
+            return found;
+    return 0;
+}
+
+/// Waits until there is one, or this has ended, or for too long.
+inline pid_t waitForBelow(const Process& process, const std::string& program)
+{
+    const Clock::time_point limit = Clock::now() + jobTime;
+    pid_t found = 0;
+    while (found == 0 && Clock::now() < limit && !waitForEnd(process, Timeout{10}))
+        found = findBelow(process.pid, program);
+    return found;
 }
 
 /// How many frames apart the tiles of three servers were at most, by the file MOSA_TEST_SHOWN in

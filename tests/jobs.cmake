@@ -12,9 +12,7 @@ target_link_libraries(job_test PRIVATE mosa_settings mosa_process mosa_stream_fi
     GTest::gtest_main)
 target_compile_definitions(job_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")
 add_dependencies(job_test server frameLock play jobClient jobOverload recorder)
-# Each job keeps every core busy; two at a time take longer than one after the other.
-gtest_discover_tests(job_test PROPERTIES TIMEOUT 300 PROCESSORS 2 RESOURCE_LOCK jobs LABELS jobs
-    ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+gtest_discover_tests(job_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 
 # The threads alone, with MPI and the decoder replaced, always under the thread sanitizer: a build with
 # sanitizers need not have it again.
@@ -34,6 +32,8 @@ target_compile_options(threads_test PRIVATE -Wall -Wextra -Wshadow -Wconversion 
     -fsanitize=thread)
 target_link_options(threads_test PRIVATE -fsanitize=thread -Wl,--wrap=pthread_cond_wait)
 target_link_libraries(threads_test PRIVATE Threads::Threads)
-add_test(NAME threads.runs COMMAND threads_test 400)
-set_tests_properties(threads.runs PROPERTIES TIMEOUT 600
+mosa_budget(runs 120 10000)
+math(EXPR limit "60 + ${runs}")
+add_test(NAME threads.runs COMMAND threads_test ${runs})
+set_tests_properties(threads.runs PROPERTIES ${IN_PROCESS_TEST} TIMEOUT ${limit}
     ENVIRONMENT "TSAN_OPTIONS=halt_on_error=1")

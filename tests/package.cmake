@@ -7,7 +7,7 @@ target_compile_definitions(streamdump_test PRIVATE
     WIRE_FORMAT="${PROJECT_SOURCE_DIR}/docs/wire-format.md"
     EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
 add_dependencies(streamdump_test streamdump)
-gtest_discover_tests(streamdump_test PROPERTIES TIMEOUT 120)
+gtest_discover_tests(streamdump_test PROPERTIES ${IN_PROCESS_TEST})
 
 add_executable(stats_test stats_test.cpp)
 target_link_libraries(stats_test PRIVATE mosa_process GTest::gtest_main)
@@ -15,16 +15,13 @@ target_compile_definitions(stats_test PRIVATE
     SERVER="$<TARGET_FILE:server>" PLAY="$<TARGET_FILE:play>"
     EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
 add_dependencies(stats_test server play)
-gtest_discover_tests(stats_test PROPERTIES TIMEOUT 600 RESOURCE_LOCK jobs LABELS jobs
-    ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+gtest_discover_tests(stats_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 
-# The package is that of an ordinary build.
+# The package is that of an ordinary build, and the texts are those of every build.
 if(NOT MOSA_SANITIZE)
     add_test(NAME package
         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/package.sh ${CMAKE_BINARY_DIR} ${CMAKE_CPACK_COMMAND})
-    set_tests_properties(package PROPERTIES
-        TIMEOUT 600 SKIP_RETURN_CODE 77 RESOURCE_LOCK jobs LABELS jobs)
+    set_tests_properties(package PROPERTIES ${MACHINE_TEST} SKIP_RETURN_CODE 77)
+    add_test(NAME messages COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/messages.sh ${PROJECT_SOURCE_DIR})
+    set_tests_properties(messages PROPERTIES ${IN_PROCESS_TEST})
 endif()
-
-add_test(NAME messages COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/messages.sh ${PROJECT_SOURCE_DIR})
-set_tests_properties(messages PROPERTIES TIMEOUT 60)

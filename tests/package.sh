@@ -5,7 +5,7 @@ set -euo pipefail
 build=$1
 cpack=${2:-cpack}
 for tool in dpkg dpkg-deb dpkg-shlibdeps; do
-    command -v "$tool" >/dev/null || { echo "no $tool"; exit 77; }
+    command -v "$tool" >/dev/null || { echo "skipped: no $tool"; exit 77; }
 done
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT

@@ -1,15 +1,17 @@
 // What the wall shows: real jobs on virtual displays, the tiles put together against one display.
 #include <gtest/gtest.h> // before X and its macros
 
+#include "client/streamFile.h"
+#include "tests/scenes.h"
 #include "tools/image.h"
 #include "tools/mpiJob.h"
 #include "tools/virtualDisplays.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <span>
 
 namespace {
 
@@ -18,12 +20,13 @@ struct Grid {
 };
 constexpr Grid oneDisplay{1, 1};
 
-// A build with sanitizers, where a job takes its time, leaves the larger wall to the others.
-std::span<const Grid> manyTiles()
-{
-    static constexpr Grid grids[] = {{2, 2}, {3, 2}};
-    return std::span(grids).first(std::getenv("MOSA_TEST_SLOW") ? 1 : 2);
-}
+// The walls beside that of one display.
+constexpr Grid manyTiles[] = {{2, 2}, {3, 2}};
+#ifdef FEW_WALLS
+constexpr std::span<const Grid> recordingTiles, sceneTiles(manyTiles, 1);
+#else
+constexpr std::span<const Grid> recordingTiles = manyTiles, sceneTiles = manyTiles;
+#endif
 
 // The displays of this process, large enough for every wall below: tiles show their rectangle in
 // the upper left corner. The first one serves the walls of one display.
@@ -36,6 +39,7 @@ const std::vector<VirtualDisplay>& displays(std::size_t n)
 }
 
 // The files of one job; each overwrites the last one's.
+const std::string streamFile = temporaryFile("");
 const std::string wallFile = temporaryFile("");
 const std::string picture = temporaryFile("");
 
@@ -87,6 +91,11 @@ void expectSame(const Image& wall, const Image& expected, double most, const std
 
 constexpr double tileBound = 0.0025; // of a recording's pixels
 
+bool isBlank(const Image& image)
+{
+    return std::ranges::adjacent_find(image.rgb, std::not_equal_to{}) == image.rgb.end();
+}
+
 std::string nameOf(Grid grid)
 {
     return std::to_string(grid.columns) + "x" + std::to_string(grid.rows);
@@ -118,12 +127,31 @@ TEST_P(Recordings, LookAsDrawnNatively)
     const double allowed = stem == "demos_teapot" ? 0.0002 : 0;
     EXPECT_LE(static_cast<double>(compareImages(single, native).pixels),
               allowed * native.width * native.height);
-    for (const Grid grid : manyTiles())
+    for (const Grid grid : recordingTiles)
         expectSame(play(stream, grid, native.width, native.height), native,
                    tileBound * native.width * native.height, stem + " " + nameOf(grid));
 }
 
 INSTANTIATE_TEST_SUITE_P(Examples, Recordings, testing::ValuesIn(recordings()),
                          [](const auto& test) { return stemOf(test.param); });
+
+class Scenes : public testing::TestWithParam<Scene> {};
+
+// Each feature, enlarged: the tiles together show what one display of the wall's size shows.
+TEST_P(Scenes, MeetAtTheSeams)
+{
+    writeStreamFile(streamFile, {{frameOf(GetParam()), 1}});
+    constexpr int width = sceneWidth * wallScale;
+    constexpr int height = sceneHeight * wallScale;
+    const Image single = play(streamFile, oneDisplay, width, height);
+    ASSERT_FALSE(isBlank(single));
+    for (const Grid grid : sceneTiles)
+        expectSame(play(streamFile, grid, width, height), single, GetParam().differs,
+                   std::string(GetParam().name) + " " + nameOf(grid));
+}
+
+INSTANTIATE_TEST_SUITE_P(Features, Scenes,
+                         testing::ValuesIn(allScenes().begin(), allScenes().end()),
+                         [](const auto& test) { return test.param.name; });
 
 } // namespace

@@ -2,24 +2,23 @@
 add_executable(wallTool_test wallTool_test.cpp)
 target_compile_definitions(wallTool_test PRIVATE
     PROGRAMS="${CMAKE_BINARY_DIR}" EXAMPLES="${PROJECT_SOURCE_DIR}/examples"
-    MANUAL="${PROJECT_SOURCE_DIR}/docs/man/mosa-wall.1")
+    MANUALS="${PROJECT_SOURCE_DIR}/docs/man")
 target_link_libraries(wallTool_test PRIVATE
     mosa_wall_tool mosa_process mosa_stream_file mosa_image mosa_wall_file mosa_play_options mosa_capture_socket
     GTest::gtest_main)
-add_dependencies(wallTool_test server play mosa-wall)
-gtest_discover_tests(wallTool_test PROPERTIES TIMEOUT 300 PROCESSORS 2 RESOURCE_LOCK jobs
-    ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+add_dependencies(wallTool_test server play mosa-wall streamdump)
+gtest_discover_tests(wallTool_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 
 add_executable(wallTerminal_test wallTerminal_test.cpp)
 target_compile_definitions(wallTerminal_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")
 target_link_libraries(wallTerminal_test PRIVATE mosa_process util GTest::gtest_main)
-add_dependencies(wallTerminal_test mosa-wall server play captureProgram)
-gtest_discover_tests(wallTerminal_test PROPERTIES TIMEOUT 120 PROCESSORS 2 RESOURCE_LOCK jobs ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+add_dependencies(wallTerminal_test mosa-wall server play captureProgram streamdump)
+gtest_discover_tests(wallTerminal_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 
 # The hub is the overload library's, without a server around it; the stream the capture library's.
 add_executable(wallNeighbours_test wallNeighbours_test.cpp captureRing_test.cpp
     ${PROJECT_SOURCE_DIR}/overload/frameLock/hub.cpp ${PROJECT_SOURCE_DIR}/capture/stream.cpp)
 target_link_libraries(wallNeighbours_test PRIVATE
-    mosa_process mosa_capture_socket X11::X11 Threads::Threads GTest::gtest_main)
+    mosa_process mosa_capture_socket mosa_wire X11::X11 Threads::Threads GTest::gtest_main)
 target_compile_definitions(wallNeighbours_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")
-gtest_discover_tests(wallNeighbours_test PROPERTIES TIMEOUT 120 ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+gtest_discover_tests(wallNeighbours_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})

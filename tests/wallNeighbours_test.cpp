@@ -44,8 +44,11 @@ bool othersCanOpen(const std::string& display)
     return status != 0;
 }
 
+// The user's own displays stay usable beside them.
 TEST(Neighbours, CannotUseAVirtualDisplay)
 {
+    const std::string users = "what the user has for his own display";
+    setenv("XAUTHORITY", temporaryFile(users).c_str(), 1);
     std::vector<VirtualDisplay> displays = startDisplays(2, 64, 64);
     for (const VirtualDisplay& display : displays) {
         Display* const own = XOpenDisplay(display.name.c_str());
@@ -57,6 +60,10 @@ TEST(Neighbours, CannotUseAVirtualDisplay)
     struct stat status {};
     ASSERT_EQ(stat(std::getenv("XAUTHORITY"), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600U);
+    const std::string entries{
+        std::istreambuf_iterator<char>(std::ifstream(std::getenv("XAUTHORITY")).rdbuf()), {}};
+    EXPECT_EQ(occurrences(entries, "MIT-MAGIC-COOKIE-1"), 2);
+    EXPECT_TRUE(entries.ends_with(users));
     stopDisplays(displays);
 }
 
@@ -112,11 +119,12 @@ TEST(Neighbours, AreNoServersAtTheLifeline)
     }
     LifelineHello hello{.mark = lifelineMark, .server = 7, .pid = 1, .secret = {}};
     const int liar = connectTo(address);
-    secret.copy(hello.secret, secret.size() - 1);
+    secret.copy(hello.secret, sizeof hello.secret);
+    hello.secret[secret.size() - 1] ^= 1; // it knows all but the last bit
     net::sendRecord(liar, hello);
     char nothing = 0;
     std::thread reader([&] { EXPECT_LE(recv(liar, &nothing, 1, 0), 0); });
-    secret.copy(hello.secret, sizeof hello.secret);
+    hello.secret[secret.size() - 1] ^= 1;
     const int servers[] = {connectTo(address), connectTo(address)};
     for (const int server : servers)
         net::sendRecord(server, hello);

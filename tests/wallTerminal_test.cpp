@@ -259,6 +259,20 @@ TEST(WallProgram, LeavesOthersAlone)
     }
 }
 
+// One that has cleared its environment, and with it the mark by which it is known, ends as well.
+TEST(WallProgram, EndsWhatHasClearedItsEnvironment)
+{
+    const Folder folder;
+    const std::string cleared = folder.path / "cleared";
+    const Ending ending =
+        runProcess(wall({"record", "-o", folder.path / "live.mws", "--seconds", "1", "--", "sh",
+                         "-c", "env -i sleep 93 & echo $! >" + cleared + "; wait"}),
+                   jobTime);
+    EXPECT_EQ(ending.status, 1) << ending.err;
+    EXPECT_GT(numberIn(cleared), 0);
+    EXPECT_FALSE(isAlive(numberIn(cleared)));
+}
+
 // Toolkits are told to use X11, except those that the user has told something himself.
 TEST(WallProgram, UsesX11OnAWaylandDesk)
 {
@@ -270,6 +284,28 @@ TEST(WallProgram, UsesX11OnAWaylandDesk)
     const Ending ending = runProcess(command, jobTime);
     EXPECT_EQ(ending.out, "x11 offscreen\n");
     EXPECT_EQ(occurrences(ending.err, "this desk has Wayland"), 1);
+}
+
+// mpiexec may be deaf while it starts a job.
+TEST(WallProgram, StopsAJobThatIsStarting)
+{
+    const Folder folder;
+    std::vector<VirtualDisplay> displays = startDisplays(1, 64, 64);
+    writeFile(folder.path / "wall.conf", displays[0].name + " 64 64 0 0 64 64\n");
+    const std::string up = folder.path / "up", mpiexec = folder.path / "mpiexec.mpich";
+    ASSERT_EQ(mkfifo(up.c_str(), 0600), 0);
+    writeFile(mpiexec,
+              "#!/bin/sh\ntrap '' TERM; echo up >" + up + "; while :; do sleep 0.05; done\n");
+    fs::permissions(mpiexec, fs::perms::owner_all);
+    Command command = wall({"pattern", folder.path / "wall.conf"});
+    command.environment.push_back("PATH=" + folder.path.string() + ":" + std::getenv("PATH"));
+    Process process = startProcess(command);
+    EXPECT_EQ(readFile(up), "up\n");
+    const Clock::time_point start = Clock::now();
+    kill(process.pid, SIGTERM);
+    EXPECT_EQ(finishProcess(process, jobTime).status, 128 + SIGTERM);
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(3));
+    stopDisplays(displays);
 }
 
 // A recording that is killed leaves the old file, and what it kept in the runtime folder is removed
@@ -295,8 +331,13 @@ TEST(WallProgram, WhatAKilledOneLeavesTheNextRemoves)
         return std::distance(fs::directory_iterator(runtime.path), fs::directory_iterator());
     };
     EXPECT_EQ(entries(), 2);
+    const std::string part = file + "." + std::to_string(killed.pid) + ".part";
+    writeFile(file + ".old.part", "the user's");
+    runProcess(recordIn("true"), jobTime);
+    EXPECT_TRUE(fs::exists(part)) << "it is still being written";
     kill(killed.pid, SIGKILL);
     EXPECT_TRUE(waitForEnd(killed, jobTime));
+    EXPECT_TRUE(fs::exists(part));
     EXPECT_TRUE(isAlive(program));
     kill(program, SIGKILL);
     finishProcess(killed, jobTime);
@@ -304,7 +345,57 @@ TEST(WallProgram, WhatAKilledOneLeavesTheNextRemoves)
     runProcess(recordIn("true"), jobTime);
     EXPECT_EQ(entries(), 1);
     EXPECT_TRUE(fs::exists(users));
+    EXPECT_FALSE(fs::exists(part));
+    EXPECT_TRUE(fs::exists(file + ".old.part"));
     EXPECT_EQ(readFile(file), "old");
+}
+
+// Programs that a script starts in turn, with other visuals and other ways to be shown: the wall
+// shows each in its turn, and a recording has them all.
+TEST(WallProgram, IsFollowedByTheNext)
+{
+    const Folder folder;
+    std::vector<VirtualDisplay> displays{startDisplay(300, 300), startDisplay(240, 180)};
+    const std::string wallFile = folder.path / "wall.conf", live = folder.path / "live.mws";
+    writeFile(wallFile, displays[1].name + " 240 180 0 0 240 180\n");
+    const std::string program = built("tests/captureProgram");
+    const std::string before = program + " lines 4; " + program + " modern 4; ";
+    const auto show = [&](Strings arguments, const std::string& script) {
+        arguments.insert(arguments.end(), {"--", "sh", "-c", script});
+        Command command = wall(arguments);
+        command.environment = {"DISPLAY=" + displays[0].name, "LIBGL_ALWAYS_SOFTWARE=1",
+                               "MOSA_BANNER_TIME=0"};
+        return runProcess(command, jobTime);
+    };
+    const auto picture = [&](const std::string& script) {
+        const std::string file = folder.path / "wall.png";
+        const Ending ending = show({"run", "--wall", wallFile, "--snapshot", file}, script);
+        EXPECT_EQ(ending.status, 5) << ending.err;
+        return readFile(file);
+    };
+    const std::string last = program + " images 4";
+    EXPECT_EQ(picture(before + last), picture(last));
+
+    // Returns how many contexts there are in the recording, each under a handle of its own.
+    const auto record = [&](const Strings& options, const std::string& script) {
+        Strings arguments{"record", "-o", live};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        const Ending ending = show(arguments, script);
+        EXPECT_FALSE(ending.timedOut);
+        EXPECT_EQ(occurrences(ending.err, "goes on without the wall"), 0) << ending.err;
+        const Command dump{
+            .argv = {built("streamdump"), live}, .environment = {}, .output = Output::capture};
+        const std::string records = runProcess(dump, jobTime).out;
+        int contexts = 0;
+        for (const char* made : {"ctx=0x1, direct", "ctx=0x2, direct", "ctx=0x3, direct"})
+            contexts += occurrences(records, made) == 1;
+        EXPECT_EQ(occurrences(records, "glXCreateContext"), contexts);
+        return contexts;
+    };
+    EXPECT_EQ(record({}, before + last), 3);
+    EXPECT_EQ(record({}, "(" + before + last + ") &"), 3); // whose parent is gone at once
+    EXPECT_EQ(record({"--frames", "3"}, before + last), 1);
+    stopDisplays(displays);
 }
 
 } // namespace

@@ -139,6 +139,41 @@ TEST(WallTool, CheckFindsEachMistakeOnItsLine)
     }
 }
 
+// Hosts in another order than the entries: the file says whose these are, or the screens tell.
+TEST(WallTool, CheckFindsHostsInTheWrongOrder)
+{
+    const auto faultsOf = [](const std::string& wall, const std::string& hosts) {
+        const Ending ending =
+            tool({"check", "--offline", temporaryFile(wall), "--hosts", temporaryFile(hosts)});
+        return occurrences(ending.out, ": the hosts stand in another order than the entries\n");
+    };
+    const std::string made =
+        tool({"layout", "3x1", "9x9", "--hosts", temporaryFile("a:1\nb:2\n")}).out;
+    EXPECT_EQ(faultsOf(made, "a:1\nb:2\n"), 0);
+    EXPECT_EQ(faultsOf(made, "b:2\na:1\n"), 2) << "the second is b's all the same";
+    EXPECT_EQ(faultsOf(made, "c:1\nd:2\n"), 0) << "other names for them";
+    const std::string named = "a:0 18 9 0 0 9 9\nb:0 18 9 9 0 9 9\n";
+    EXPECT_EQ(faultsOf(named, "a\nb\n"), 0);
+    EXPECT_EQ(faultsOf(named, "b\na\n"), 2);
+
+    // Nodes that are this machine, under names of which one leads to itself.
+    std::vector<VirtualDisplay> displays{startDisplay(90, 60), startDisplay(60, 60)};
+    const std::string wall = temporaryFile(displays[0].name + " 150 60 0 0 60 60\n" +
+                                           displays[1].name + " 150 60 60 0 90 60\n");
+    const auto asked = [&wall](const std::string& hosts) {
+        return tool({"check", wall, "--hosts", temporaryFile(hosts)}, {"HYDRA_LAUNCHER=fork"});
+    };
+    expectEnd(
+        asked("left\nright\n"), 1,
+        "server 0 (line 1) on left: the tile is 60x60, its screen 90x60; right has one of the "
+        "tile's size: do the hosts stand in the order of the entries?\n");
+    expectEnd(asked("left:2\n"), 1,
+              "server 1 (line 2) on left: the tile is 90x60, its screen 60x60\n");
+    expectEnd(asked("127.0.0.1\nright\n"), 1,
+              "server 1 (line 2) on right: the name 127.0.0.1 leads to this node itself");
+    stopDisplays(displays);
+}
+
 TEST(WallTool, DrawingsHaveTheirOriginBelow)
 {
     const std::string wall = temporaryFile(":1 720 80 0 0 360 80\n:2 720 80 360 40 360 40\n");
@@ -164,20 +199,6 @@ TEST(WallTool, DrawingsHaveTheirOriginBelow)
     EXPECT_EQ(tool({"check", temporaryFile(":1 7 8 0 0 7 8\n")}).status, 0);
     for (const std::string& none : {temporaryFile("# nobody\n"), std::string("/nonexistent")})
         EXPECT_EQ(tool({"check", none}).status, 1);
-}
-
-// A process among what one has started whose program is this; 0 when there is none.
-pid_t findBelow(pid_t process, const std::string& program)
-{
-    const std::string folder = "/proc/" + std::to_string(process);
-    std::ifstream children(folder + "/task/" + std::to_string(process) + "/children");
-    std::error_code gone;
-    if (fs::read_symlink(folder + "/exe", gone) == program)
-        return process;
-    for (pid_t child = 0; children >> child;)
-        if (const pid_t found = findBelow(child, program))
-            return found;
-    return 0;
 }
 
 TEST(WallTool, RunPrintsTheWholeLineAndNamesTheNodeThatFails)
@@ -332,22 +353,45 @@ std::set<std::string> optionsIn(std::string text)
     return found;
 }
 
-// The manual page names the options of each command that its help does, and no others.
+// The manual page has the commands that the help has, and names the options of each that its help
+// does, and no others.
 TEST(WallTool, HelpAndManualPageAgree)
 {
-    const std::string page{std::istreambuf_iterator<char>(std::ifstream(MANUAL).rdbuf()), {}};
-    for (const char* command :
-         {"layout", "check", "run", "record", "snapshot", "pattern", "demo"}) {
-        const std::size_t from = page.find(".SS " + std::string(command) + "\n");
-        ASSERT_NE(from, page.npos) << command;
-        std::set<std::string> told =
-            optionsIn(page.substr(from, page.find("\n.S", from + 1) - from));
-        std::set<std::string> helped = optionsIn(tool({command, "--help"}).out);
+    const auto pageOf = [](const std::string& name) {
+        return std::string{
+            std::istreambuf_iterator<char>(std::ifstream(MANUALS "/" + name + ".1").rdbuf()), {}};
+    };
+    const auto compare = [](std::set<std::string> told, std::set<std::string> helped,
+                            const std::string& of) {
         for (const char* everywhere : {"--help", "--version"}) {
             told.erase(everywhere);
             helped.erase(everywhere);
         }
-        EXPECT_EQ(told, helped) << command;
+        EXPECT_EQ(told, helped) << of;
+    };
+    const auto matchesIn = [](const std::string& text, const char* expression) {
+        const std::regex wanted(expression);
+        std::set<std::string> found;
+        for (std::sregex_iterator at(text.begin(), text.end(), wanted), end; at != end; ++at)
+            found.insert(at->str(1));
+        return found;
+    };
+    const std::string page = pageOf("mosa-wall");
+    const std::set<std::string> commands = matchesIn(page, "\n\\.SS ([a-z]+)\n");
+    EXPECT_EQ(commands, matchesIn(tool({"--help"}).out, "\n  ([a-z]+)  "));
+    EXPECT_EQ(commands.size(), 7U);
+    for (const std::string& command : commands) {
+        const std::size_t from = page.find(".SS " + command + "\n");
+        compare(optionsIn(page.substr(from, page.find("\n.S", from + 1) - from)),
+                optionsIn(tool({command, "--help"}).out), command);
+    }
+    for (const std::string program : {"play", "streamdump"}) {
+        const Ending help = runProcess(
+            {.argv = {built(program), "--help"}, .environment = {}, .output = Output::capture},
+            jobTime);
+        std::set<std::string> told = optionsIn(pageOf(program == "play" ? "mosa-play" : program));
+        told.erase("--list"); // of mosa-wall demo
+        compare(told, optionsIn(help.out), program);
     }
 }
 
@@ -518,10 +562,22 @@ TEST(Process, ProgramsAreBoundedCapturedAndStoppedWithTheirGroup)
     EXPECT_TRUE(slow.timedOut);
     EXPECT_EQ(slow.status, 128 + SIGTERM);
 
+    // What cannot be started leaves nothing: no signal blocked, no descriptor.
     const std::string text = temporaryFile("no program");
     fs::permissions(text, fs::perms::owner_all);
+    const auto state = [] {
+        sigset_t mask;
+        sigprocmask(SIG_SETMASK, nullptr, &mask);
+        const auto open = std::distance(fs::directory_iterator("/proc/self/fd"), {});
+        return std::pair(open, sigismember(&mask, SIGTERM) + sigismember(&mask, SIGCHLD));
+    };
+    const auto before = state();
     for (const std::string& program : {text, std::string("no-such-program")})
-        EXPECT_THROW(startProcess({.argv = {program}, .environment = {}}), std::runtime_error);
+        EXPECT_THROW(
+            startProcess(
+                {.argv = {program}, .environment = {}, .output = Output::pipe, .inputPipe = true}),
+            std::runtime_error);
+    EXPECT_EQ(state(), before);
 }
 
 } // namespace

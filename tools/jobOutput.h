@@ -1,6 +1,8 @@
 // Jobs whose output is for a person: without what mpiexec says about the end of a job.
 #pragma once
 
+#include "tools/drawing.h"
+#include "tools/jobEnding.h"
 #include "tools/nodeWatch.h"
 
 #include <chrono>
@@ -8,30 +10,11 @@
 #include <functional>
 #include <string_view>
 
-/// True for a line that mpiexec says itself.
-bool isRemark(std::string_view line);
-
 /// What is to be done while the last frame is on the wall, in this order.
 struct LastFrame {
     std::function<void()> picture; // takes one, or throws std::runtime_error
     std::string then;              // a shell command
     double hold = 0;               // seconds
-};
-
-/// How a job ended. mpiexec's remarks stand apart from its tasks' output: the exit code that they
-/// name is made of all tasks' codes, and so is the signal that they take it for.
-struct JobEnding {
-    int status = 0;          // mpiexec's
-    bool timedOut = false;   // it was stopped
-    std::string nodeTrouble; // for which it was stopped
-    bool complained = false; // there was something on standard error
-    std::string trouble;     // with the last frame
-    std::string out, err;    // of the tasks, when it was not passed on
-    std::string remarks;
-    std::string endedFirst;         // which task, on several hosts: mpiexec may lose what MPI said
-    std::vector<std::string> hosts; // of the servers, as in Job
-    std::map<std::string, std::string> figures = {}; // the latest, by server
-    std::map<int, std::string> servers = {};         // as in NodeWatch
 };
 
 /// The standard output or error of a job that runs.
@@ -44,9 +27,6 @@ struct JobStream {
     bool keepsFigures = false; // as in Job:
     std::map<std::string, std::string> figures; // the latest, by server
     bool any = false;                           // it had lines of the tasks
-    bool ready = false;                         // play has said that a program can connect,
-    bool draws = false;                         // that one has
-    bool shown = false;                         // and that the last frame is on the wall
 };
 
 /// A job that runs.
@@ -56,14 +36,20 @@ struct JobWatch {
     NodeWatch nodes;
     std::string nodeTrouble;        // for which the job has been stopped
     std::vector<std::string> hosts; // of the servers, as in Job
+    bool label = false;             // as in Job
+    int reports = -1;               // play's, where it is the client. It has told
+    bool ready = false;             // that a program can connect,
+    Drawing drawing = {};           // how programs draw,
+    bool shown = false;             // and that the last frame is on the wall
 };
 
 /// Starts a job whose output is passed on, or kept, as by watchJob.
 JobWatch startWatch(const Job& job, std::FILE* to);
 
-/// Passes output on until the job has ended (true); or until play has said for the first time that
-/// it is ready or shows the last frame, another program has ended or the time has come.
+/// Passes output on until the job has ended (true); or until another program has ended or the time
+/// has come, and passUntilTold also until play has told something.
 bool passOutput(JobWatch& watch, JobClock::time_point until, int otherPidFd = -1);
+bool passUntilTold(JobWatch& watch, JobClock::time_point until, int otherPidFd = -1);
 
 /// Does what there is to be done with the last frame. Returns what went wrong.
 std::string useLastFrame(JobWatch& watch, const LastFrame& last);
@@ -76,6 +62,3 @@ JobEnding finishWatch(JobWatch& watch, Timeout timeout);
 /// `to` it keeps both. When the client is `play --wait`, the job's inputPipe is set, and this does
 /// what there is to be done with the last frame before the client ends.
 JobEnding watchJob(const Job& job, const LastFrame& last, Timeout timeout, std::FILE* to);
-
-/// Says in one line how a job failed, if it did. Returns the exit status.
-int reportEnding(const JobEnding& ending);

@@ -2,42 +2,126 @@
 #include "client/captureSocket.h"
 #include "tools/usersProgram.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
 
 constexpr Timeout startTime = std::chrono::minutes(1); // for a job, until play is ready
 constexpr Timeout endTime = std::chrono::minutes(1);
-constexpr Timeout orphanGrace = std::chrono::seconds(10), orphanStep{50};
+constexpr Timeout step{50}; // to look after what the program has left behind
 
-// Shows the program until its last frame is on the wall or the job has ended, which makes it true.
-bool showProgram(JobWatch& watch, UsersProgram& program, const std::string& socket)
+enum class State {
+    starting, // the job
+    waiting,  // for the programs' end, and what they draw is shown
+    ending,   // the last frame is on its way to the wall
+    shown,    // it is there
+    ended,
+};
+enum class EndedBy { nobody, job, time, frames, program };
+
+struct Run {
+    const LiveOptions& options;
+    std::string socket;
+    int ahead;
+    std::vector<std::string> environment; // of the program
+    JobWatch watch;
+    UsersProgram program = {};
+    EndedBy endedBy = EndedBy::nobody;
+    std::string trouble = {}; // with the last frame
+};
+
+State endOfJob(Run& run)
 {
-    // Until the program or the job has ended, the time is over or the program's stream.
-    bool jobEnded = passOutput(watch, program.end, program.process.pidFd);
-    auto until = JobClock::time_point::max();
-    if (isTimeOver(program)) {
+    if (run.endedBy == EndedBy::nobody)
+        run.endedBy = EndedBy::job;
+    return State::ended;
+}
+
+State start(Run& run)
+{
+    passUntilTold(run.watch, JobClock::now() + startTime);
+    if (!run.watch.ready)
+        return endOfJob(run); // and the program is not started
+    startUsersProgram(run.program, run.options, run.socket, run.ahead, run.environment);
+    return State::waiting;
+}
+
+// Who has ended the show by now.
+EndedBy whoEnds(Run& run)
+{
+    if (isTimeOver(run.program))
+        return EndedBy::time;
+    if (isHeld(run.program, run.options, run.watch.drawing))
+        return EndedBy::frames;
+    return mayStillDraw(run.program, run.watch.drawing) ? EndedBy::nobody : EndedBy::program;
+}
+
+State wait(Run& run)
+{
+    UsersProgram& program = run.program;
+    const bool runs = !hasEnded(program);
+    const auto until = runs ? program.end : std::min(program.end, JobClock::now() + step);
+    if (passUntilTold(run.watch, until, runs ? program.process.pidFd : -1))
+        return endOfJob(run);
+    run.endedBy = whoEnds(run);
+    if (run.endedBy == EndedBy::nobody)
+        return State::waiting;
+    if (run.endedBy == EndedBy::time)
         stopUsersProgram(program);
-        endWaiting(socket);
-        until = JobClock::now() + endTime;
-    } else if (hasEnded(program)) {
-        // One that it has left behind may be about to draw.
-        const JobClock::time_point latest = JobClock::now() + orphanGrace;
-        while (!jobEnded && !watch.out.draws && programLeftSomething() && JobClock::now() < latest)
-            jobEnded = passOutput(watch, JobClock::now() + orphanStep);
-        endWaiting(socket); // if it has not connected by now
-    }
-    if (!jobEnded && !watch.out.shown)
-        jobEnded = passOutput(watch, until);
-    return jobEnded;
+    endWaiting(run.socket); // what is connected may still have much to show
+    return State::ending;
+}
+
+State awaitLastFrame(Run& run)
+{
+    const auto until =
+        run.endedBy == EndedBy::time ? JobClock::now() + endTime : JobClock::time_point::max();
+    while (!run.watch.shown && JobClock::now() < until)
+        if (passUntilTold(run.watch, until))
+            return endOfJob(run);
+    return run.watch.shown ? State::shown : State::ended;
+}
+
+State show(Run& run, const LastFrame& last)
+{
+    run.trouble = useLastFrame(run.watch, last);
+    return State::ended;
 }
 
 // A wall that fails does not take the program along, nor its time.
 void letGoOn(UsersProgram& program)
 {
-    while (!isTimeOver(program) && !hasEnded(program, orphanStep)) {
+    while (!isTimeOver(program) && !hasEnded(program, step)) {
     }
+}
+
+// Ends what has not ended, and says what there is to be said. Returns the exit status.
+int conclude(Run& run)
+{
+    UsersProgram& program = run.program;
+    const bool wasStarted = run.watch.ready;
+    if (wasStarted && (program.stopped || hasEnded(program)))
+        programIsDone();
+    JobEnding ending = finishWatch(run.watch, wasStarted ? endTime : Timeout{});
+    ending.trouble = run.trouble;
+    std::fputs(wasStarted ? ending.out.c_str() : "", stderr); // play's summary
+    if (ending.status != 0 || !wasStarted)
+        std::fputs(ending.err.c_str(), stderr);
+    const int jobStatus = reportEnding(ending);
+    if (!wasStarted)
+        return 1;
+
+    if (run.endedBy == EndedBy::job)
+        letGoOn(program);
     stopUsersProgram(program);
+    programIsDone();
+    const bool drew = run.watch.drawing.begun > 0;
+    if (program.ended)
+        return statusOf(program, run.options, drew);
+    if (!drew)
+        sayDrewNothing(run.options);
+    return jobStatus == 0 && !drew ? 1 : jobStatus;
 }
 
 } // namespace
@@ -53,44 +137,18 @@ int runLive(Job job, const LiveOptions& options, Size wall, int ahead, const Las
     job.inputPipe = true;
     if (options.fit == "stretch")
         job.environment.emplace_back("MOSA_KEEP_ASPECT_RATIO=0");
+    Run run{.options = options,
+            .socket = socket,
+            .ahead = ahead,
+            .environment = desk.environment,
+            .watch = startWatch(job, to)};
+    run.environment.push_back("MOSA_CAPTURE_WALL=" + toText(wall));
 
-    JobWatch watch = startWatch(job, to);
-    bool jobEnded = passOutput(watch, JobClock::now() + startTime);
-    if (!watch.out.ready) {
-        const JobEnding ending = finishWatch(watch, Timeout{});
-        std::fputs(ending.err.c_str(), stderr);
-        reportEnding(ending);
-        return 1; // the program was not started
-    }
-
-    UsersProgram program;
-    std::vector<std::string> environment = desk.environment;
-    environment.push_back("MOSA_CAPTURE_WALL=" + toText(wall));
-    startUsersProgram(program, options, socket, ahead, environment);
-    jobEnded = showProgram(watch, program, socket);
-    if (hasEnded(program) || program.stopped)
-        programIsDone();
-    std::string trouble;
-    if (!jobEnded && watch.out.shown)
-        trouble = useLastFrame(watch, last);
-    JobEnding ending = finishWatch(watch, endTime);
-    ending.trouble = trouble;
-    std::fputs(ending.out.c_str(), stderr); // play's summary
-    if (ending.status != 0)
-        std::fputs(ending.err.c_str(), stderr);
-    const int jobStatus = reportEnding(ending);
-
-    const bool drew = watch.out.draws;
-    const bool timeWasOver = program.stopped;
-    const bool isHeld = options.frames > 0 && !hasEnded(program); // at its last frame
-    if (isHeld)
-        stopUsersProgram(program);
-    else
-        letGoOn(program);
-    programIsDone();
-    if (program.ended && !timeWasOver)
-        return statusOf(program, options, drew);
-    if (timeWasOver && !drew)
-        sayDrewNothing(options);
-    return jobStatus == 0 && timeWasOver && !drew ? 1 : jobStatus;
+    State state = State::starting;
+    while (state != State::ended)
+        state = state == State::starting  ? start(run)
+                : state == State::waiting ? wait(run)
+                : state == State::ending  ? awaitLastFrame(run)
+                                          : show(run, last);
+    return conclude(run);
 }

@@ -59,7 +59,8 @@ Process startJob(const Job& job)
     return startProcess({.argv = jobLine(job),
                          .environment = job.secrets, // mpiexec passes on what it has
                          .output = job.output,
-                         .inputPipe = job.inputPipe});
+                         .inputPipe = job.inputPipe,
+                         .isLauncher = true});
 }
 
 Ending runJob(const Job& job, Timeout timeout)

@@ -17,6 +17,7 @@ struct Job {
     Output output = Output::capture;
     std::vector<std::string> secrets = {}; // environment that is not on the command line
     bool inputPipe = false;                // the client's standard input is a pipe
+    bool clientTells = false;              // it is play, which tells how it goes
     bool keepsFigures = false;             // the servers' figures of each second are kept back
 };
 

@@ -1,5 +1,6 @@
 #include "tools/nodeProbe.h"
 #include "client/locations.h"
+#include "client/programWindow.h"
 #include "tools/wallRun.h"
 
 #include <GL/glx.h>
@@ -46,8 +47,14 @@ std::string faultOfDisplay(const WallEntry& entry)
     return "the display " + display + " has no screen " + std::to_string(entry.scrn);
 }
 
+struct Answer {
+    Finding finding;
+    int samples = 0;
+    Size screen = {};
+};
+
 // What is wrong with an open display, or worth knowing; empty when nothing is.
-Finding judgeScreen(Display* dpy, const WallTile& tile)
+Finding judgeScreen(Display* dpy, const WallTile& tile, Size& screen)
 {
     const WallEntry& entry = tile.entry;
     const auto fault = [&tile](const std::string& text) { return Finding{tile.line, true, text}; };
@@ -57,7 +64,7 @@ Finding judgeScreen(Display* dpy, const WallTile& tile)
     if (!XQueryExtension(dpy, "GLX", &opcode, &event, &error))
         return fault("the display " + entry.dpyName + " has no GLX");
     const PixelArea area = areaOf(entry);
-    const Size screen{DisplayWidth(dpy, entry.scrn), DisplayHeight(dpy, entry.scrn)};
+    screen = {DisplayWidth(dpy, entry.scrn), DisplayHeight(dpy, entry.scrn)};
     if (entry.rect.w == 0 || (area.w == screen.w && area.h == screen.h))
         return {tile.line, false, ""};
     const std::string text =
@@ -116,29 +123,32 @@ std::string faultOfNames(const std::string& names)
 }
 
 // What keeps a server from showing its tile, or is worth knowing; empty when nothing is.
-Finding judgeServer(const Wall& wall, std::size_t server, const SumsThere& sums, int& samples)
+Answer judgeServer(const Wall& wall, std::size_t server, const SumsThere& sums)
 {
     if (sumOf(wall.file) != sums.wall)
-        return {0, true, "the wall file is another one there: " + wall.file};
+        return {{0, true, "the wall file is another one there: " + wall.file}};
     if (server >= wall.tiles.size())
-        return {0, true, "the wall file has too few entries on this node"};
+        return {{0, true, "the wall file has too few entries on this node"}};
     const WallTile& tile = wall.tiles[server];
     const Finding program = judgeProgram(sums.server);
     if (program.fault)
-        return {tile.line, true, program.text};
+        return {{tile.line, true, program.text}};
     for (const std::string& fault : {faultOfNames(sums.hosts), faultOfMemory(),
                                      faultOfLibrary(std::getenv("SYSTEM_OPENGL_LIB"))})
         if (!fault.empty())
-            return {tile.line, true, fault};
+            return {{tile.line, true, fault}};
     Display* dpy = XOpenDisplay(tile.entry.dpyName.c_str());
     if (!dpy)
-        return {tile.line, true, faultOfDisplay(tile.entry)};
-    const Finding finding = judgeScreen(dpy, tile);
+        return {{tile.line, true, faultOfDisplay(tile.entry)}};
+    Answer answer{};
+    answer.finding = judgeScreen(dpy, tile, answer.screen);
     XCloseDisplay(dpy);
-    if (!finding.fault)
-        samples =
+    if (!answer.finding.fault)
+        answer.samples =
             mostSamples(tile.entry.dpyName, tile.entry.scrn, std::getenv("SYSTEM_OPENGL_LIB"));
-    return finding.text.empty() ? Finding{tile.line, false, program.text} : finding;
+    if (answer.finding.text.empty())
+        answer.finding.text = program.text;
+    return answer;
 }
 
 } // namespace
@@ -163,26 +173,10 @@ int mostSamples(const std::string& display, int screen, const std::string& libra
     int samples = choose ? 16 : 0;
     for (; samples > 1; samples /= 2) {
         // As the capture library asks for at most.
-        int wanted[] = {GLX_RGBA,
-                        GLX_DOUBLEBUFFER,
-                        GLX_RED_SIZE,
-                        1,
-                        GLX_GREEN_SIZE,
-                        1,
-                        GLX_BLUE_SIZE,
-                        1,
-                        GLX_ALPHA_SIZE,
-                        1,
-                        GLX_DEPTH_SIZE,
-                        1,
-                        GLX_STENCIL_SIZE,
-                        1,
-                        GLX_SAMPLE_BUFFERS,
-                        1,
-                        GLX_SAMPLES,
-                        samples,
-                        None};
-        if (XVisualInfo* visual = choose(dpy, screen, wanted)) {
+        std::vector<int> wanted(std::begin(usualAttributes), std::end(usualAttributes));
+        wanted.insert(wanted.end(), {GLX_ALPHA_SIZE, 1, GLX_DEPTH_SIZE, 1, GLX_STENCIL_SIZE, 1,
+                                     GLX_SAMPLE_BUFFERS, 1, GLX_SAMPLES, samples, None});
+        if (XVisualInfo* visual = choose(dpy, screen, wanted.data())) {
             XFree(visual);
             break;
         }
@@ -196,14 +190,14 @@ int probeNode(const std::string& wallFile, const SumsThere& sums)
 {
     const char* rank = std::getenv("PMI_RANK");
     const int server = (rank ? std::atoi(rank) : 0) - 1;
-    Finding finding{};
-    int samples = 0;
+    Answer answer{};
     try {
-        finding = judgeServer(readWall(wallFile), static_cast<std::size_t>(server), sums, samples);
+        answer = judgeServer(readWall(wallFile), static_cast<std::size_t>(server), sums);
     } catch (const std::exception& trouble) {
-        finding = {0, true, trouble.what()};
+        answer.finding = {0, true, trouble.what()};
     }
-    std::printf("%s %d %d %d %d %s\n", answerMark, server, finding.fault, samples, freePort(),
-                finding.text.c_str());
+    std::printf("%s %d %d %d %d %d %d %s\n", answerMark, server, answer.finding.fault,
+                answer.samples, freePort(), answer.screen.w, answer.screen.h,
+                answer.finding.text.c_str());
     return 0;
 }

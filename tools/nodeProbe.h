@@ -5,8 +5,8 @@
 
 #include <string>
 
-/// Begins an answer: mark, server, whether it is a fault, samples of a pixel, a free port, what
-/// there is to say.
+/// Begins an answer: mark, server, whether it is a fault, samples of a pixel, a free port, width
+/// and height of the screen (0: unknown), what there is to say.
 inline constexpr char answerMark[] = "mosa-wall-probe";
 
 /// For the nodes to answer, and for what each looks at.

@@ -36,13 +36,18 @@ struct Command {
     int inheritedFd = -1;   // stays open in the program under its number
     bool inputPipe = false; // its standard input is a pipe; otherwise it is empty
     bool isUsers = false;   // the user's program, one at a time: signals are passed on to it
+    bool isLauncher =
+        false; // mpiexec: while it starts a job it is deaf, and is not waited for long
 };
+
+/// For a launcher to end after a SIGTERM; what it has started ends when it is gone.
+inline constexpr Timeout launcherGrace = std::chrono::seconds(1);
 
 /// A program that was started. Owned by whoever started it; copies name the same program.
 struct Process {
     pid_t pid = -1; // -1 once it has been waited for
     int pidFd = -1;
-    bool isUsers = false;
+    bool isUsers = false, isLauncher = false;
     // What it wrote so far, when captured; the reading ends, which do not block, of its pipes.
     int out = -1, err = -1;
     int in = -1; // the writing end of the pipe that is its standard input

@@ -1,5 +1,5 @@
 // A running program's stream as a file.
-#include "client/captureSocket.h"
+#include "client/receivePrograms.h"
 #include "client/wholeFile.h"
 #include "tools/cleanUp.h"
 #include "tools/usersProgram.h"
@@ -8,17 +8,19 @@
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include <unistd.h>
 
 namespace {
 
-constexpr Timeout orphanGrace = std::chrono::seconds(10);
+constexpr Timeout endTime = std::chrono::seconds(10); // for what does not end with the program
 
 // Whole frames count: what follows the last one is cut off at the end.
 struct Recording {
     WholeFile file;
     long whole = 0, frames = 0; // bytes, and how many frames they are
+    Drawing drawing = {};
     std::string trouble;
 };
 
@@ -51,37 +53,36 @@ void writeBuffer(Recording& recording, const _hdr& hdr, std::span<const unsigned
     ++recording.frames;
 }
 
-// Takes the program's stream in until it ends.
-void record(Recording& recording, CaptureSocket& socket, UsersProgram& program)
+// Takes the streams of the program, and of what it starts, in until they end.
+void record(Recording& recording, CaptureSocket& socket, UsersProgram& program,
+            const LiveOptions& options)
 {
     constexpr long tick = 200'000; // microseconds
-    JobClock::time_point latest = JobClock::time_point::max();
-    for (bool connected = false;;) {
-        _hdr hdr{};
-        std::span<const unsigned char> bytes;
-        const int other = connected || program.process.pid < 0 ? -1 : program.process.pidFd;
-        const Arrival arrival = waitForBuffer(socket, tick, other, hdr, bytes);
-        if (arrival == Arrival::end)
-            return;
-        connected |= arrival == Arrival::program;
-        if (arrival == Arrival::buffer) {
-            writeBuffer(recording, hdr, bytes);
-            answerFrames(socket, hdr.sync != 0);
-            if (!recording.trouble.empty())
-                return;
-        }
+    int shown = 0;
+    const auto isOver = [&] {
         followStops();
-        if (isTimeOver(program) && !program.stopped) {
+        if (!recording.trouble.empty() || isHeld(program, options, recording.drawing))
+            return true;
+        if (!isTimeOver(program))
+            return !mayStillDraw(program, recording.drawing);
+        if (!program.stopped)
             stopUsersProgram(program); // its stream then ends
-            if (!connected)
-                return;
-        }
-        if (hasEnded(program) && !connected) { // one that it has left behind may be about to draw
-            latest = std::min(latest, JobClock::now() + orphanGrace);
-            if (!programLeftSomething() || JobClock::now() > latest)
-                return;
-        }
-    }
+        return !recording.drawing.now || JobClock::now() > program.end + endTime;
+    };
+    receivePrograms(socket, {.take =
+                                 [&](const _hdr& hdr, std::span<const unsigned char> bytes) {
+                                     writeBuffer(recording, hdr, bytes);
+                                     shown += hdr.sync != 0;
+                                 },
+                             .begins = [&] { beginsToDraw(recording.drawing); },
+                             .ends = [&](long frames) { hasDrawn(recording.drawing, frames); },
+                             .shown = [&] { return std::exchange(shown, 0); },
+                             .wait =
+                                 [&](bool) {
+                                     const bool runs = program.process.pid > 0;
+                                     return ReceiverWait{tick, runs ? program.process.pidFd : -1};
+                                 },
+                             .isOver = isOver});
 }
 
 void finish(Recording& recording)
@@ -120,7 +121,7 @@ int recordProgram(const LiveOptions& options, const std::string& file)
     constexpr int ahead = 64; // a file is quick: what bounds a program's lead is the memory between
     UsersProgram program;
     startUsersProgram(program, once, path, ahead, desk.environment);
-    record(recording, socket, program);
+    record(recording, socket, program, once);
     if (hasEnded(program))
         programIsDone();
     const std::string trouble = recording.trouble;
@@ -132,16 +133,12 @@ int recordProgram(const LiveOptions& options, const std::string& file)
         std::fprintf(stderr, "mosa-wall: %s: %ld frames, %s\n", file.c_str(), recording.frames,
                      sizeText(recording.whole).c_str());
     const bool drew = recording.frames > 0;
-    const bool timeWasOver = program.stopped;
-    if (!timeWasOver && options.frames > 0 && recording.frames >= options.frames &&
-        !hasEnded(program)) {
+    if (isHeld(program, options, recording.drawing))
         stopUsersProgram(program);
-        return 0;
-    }
-    while (!timeWasOver && !hasEnded(program, std::chrono::seconds(1))) {
+    while (!program.stopped && !hasEnded(program, std::chrono::seconds(1))) {
     }
     programIsDone();
-    if (!timeWasOver)
+    if (program.ended)
         return statusOf(program, options, drew);
     if (!drew)
         sayDrewNothing(options);

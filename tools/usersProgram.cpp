@@ -1,6 +1,7 @@
 #include "tools/usersProgram.h"
 #include "client/locations.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -119,7 +120,24 @@ bool hasEnded(UsersProgram& program, Timeout timeout)
         return false;
     program.ending = finishProcess(program.process, Timeout{});
     program.ended = true;
+    program.endedAt = JobClock::now();
     return true;
+}
+
+bool mayStillDraw(UsersProgram& program, const Drawing& drawing)
+{
+    if (!hasEnded(program) || drawing.now)
+        return true;
+    // One that is late to begin, or the next of several that draw in turn.
+    constexpr Timeout first = std::chrono::seconds(10), next = std::chrono::seconds(2);
+    const auto since = std::max(program.endedAt, drawing.since);
+    return programLeftSomething() && JobClock::now() < since + (drawing.begun ? next : first);
+}
+
+bool isHeld(UsersProgram& program, const LiveOptions& options, const Drawing& drawing)
+{
+    return options.frames > 0 && drawing.begun > 0 && !drawing.now &&
+           drawing.frames >= options.frames && !hasEnded(program);
 }
 
 bool isTimeOver(const UsersProgram& program) { return JobClock::now() >= program.end; }

@@ -1,6 +1,7 @@
 // The user's program, with the capture library in the place of its OpenGL.
 #pragma once
 
+#include "tools/drawing.h"
 #include "tools/liveProgram.h"
 #include "tools/terminal.h"
 #include "tools/virtualDisplays.h"
@@ -21,8 +22,9 @@ struct UsersProgram {
     Terminal terminal;        // as it was before
     Ending ending;            // once it has ended
     JobClock::time_point end; // when its time is over
-    bool ended = false;       // by itself,
-    bool stopped = false;     // or as the options say
+    JobClock::time_point endedAt = {};
+    bool ended = false;   // by itself,
+    bool stopped = false; // or as the options say
     ~UsersProgram();
 };
 
@@ -35,6 +37,13 @@ void startUsersProgram(UsersProgram& program, const LiveOptions& options, const 
 
 /// True when it has ended, within that time.
 bool hasEnded(UsersProgram& program, Timeout timeout = {});
+
+/// True while something may draw: the program, or what it has left behind and that draws, or may be
+/// about to begin.
+bool mayStillDraw(UsersProgram& program, const Drawing& drawing);
+
+/// True when the program stands at the last of the frames that the options ask for.
+bool isHeld(UsersProgram& program, const LiveOptions& options, const Drawing& drawing);
 
 bool isTimeOver(const UsersProgram& program);
 

@@ -1,4 +1,5 @@
 #include "tools/wallCheck.h"
+#include "tools/hostOrder.h"
 
 #include <algorithm>
 #include <cctype>
@@ -328,6 +329,7 @@ std::vector<Finding> checkWall(const Wall& wall, const std::vector<Place>& place
             checkAgainstWall(tile, size, findings);
         checkAgainstEarlier(wall, places, n, findings);
     }
+    checkHosts(wall, places, findings);
     if (allKnown) {
         Cells cells = cutWall(wall, size);
         takeBezels(cells, size, findings);

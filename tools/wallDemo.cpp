@@ -90,8 +90,10 @@ bool wantsServersLines()
 
 } // namespace
 
-int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions live, bool plain)
+int runDemo(const DemoOptions& options)
 {
+    const PlayOptions& play = options.play;
+    LiveOptions live = options.live;
     const std::string picture = std::filesystem::absolute(options.picture);
     requireWritable(picture);
     const bool isLive = !live.program.empty();
@@ -122,7 +124,7 @@ int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions liv
     Job job = isLive ? liveJob(play) : playJob({scene.name}, play, last);
     job.servers = static_cast<int>(displays.size());
     job.environment = virtualWallEnvironment(wall.file);
-    if (loadOverloads(job, plain) && job.servers > 1 && !play.loose && mayLockFrames())
+    if (loadOverloads(job, options.plain) && job.servers > 1 && !play.loose && mayLockFrames())
         lockFrames(job, "", freePort());
     watchNodes(job);
     const std::string what = isLive ? live.program[0] : sceneName(scene.name);

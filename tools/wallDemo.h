@@ -13,12 +13,15 @@ struct DemoOptions {
     int gap = 0;       // pixels of bezel between tiles
     bool show = false; // tiles in a window of the user's display, not only in the picture
     std::string picture = "wall.png";
+    PlayOptions play = {};
+    LiveOptions live = {};
+    bool plain = false; // without the project's overload libraries
 };
 
-/// Plays the scene, or runs the program where there is one, writes a picture of the wall with the
-/// last frame and prints its path. A plain one does without the project's overload libraries.
-/// Returns an exit status; throws std::runtime_error when something cannot be started.
-int runDemo(const DemoOptions& options, const PlayOptions& play, LiveOptions live, bool plain);
+/// Plays the scene, or runs the program where the live options have one, writes a picture of the
+/// wall with the last frame and prints its path. Returns the exit status, or negative the signal
+/// that the program has died of; throws std::runtime_error when something cannot be started.
+int runDemo(const DemoOptions& options);
 
 /// Prints the scenes that come with the system, one a line: name, window, frames and bytes.
 void listScenes();

@@ -162,8 +162,8 @@ void counter(CommandBuffer& out, const PatternTile& tile, int frame)
 void setUp(CommandBuffer& out, const Wall& wall, const std::vector<PatternTile>& tiles)
 {
     const Size size = wallSize(wall);
-    const int attributes[] = {
-        GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 1, GLX_GREEN_SIZE, 1, GLX_BLUE_SIZE, 1, None};
+    std::vector<int> attributes(std::begin(usualAttributes), std::end(usualAttributes));
+    attributes.push_back(None);
     encodeOpening(out, {display, visual, window, context, size.w, size.h}, attributes);
     encode<Op::glMatrixMode>(out, static_cast<GLenum>(GL_PROJECTION));
     encode<Op::glLoadIdentity>(out);

@@ -1,5 +1,6 @@
 #include "tools/wallRun.h"
 #include "client/locations.h"
+#include "tools/hostOrder.h"
 #include "tools/nodeProbe.h"
 #include "tools/wallDrawing.h"
 
@@ -123,6 +124,7 @@ Job playJob(const std::vector<std::string>& files, const PlayOptions& options,
             const LastFrame& last)
 {
     Job job;
+    job.clientTells = true;
     job.inputPipe = last.picture || !last.then.empty() || last.hold > 0;
     job.client = {playProgram()};
     for (const auto& more : {files, playArguments(options, job.inputPipe)})
@@ -134,6 +136,7 @@ Job playJob(const std::vector<std::string>& files, const PlayOptions& options,
 Job liveJob(const PlayOptions& options)
 {
     Job job;
+    job.clientTells = true;
     job.client = {playProgram()};
     if (options.loose)
         job.client.emplace_back("--loose");
@@ -203,7 +206,7 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
         std::fputs("mosa-wall: asking the nodes ...\n", stderr);
     const Ending ending = askNodes(probe);
 
-    std::map<std::size_t, Finding> answers;
+    std::map<std::size_t, NodeAnswer> answers;
     int samples = INT_MAX;
     int hubPort = 0;
     std::istringstream out(ending.out);
@@ -212,34 +215,37 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
         std::istringstream words(line);
         std::string mark;
         std::size_t server = 0;
-        Finding answer{};
+        NodeAnswer answer;
         int ofServer = 0;
         int port = 0;
-        if (words >> mark >> server >> answer.fault >> ofServer >> port && mark == answerMark) {
+        if (words >> mark >> server >> answer.finding.fault >> ofServer >> port >>
+                answer.screen.w >> answer.screen.h &&
+            mark == answerMark && server < wall.tiles.size()) {
             samples = std::min(samples, ofServer);
             if (server == 0)
                 hubPort = port;
-            std::getline(words >> std::ws, answer.text);
+            std::getline(words >> std::ws, answer.finding.text);
             answers[server] = answer;
         }
     }
+    judgeOrder(wall, places, answers);
     std::vector<Finding> findings;
     std::string said = ending.err;
     bool isExplained = true;
     for (std::size_t server = 0; server < wall.tiles.size(); ++server) {
         const auto answer = answers.find(server);
         const bool silent = answer == answers.end();
-        if (!silent && answer->second.text.empty())
+        if (!silent && answer->second.finding.text.empty())
             continue;
         const int line = wall.tiles[server].line;
         const std::string& host = places.at(server).host;
-        std::string text =
-            silent ? takeReason(said, static_cast<int>(server) + 1, host) : answer->second.text;
+        std::string text = silent ? takeReason(said, static_cast<int>(server) + 1, host)
+                                  : answer->second.finding.text;
         if (text.empty()) {
             text = "its node does not answer";
             isExplained = false;
         }
-        findings.push_back({line, silent || answer->second.fault,
+        findings.push_back({line, silent || answer->second.finding.fault,
                             "server " + std::to_string(server) + " (line " + std::to_string(line) +
                                 ")" + (host.empty() ? "" : " on " + host) + ": " + text});
     }

@@ -1,7 +1,7 @@
 // Whole records of any operation, without knowing its arguments.
 #pragma once
 
-#include "coding/fromWire.h"
+#include "wire/operations.h"
 
 #include <vector>
 

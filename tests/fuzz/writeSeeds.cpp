@@ -3,6 +3,7 @@
 // One record of each operation, and the smaller command buffers of recorded streams.
 #include "client/streamFile.h"
 #include "tests/fuzz/sampleRecord.h"
+#include "tools/describe.h"
 
 #include <cstdio>
 #include <exception>
@@ -28,7 +29,7 @@ void writeOperations(const std::filesystem::path& directory, std::ofstream& dict
     for (int opcode = 0; opcode < operationCount; ++opcode) {
         Bytes record;
         appendSampleRecord(record, opcode, 1);
-        writeSeed(directory / opNames[opcode], 0x10, record);
+        writeSeed(directory / operationName(opcode), 0x10, record);
         char line[80];
         std::snprintf(line, sizeof line, "\"\\x%02x\\x%02x\"\n", opcode & 255, opcode >> 8);
         dictionary << line;

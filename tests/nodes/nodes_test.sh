@@ -60,6 +60,12 @@ display="Xvfb :0 -screen 0 150x300x24 -ac -noreset -listen tcp &>/dev/null &
 faulty "pkill Xvfb; while pgrep Xvfb >/dev/null; do sleep 0.1; done" "$display" "the display :0 cannot be opened"
 faulty "mount -t tmpfs -o size=100k full /dev/shm" "umount /dev/shm" "/dev/shm has room for 100 KiB only"
 faulty "pkill -f sbin/sshd" "/usr/sbin/sshd -f $scratch/state/sshd_config" "Connection refused"
+# A node that takes another's name for its own loopback; hosts in another order than the entries.
+faulty "(cat /etc/hosts; echo 127.0.1.1 node1) | sed 's/^[0-9.]* node1\$/127.0.1.1 node1/' >/tmp/hosts
+    mount --bind /tmp/hosts /etc/hosts" "umount /etc/hosts" "the name node1 leads to this node itself"
+printf 'node2\nnode1\n' >others
+! wall check wall.conf --hosts others || fail "hosts in the wrong order"
+said "the entry is for node1, its server is on node2: the hosts stand in another order"
 printf 'node1\nelsewhere\n' >others
 ! wall check wall.conf --hosts others || fail "a host that there is not"
 said "on elsewhere: .*Could not resolve"

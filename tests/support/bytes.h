@@ -6,10 +6,11 @@
 
 #include "wire/opcodes.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
-#include <map>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -24,13 +25,16 @@ inline void appendLittleEndian(Bytes& out, std::uint64_t value, int width)
 /// The number of an operation by its name.
 inline int opcodeOf(const std::string& name)
 {
-    static const std::map<std::string, int> numbers = {
-#define OPERATION(number, name, ...) {#name, number},
+    static constexpr const char* names[] = {
+#define OPERATION(number, name, ...) #name,
 #define BY_HAND OPERATION
 #define UNPERFORMED OPERATION
 #include "wire/operations.def"
     };
-    return numbers.at(name);
+    const auto* found = std::ranges::find(names, name);
+    if (found == std::end(names))
+        throw std::out_of_range(name);
+    return static_cast<int>(found - names);
 }
 
 inline void appendToken(Bytes& out, const std::string& token)
