@@ -4,6 +4,7 @@
 #include "coding/buffer.h"
 #include "coding/clientMemory.h"
 #include "coding/fromWire.h"
+#include "wire/imageMemory.h"
 
 #include <algorithm>
 #include <numeric>
@@ -414,6 +415,9 @@ TEST_F(Draws, ImagesWithTooFewBytesGoOnWithZeros)
     recorder.values[GL_UNPACK_COMPRESSED_BLOCK_HEIGHT] = {4};
     recorder.values[GL_UNPACK_SKIP_ROWS] = {4};
     EXPECT_EQ(image(2048 * 8 + 16, "", blocks), "7");
+    // Without a sanitizer nobody sees a byte that is read beyond.
+    EXPECT_EQ(placesOf({3, 2, 1, GL_RGB, GL_UNSIGNED_BYTE}, {2, 5, 3, 1}).end, 4 * 16 + 12);
+    EXPECT_EQ(listNameBytes(5, GL_3_BYTES), 15);
 }
 
 TEST_F(ClientMemory, AParameterOfUnknownNameGetsWhatStandsInTheBuffer)

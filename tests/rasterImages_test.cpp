@@ -252,7 +252,10 @@ TEST_F(RasterImages, BitmapsNeverReadBeyondTheSource)
     for (int i = 1; i < 400; ++i) {
         currDrawableInfo->psx = 1 + static_cast<float>(i) * 0.00931F;
         currDrawableInfo->psy = 1 + static_cast<float>(i) * 0.01177F;
-        EXPECT_EQ(run("glBitmap i:7 i:7 f:0 f:0 f:0 f:0 i:7 fefefefefefefe").result, 1);
+        const int last = static_cast<int>(7 * currDrawableInfo->psx) - 1;
+        const std::vector<int> row =
+            drawnBits("glBitmap i:7 i:7 f:0 f:0 f:0 f:0 i:7 fefefefefefefe", last / 8 + 1);
+        EXPECT_TRUE(row.back() & (0x80 >> last % 8)) << last << " lies within the source";
     }
     // One as large as the wall is drawn, however large the wall is.
     tile({0, 0, 15360, 8640}, 1920);
