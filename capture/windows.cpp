@@ -1,18 +1,8 @@
 #include "capture/windows.h"
 
-#include <cstdlib>
 #include <map>
-#include <memory>
-
-#include <xcb/xcb.h>
 
 namespace {
-
-struct Freed {
-    void operator()(void* memory) const { std::free(memory); }
-};
-template <class T>
-using Reply = std::unique_ptr<T, Freed>;
 
 xcb_connection_t* connection;
 auto& known =
@@ -57,16 +47,7 @@ WindowState ask(xcb_window_t window)
 {
     constexpr std::uint32_t events = XCB_EVENT_MASK_STRUCTURE_NOTIFY;
     xcb_change_window_attributes(connection, window, XCB_CW_EVENT_MASK, &events);
-    const auto attributesOf = xcb_get_window_attributes(connection, window);
-    const auto geometryOf = xcb_get_geometry(connection, window);
-    const Reply<xcb_get_window_attributes_reply_t> attributes{
-        xcb_get_window_attributes_reply(connection, attributesOf, nullptr)};
-    const Reply<xcb_get_geometry_reply_t> geometry{
-        xcb_get_geometry_reply(connection, geometryOf, nullptr)};
-    if (!attributes || !geometry)
-        return {};
-    return {true, attributes->map_state == XCB_MAP_STATE_VIEWABLE, geometry->width,
-            geometry->height};
+    return askWindowState(connection, window);
 }
 
 } // namespace

@@ -2,13 +2,9 @@
 // the program's may be busy in another thread. Any thread, one at a time.
 #pragma once
 
-#include <string>
+#include "client/windowState.h"
 
-/// What is known of a window.
-struct WindowState {
-    bool exists = false, viewable = false;
-    int width = 0, height = 0;
-};
+#include <string>
 
 /// The state of a window. Asks the server when it is new or an event has told of a change, or when
 /// `anew`.

@@ -1,20 +1,11 @@
 #include "client/windowWatch.h"
 #include "client/programWindow.h"
+#include "client/windowState.h"
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
-
-#include <xcb/xcb.h>
 
 namespace {
-
-struct Freed {
-    void operator()(void* memory) const { std::free(memory); }
-};
-template <class T>
-using Reply = std::unique_ptr<T, Freed>;
 
 void disconnect(WindowWatch& watch)
 {
@@ -39,15 +30,8 @@ void connectTo(WindowWatch& watch, const CaptureShown& shown)
 // Its size in pixels if it can be seen, 0 if not.
 std::int64_t seenPixels(xcb_connection_t* connection, xcb_window_t window)
 {
-    const auto attributesOf = xcb_get_window_attributes(connection, window);
-    const auto geometryOf = xcb_get_geometry(connection, window);
-    const Reply<xcb_get_window_attributes_reply_t> attributes{
-        xcb_get_window_attributes_reply(connection, attributesOf, nullptr)};
-    const Reply<xcb_get_geometry_reply_t> geometry{
-        xcb_get_geometry_reply(connection, geometryOf, nullptr)};
-    if (!attributes || !geometry || attributes->map_state != XCB_MAP_STATE_VIEWABLE)
-        return 0;
-    return std::int64_t{geometry->width} * geometry->height;
+    const WindowState state = askWindowState(connection, window);
+    return state.viewable ? std::int64_t{state.width} * state.height : 0;
 }
 
 // Hears of the window, and of those around it: it goes with them.
