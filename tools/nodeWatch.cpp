@@ -201,7 +201,9 @@ void noteEnds(NodeWatch& watch)
         if (watch.ended.empty()) {
             watch.ended = server;
             watch.endedAt = now;
-            watch.clientEndedFirst = watch.clientSeen && isEnding(watch.clientPid);
+            // On one machine mpiexec ends the client too soon after a server for this to tell.
+            watch.clientEndedFirst =
+                watch.clientSeen && !watch.launchers.empty() && isEnding(watch.clientPid);
         }
         return true;
     });
