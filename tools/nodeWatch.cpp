@@ -175,6 +175,18 @@ void acceptLifelines(NodeWatch& watch)
     watch.newcomers.remove_if([&watch](Newcomer& n) { return isHeard(watch, n); });
 }
 
+// True when a process has begun to end: its connections close before it counts as ended.
+bool isEnding(pid_t process)
+{
+    constexpr unsigned long exiting = 4; // PF_EXITING of the kernel's flags
+    const std::string line = firstLine("/proc/" + std::to_string(process) + "/stat");
+    std::istringstream fields(line.substr(std::min(line.size(), line.rfind(')') + 1)));
+    std::string state, skipped;
+    unsigned long flags = exiting; // it is gone
+    fields >> state >> skipped >> skipped >> skipped >> skipped >> skipped >> flags;
+    return (flags & exiting) != 0;
+}
+
 // A server has ended when its lifeline has.
 void noteEnds(NodeWatch& watch)
 {
@@ -189,6 +201,9 @@ void noteEnds(NodeWatch& watch)
         if (watch.ended.empty()) {
             watch.ended = server;
             watch.endedAt = now;
+            // On one machine mpiexec ends the client too soon after a server for this to tell.
+            watch.clientEndedFirst =
+                watch.clientSeen && !watch.launchers.empty() && isEnding(watch.clientPid);
         }
         return true;
     });
@@ -212,6 +227,7 @@ void findClient(NodeWatch& watch, pid_t mpiexec)
         if (watch.launchers.contains(launcher) || tasks.empty())
             continue;
         watch.client = static_cast<int>(syscall(SYS_pidfd_open, tasks.front(), 0));
+        watch.clientPid = tasks.front();
         watch.clientSeen = true;
         return;
     }
@@ -241,5 +257,5 @@ void clientHasEnded(NodeWatch& watch)
     close(watch.client);
     watch.client = -1;
     noteEnds(watch);
-    watch.clientEndedFirst = watch.ended.empty();
+    watch.clientEndedFirst = watch.clientEndedFirst || watch.ended.empty();
 }
