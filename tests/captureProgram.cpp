@@ -122,7 +122,7 @@ void arrays()
     glBufferData(GL_ARRAY_BUFFER, bytes, nullptr, GL_STATIC_DRAW);
     glBufferSubData(GL_ARRAY_BUFFER, 0, bytes, rows[5].data());
     auto* mapped = static_cast<Vertex*>(glMapBuffer(GL_ARRAY_BUFFER, GL_READ_WRITE));
-    mapped[3].color[2] = 255;
+    mapped[11].color[2] = 255; // the first triangle's
     glUnmapBuffer(GL_ARRAY_BUFFER);
     glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, buffers[1]);
     glBufferData(GL_ELEMENT_ARRAY_BUFFER, sizeof some, some, GL_STATIC_DRAW);
