@@ -157,7 +157,7 @@ void show(Context& c, const WindowState& state)
         return;
     } else {
         sendMakeCurrent(group);
-        if (known) {
+        if (known || !showsAll()) { // it may be below those that were shown meanwhile
             CommandBuffer out;
             encode<Op::MWRaiseWindow>(out, Window{group.wallWindow});
             const Bytes pieces[] = {out};

@@ -213,7 +213,8 @@ INSTANTIATE_TEST_SUITE_P(Programs, Small,
                                          SmallProgram{"sharing", 0}, SmallProgram{"destroyed", 0},
                                          SmallProgram{"shaders", 4}, SmallProgram{"forks", 2},
                                          SmallProgram{"figures", 70}, SmallProgram{"openList", 2},
-                                         SmallProgram{"exits", 0}, SmallProgram{"reconnects", 6}),
+                                         SmallProgram{"exits", 0}, SmallProgram{"reconnects", 6},
+                                         SmallProgram{"returns", 7}),
                          [](const auto& test) { return std::string(test.param.name); });
 
 // A program that rests does not tell that its window is closed or hidden. The wall is black then,

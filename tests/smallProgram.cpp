@@ -383,6 +383,27 @@ void closes()
     pause();
 }
 
+// One context draws into a larger window for a while, and into the first again.
+void returns()
+{
+    frame();
+    const Window first = window;
+    window = createWindow(width + 40, height + 40);
+    XMapWindow(dpy, window);
+    XSync(dpy, False);
+    glXMakeCurrent(dpy, window, context);
+    for (int i = 0; i < 4; ++i)
+        frame();
+    glXMakeCurrent(dpy, first, context);
+    XDestroyWindow(dpy, window);
+    XSync(dpy, False);
+    window = first;
+    for (int i = 0; i < 2; ++i) {
+        glRotatef(30, 0, 0, 1);
+        frame();
+    }
+}
+
 // It ends while another thread draws.
 void exits()
 {
@@ -426,10 +447,11 @@ const struct {
     const char* name;
     void (*run)();
 } programs[] = {
-    {"still", still},     {"refusals", refusals},     {"within", within},   {"buffers", buffers},
-    {"sharing", sharing}, {"destroyed", destroyed},   {"shaders", shaders}, {"forks", forks},
-    {"figures", figures}, {"openList", openList},     {"hides", hides},     {"closes", closes},
-    {"exits", exits},     {"reconnects", reconnects},
+    {"still", still},       {"refusals", refusals}, {"within", within},
+    {"buffers", buffers},   {"sharing", sharing},   {"destroyed", destroyed},
+    {"shaders", shaders},   {"forks", forks},       {"figures", figures},
+    {"openList", openList}, {"hides", hides},       {"closes", closes},
+    {"returns", returns},   {"exits", exits},       {"reconnects", reconnects},
 };
 
 } // namespace
