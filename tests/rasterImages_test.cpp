@@ -257,6 +257,12 @@ TEST_F(RasterImages, BitmapsNeverReadBeyondTheSource)
             drawnBits("glBitmap i:7 i:7 f:0 f:0 f:0 f:0 i:7 fefefefefefefe", last / 8 + 1);
         EXPECT_TRUE(row.back() & (0x80 >> last % 8)) << last << " lies within the source";
     }
+    // So many columns that the steps through the source, rounded up, come to its end too early.
+    currDrawableInfo->psx = 7100141;
+    currDrawableInfo->psy = 1;
+    const int last = 49700988 - 1;
+    EXPECT_TRUE(drawnBits("glBitmap i:7 i:1 f:0 f:0 f:0 f:0 i:1 fe", last / 8 + 1).back() &
+                (0x80 >> last % 8));
     // One as large as the wall is drawn, however large the wall is.
     tile({0, 0, 15360, 8640}, 1920);
     currLocalDisplay->vWidth = 15360;

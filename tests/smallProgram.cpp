@@ -362,6 +362,8 @@ void hides()
     frame();
     XUnmapWindow(dpy, window);
     XSync(dpy, False);
+    std::puts("up");
+    std::fflush(stdout);
     pause();
 }
 

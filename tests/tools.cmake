@@ -12,7 +12,7 @@ gtest_discover_tests(wallTool_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 add_executable(wallTerminal_test wallTerminal_test.cpp)
 target_compile_definitions(wallTerminal_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")
 target_link_libraries(wallTerminal_test PRIVATE mosa_process util GTest::gtest_main)
-add_dependencies(wallTerminal_test mosa-wall server play captureProgram streamdump)
+add_dependencies(wallTerminal_test mosa-wall server play captureProgram smallProgram streamdump)
 gtest_discover_tests(wallTerminal_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 
 # The hub is the overload library's, without a server around it; the stream the capture library's.

@@ -204,20 +204,27 @@ TEST(WallProgram, HearsTheSignalsAndItsEndIsPassedOn)
 {
     const Folder folder;
     const std::string up = folder.path / "up";
+    std::vector<VirtualDisplay> displays{startDisplay(300, 300)};
     for (const auto& [signal, script, status] :
-         {std::tuple{SIGTERM, "echo up >$UP; exec sleep 100", 128 + SIGTERM},
+         {std::tuple<int, std::string, int>{SIGTERM, "echo up >$UP; exec sleep 100", 128 + SIGTERM},
+          // What it leaves would go on drawing.
+          {SIGTERM, built("tests/smallProgram") + " hides | sed -u '1q' >$UP", 128 + SIGTERM},
           {SIGINT, "trap 'exit 7' INT; echo up >$UP; sleep 100 & wait", 7},
           {SIGHUP, "trap 'exit 8' HUP; echo up >$UP; sleep 100 & wait", 8}}) {
         ASSERT_EQ(mkfifo(up.c_str(), 0600), 0);
-        Process process = startProcess(wall({"record", "-o", folder.path / "live.mws", "--", "sh",
-                                             "-c", "UP=" + up + "; " + script}));
+        Command command = wall({"record", "-o", folder.path / "live.mws", "--", "sh", "-c",
+                                "UP=" + up + "; " + script});
+        command.environment = {"DISPLAY=" + displays[0].name, "LIBGL_ALWAYS_SOFTWARE=1"};
+        Process process = startProcess(command);
         EXPECT_EQ(readFile(up), "up\n");
         kill(process.pid, signal);
         const Ending ending = finishProcess(process, jobTime);
+        EXPECT_FALSE(ending.timedOut);
         EXPECT_EQ(ending.status, status) << ending.err;
         EXPECT_EQ(ending.signal, status > 128 ? signal : 0);
         fs::remove(up);
     }
+    stopDisplays(displays);
 }
 
 pid_t numberIn(const fs::path& file) { return std::stoi("0" + readFile(file)); }

@@ -1,5 +1,6 @@
 #include "tools/usersProgram.h"
 #include "client/locations.h"
+#include "tools/started.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -119,6 +120,8 @@ bool hasEnded(UsersProgram& program, Timeout timeout)
     if (!waitForEnd(program.process, timeout))
         return false;
     program.ending = finishProcess(program.process, Timeout{});
+    if (users.wasTold) // to end: what it has left draws on for nobody
+        endOrphans(Origin::program, programGrace);
     program.ended = true;
     program.endedAt = JobClock::now();
     return true;
