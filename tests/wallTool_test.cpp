@@ -293,6 +293,8 @@ TEST(WallTool, RefusesWhatItWouldNotHonour)
         std::string said;
     } cases[] = {
         {{"run", "--dry-run", "--", "touch", mine + "2"}, "--dry-run: goes with a wall"},
+        {{"run", "--wall", wall, "--dry-run", "--", "touch", mine + "2"},
+         "--dry-run: goes with stream files"},
         {{"run", "--stats", "--", "touch", mine + "2"}, "--stats: goes with a wall"},
         {{"pattern", wall, "--", "touch", mine + "2"}, "pattern takes no program"},
         {{"check", wall, "--", "touch", mine + "2"}, "check takes no program"},

@@ -38,6 +38,9 @@ int run(const CLI::App& command, Options& options, const Program& program)
                "goes with a wall: name its file by --wall");
     if (!isLive && options.streams.empty())
         throw std::runtime_error("name stream files, or a program behind --");
+    if (isLive)
+        refuse(command, {"--dry-run"},
+               "goes with stream files: the job of a program needs mosa-wall beside it");
     options.live.program = program;
     if (isLive && !isWall)
         return runWithoutWall(options);
