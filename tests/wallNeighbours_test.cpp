@@ -214,7 +214,7 @@ TEST(Hub, HoldsSwapsForThoseThatKnowTheSecretAndAreInTime)
         comes(late); // it runs free until it has caught up
         EXPECT_TRUE(isLetGo(late));
         if (round == 1) // left out for a second by now, and for three the next time
-            std::this_thread::sleep_until(start + hold + std::chrono::milliseconds(1300));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1300));
     }
     ++swap; // nobody is held up by one that is to stay out for a while
     comes(late);
