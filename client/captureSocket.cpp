@@ -155,6 +155,7 @@ void leaveProgram(CaptureSocket& socket)
     socket.ringEnd = 0;
     socket.program = -1;
     socket.watch.isShown = socket.watch.gone = false; // its last picture stays
+    socket.watch.windows.clear();                     // their numbers may be the next one's
     socket.ownFrames = 0;                             // the next one is owed none of them
     socket.betweenFrames = false;                     // as at the beginning
 }

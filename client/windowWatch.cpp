@@ -20,9 +20,15 @@ void connectTo(WindowWatch& watch, const CaptureShown& shown)
         return;
     disconnect(watch);
     watch.display = shown.display;
+    const char* const before = std::getenv("XAUTHORITY");
+    const std::string own = before ? before : "";
     if (*shown.authority)
         setenv("XAUTHORITY", shown.authority, 1);
     watch.connection = xcb_connect(shown.display, nullptr);
+    if (before)
+        setenv("XAUTHORITY", own.c_str(), 1);
+    else
+        unsetenv("XAUTHORITY");
     if (xcb_connection_has_error(watch.connection))
         disconnect(watch);
 }

@@ -367,14 +367,21 @@ void hides()
     pause();
 }
 
-// A larger window is shown over the first and closed, and nothing is called after it.
-void closes()
+// Returns the window that was there before.
+Window openLarger()
 {
-    frame();
     const Window first = window;
     window = createWindow(width + 40, height + 40);
     XMapWindow(dpy, window);
     XSync(dpy, False);
+    return first;
+}
+
+// A larger window is shown over the first and closed, and nothing is called after it.
+void closes()
+{
+    frame();
+    const Window first = openLarger();
     GLXContext other = glXCreateContext(dpy, visual, nullptr, True);
     glXMakeCurrent(dpy, window, other);
     for (int i = 0; i < 4; ++i)
@@ -389,10 +396,7 @@ void closes()
 void returns()
 {
     frame();
-    const Window first = window;
-    window = createWindow(width + 40, height + 40);
-    XMapWindow(dpy, window);
-    XSync(dpy, False);
+    const Window first = openLarger();
     glXMakeCurrent(dpy, window, context);
     for (int i = 0; i < 4; ++i)
         frame();
