@@ -3,12 +3,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -151,7 +153,8 @@ bool isHeard(NodeWatch& watch, Newcomer& newcomer)
     if (heard == net::Heard::nothing)
         return false;
     if (heard == net::Heard::record && isOurs(hello))
-        watch.servers[hello.pid] = watch.lifelines[newcomer.fd] = nameOf(hello, newcomer.fd);
+        watch.lifelines[newcomer.fd] = {
+            .name = watch.servers[hello.pid] = nameOf(hello, newcomer.fd), .server = hello.server};
     else
         close(newcomer.fd);
     return true;
@@ -187,26 +190,42 @@ bool isEnding(pid_t process)
     return (flags & exiting) != 0;
 }
 
+// Takes in what a server has said of itself. True when its lifeline has ended.
+bool hearFigures(int fd, Lifeline& lifeline)
+{
+    LifelineFigures figures{};
+    for (;;)
+        switch (net::receiveRecord(fd, lifeline.incoming, figures)) {
+        case net::Heard::record:
+            lifeline.before = std::exchange(lifeline.latest, figures);
+            break;
+        case net::Heard::nothing:
+            return false;
+        case net::Heard::end:
+            return true;
+        }
+}
+
 // A server has ended when its lifeline has.
 void noteEnds(NodeWatch& watch)
 {
-    const auto now = JobClock::now();
     acceptLifelines(watch);
-    std::erase_if(watch.lifelines, [&watch, now](const auto& lifeline) {
-        char nothing = 0;
-        const auto& [fd, server] = lifeline;
-        if (recv(fd, &nothing, 1, 0) != 0 && (errno == EAGAIN || errno == EINTR))
-            return false;
+    for (auto at = watch.lifelines.begin(); at != watch.lifelines.end();) {
+        auto& [fd, lifeline] = *at;
+        if (!hearFigures(fd, lifeline)) {
+            ++at;
+            continue;
+        }
         close(fd);
         if (watch.ended.empty()) {
-            watch.ended = server;
-            watch.endedAt = now;
+            watch.ended = lifeline.name;
+            watch.endedAt = JobClock::now();
             // On one machine mpiexec ends the client too soon after a server for this to tell.
             watch.clientEndedFirst =
                 watch.clientSeen && !watch.launchers.empty() && isEnding(watch.clientPid);
         }
-        return true;
-    });
+        at = watch.lifelines.erase(at);
+    }
 }
 
 // A server that has ended a while ago, when others still run: MPI does not always tell
@@ -250,6 +269,27 @@ std::string nodeTrouble(NodeWatch& watch, pid_t mpiexec)
     if (const std::string server = lostServer(watch); !server.empty())
         return server + " has ended, and others wait for it";
     return {};
+}
+
+std::optional<ServerFigures> figuresOf(const NodeWatch& watch, int server)
+{
+    std::uint64_t furthest = 0;
+    const Lifeline* own = nullptr;
+    for (const auto& [fd, lifeline] : watch.lifelines) {
+        furthest = std::max(furthest, lifeline.latest.frames);
+        if (lifeline.server == server)
+            own = &lifeline;
+    }
+    if (!own || own->latest.time == own->before.time)
+        return {};
+    const LifelineFigures &now = own->latest, &before = own->before;
+    const double passed = static_cast<double>(now.time - before.time); // nanoseconds
+    return ServerFigures{
+        .framesPerSecond = 1e9 * static_cast<double>(now.frames - before.frames) / passed,
+        .behind = static_cast<long>(furthest - now.frames),
+        .decoding = static_cast<int>(
+            std::lround(100 * static_cast<double>(now.decodingTime - before.decodingTime) / passed)),
+        .bytes = static_cast<long long>(now.bytes)};
 }
 
 void clientHasEnded(NodeWatch& watch)
