@@ -198,6 +198,7 @@ bool hearFigures(int fd, Lifeline& lifeline)
         switch (net::receiveRecord(fd, lifeline.incoming, figures)) {
         case net::Heard::record:
             lifeline.before = std::exchange(lifeline.latest, figures);
+            lifeline.heard = JobClock::now();
             break;
         case net::Heard::nothing:
             return false;
@@ -271,25 +272,50 @@ std::string nodeTrouble(NodeWatch& watch, pid_t mpiexec)
     return {};
 }
 
+namespace {
+
+double nanosecondsOf(const Lifeline& lifeline) // between its last two words
+{
+    return static_cast<double>(lifeline.latest.time - lifeline.before.time);
+}
+
+double framesPerSecond(const Lifeline& lifeline)
+{
+    const auto frames = static_cast<double>(lifeline.latest.frames - lifeline.before.frames);
+    return nanosecondsOf(lifeline) > 0 ? 1e9 * frames / nanosecondsOf(lifeline) : 0;
+}
+
+// Servers speak at different moments: how many frames it has by now, if it has gone on so.
+double framesBy(const Lifeline& lifeline, JobClock::time_point now)
+{
+    const std::chrono::duration<double> passed = now - lifeline.heard;
+    return static_cast<double>(lifeline.latest.frames) + framesPerSecond(lifeline) * passed.count();
+}
+
+} // namespace
+
 std::optional<ServerFigures> figuresOf(const NodeWatch& watch, int server)
 {
-    std::uint64_t furthest = 0;
+    const auto now = JobClock::now();
+    double furthest = 0;
     const Lifeline* own = nullptr;
     for (const auto& [fd, lifeline] : watch.lifelines) {
-        furthest = std::max(furthest, lifeline.latest.frames);
+        furthest = std::max(furthest, framesBy(lifeline, now));
         if (lifeline.server == server)
             own = &lifeline;
     }
-    if (!own || own->latest.time == own->before.time)
+    if (!own || nanosecondsOf(*own) <= 0)
         return {};
-    const LifelineFigures &now = own->latest, &before = own->before;
-    const double passed = static_cast<double>(now.time - before.time); // nanoseconds
+    const auto decoding =
+        static_cast<double>(own->latest.decodingTime - own->before.decodingTime);
+    // Less than a tenth of a second is no more than the measure's own error.
+    const double behind = furthest - framesBy(*own, now);
+    const bool isBehind = behind > std::max(2.0, framesPerSecond(*own) / 10);
     return ServerFigures{
-        .framesPerSecond = 1e9 * static_cast<double>(now.frames - before.frames) / passed,
-        .behind = static_cast<long>(furthest - now.frames),
-        .decoding = static_cast<int>(
-            std::lround(100 * static_cast<double>(now.decodingTime - before.decodingTime) / passed)),
-        .bytes = static_cast<long long>(now.bytes)};
+        .framesPerSecond = framesPerSecond(*own),
+        .behind = isBehind ? std::lround(behind) : 0,
+        .decoding = static_cast<int>(std::lround(100 * decoding / nanosecondsOf(*own))),
+        .bytes = static_cast<long long>(own->latest.bytes)};
 }
 
 void clientHasEnded(NodeWatch& watch)

@@ -38,6 +38,7 @@ struct Lifeline {
     int server = 0;   // its number
     net::Incoming<LifelineFigures> incoming = {};
     LifelineFigures latest = {}, before = {};
+    JobClock::time_point heard = {}; // the latest
 };
 
 /// What is known of a job's nodes while it runs.
