@@ -22,9 +22,9 @@ namespace {
 struct Options {
     std::vector<std::string> files;
     PlayOptions play;
-    bool wait = false; // with the last frame, until the standard input ends
-    std::string live;  // the socket of running programs, instead of files
-    std::string tell;  // the pipe by which whoever started it is told how it goes
+    bool wait = false;  // with the last frame, until the standard input ends
+    std::string live;   // the socket of running programs, instead of files
+    std::string tell;   // the pipe by which whoever started it is told how it goes
     bool steer = false; // the standard input says where the job's area is to stand
 };
 

@@ -6,8 +6,7 @@
 // raised, and moved, without the server's knowing. One that may move, MOSA_AREA_MOVABLE=1, is drawn
 // whole by every server: then all that a move changes is where the frame stands.
 //
-// Windows on the display are redirected: what lies under a frame that moves or goes is there at
-// once, and nobody has to draw it again.
+// Nobody has to draw again what lies under a frame that moves or goes.
 #include "coding/display/banner.h"
 #include "coding/serverProcess.h"
 #include "coding/serverWindows.h"
@@ -27,11 +26,11 @@
 namespace {
 
 struct Frame {
-    Display* dpy = nullptr; // a connection of its own: never used by two threads at once
-    WallEntry entry;        // of the display
-    PixelArea tile{};       // what the display shows of the wall
-    PixelArea area{};       // wall pixels, y upward
-    PixelArea drawn{};      // the part of the area that this server draws
+    Display* dpy = nullptr;     // a connection of its own: never used by two threads at once
+    WallEntry entry;            // of the display
+    PixelArea tile{};           // what the display shows of the wall
+    PixelArea area{};           // wall pixels, y upward
+    PixelArea drawn{};          // the part of the area that this server draws
     LocalDrawableInfo parent{}; // stands for the frame's window in the server's table
     bool isMovable = false, isMapped = false, hasBackground = false;
     int left = 0, top = 0; // as told last, from the wall's upper left
@@ -107,13 +106,24 @@ Corner cornerOf(const PixelArea& part)
     return {part.x - frame.tile.x, frame.tile.y + frame.tile.h - (part.y + part.h)};
 }
 
+// What lies under a frame that moves or goes is kept by the X server. That needs a connection that
+// is still there when the frame goes, however this process ends: one whose descriptor is higher is
+// closed after it.
+void keepWhatIsBeneath()
+{
+    static Display* const dpy = XOpenDisplay(frame.entry.dpyName.c_str());
+    int event = 0, error = 0;
+    if (!dpy || !XCompositeQueryExtension(dpy, &event, &error))
+        return;
+    XCompositeRedirectSubwindows(dpy, RootWindow(dpy, frame.entry.scrn),
+                                 CompositeRedirectAutomatic);
+    XSync(dpy, False);
+}
+
 // Without a background, so that what is beneath is seen until there is a picture.
 void openFrame()
 {
     const Window root = RootWindow(frame.dpy, frame.entry.scrn);
-    int event = 0, error = 0;
-    if (XCompositeQueryExtension(frame.dpy, &event, &error))
-        XCompositeRedirectSubwindows(frame.dpy, root, CompositeRedirectAutomatic);
     XSetWindowAttributes attributes{};
     attributes.override_redirect = True;
     const Corner corner = cornerOf(frame.drawn);
@@ -122,13 +132,6 @@ void openFrame()
                       static_cast<unsigned>(frame.drawn.h), 0, CopyFromParent, InputOutput,
                       CopyFromParent, CWOverrideRedirect, &attributes);
     XSync(frame.dpy, False); // before the server makes windows in it
-}
-
-// Those that go at the same time as this connection would not be drawn again.
-void closeFrame()
-{
-    XUnmapWindow(frame.dpy, frame.parent.localDrawable);
-    XSync(frame.dpy, False);
 }
 
 void showFrame()
@@ -223,6 +226,7 @@ extern "C" void Overload(glOp* table)
     if (asked(areaVariable).empty())
         return;
     readOwnEntry();
+    keepWhatIsBeneath();
     openDisplay();
     frame.drawn = frame.area;
     frame.isMovable = asked(areaMovableVariable) == "1";
@@ -232,7 +236,6 @@ extern "C" void Overload(glOp* table)
         fail("the display " + frame.entry.dpyName + " shows nothing of " + asked(areaVariable));
     writeWallFile();
     openFrame();
-    std::atexit(closeFrame);
     showsBanner = 0; // it would cover what others show
     for (LocalDrawableInfo& record : LocalDrawableTable)
         record.parent = &frame.parent;

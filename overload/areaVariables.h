@@ -27,8 +27,7 @@ inline std::string areaText(const PixelArea& area, int wallHeight)
 inline bool readArea(const char* text, int wallHeight, PixelArea& area)
 {
     int left = 0, top = 0, end = 0;
-    if (!text ||
-        std::sscanf(text, "%dx%d+%d+%d%n", &area.w, &area.h, &left, &top, &end) != 4 ||
+    if (!text || std::sscanf(text, "%dx%d+%d+%d%n", &area.w, &area.h, &left, &top, &end) != 4 ||
         text[end] != '\0' || area.w < 1 || area.h < 1)
         return false;
     area.x = left;

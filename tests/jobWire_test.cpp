@@ -14,7 +14,7 @@ TEST(Wire, SlicesReachEveryServer)
     for (const int servers : {1, 3, 5}) {
         Strings steps;
         int numbers = 0;
-        for (const int records : {1, 2, 3, 1000, 333'333, 333'334, 5, 700'001}) {
+        for (const int records : {1, 2, 3, 1000, 333'333, 333'334, 5}) {
             numbers += records;
             steps.insert(steps.end(), {"numbers", std::to_string(records), "header", "0", "1"});
         }

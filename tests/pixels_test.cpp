@@ -175,8 +175,8 @@ TEST_P(Scenes, MeetAtTheSeams)
     const Image tiles = play(streamFile, manyTiles, width, height);
     expectSame(tiles, single, GetParam().differs, name + " tiles");
     if (!fewWalls)
-        expectSame(playInArea(streamFile, width, height, false), middleOf(tiles), GetParam().differs,
-                   name + " area");
+        expectSame(playInArea(streamFile, width, height, false), middleOf(tiles),
+                   GetParam().differs, name + " area");
 }
 
 INSTANTIATE_TEST_SUITE_P(Features, Scenes,

@@ -31,9 +31,10 @@ std::string placeOf(const JobReport& job) { return job.area.empty() ? "all" : jo
 int list(const Program&)
 {
     const std::vector<JobReport> jobs = runningJobs();
-    const auto width = std::accumulate(jobs.begin(), jobs.end(), 4, [](int widest, const auto& job) {
-        return std::max(widest, static_cast<int>(job.name.size()));
-    });
+    const auto width =
+        std::accumulate(jobs.begin(), jobs.end(), 4, [](int widest, const auto& job) {
+            return std::max(widest, static_cast<int>(job.name.size()));
+        });
     if (!jobs.empty())
         std::printf("%-*s  %-20s  %8s  %s\n", width, "name", "area", "since", "shows");
     for (const JobReport& job : jobs)
@@ -113,14 +114,16 @@ Action addMove(CLI::App& command)
 {
     const auto options = std::make_shared<Move>();
     command.add_option("NAME", options->name, "as list says it")->required();
-    CLI::Option* const place = command.add_option(
-        "PLACE", options->place, "+480+270 from the wall's upper left, left, top-right and the like");
+    CLI::Option* const place =
+        command.add_option("PLACE", options->place,
+                           "+480+270 from the wall's upper left, left, top-right and the like");
     command
         .add_flag("--follow", options->follows,
                   "take places from the standard input, one a line, until it ends")
         ->excludes(place);
-    command.footer("Moves the area of a job that was started with --movable; it keeps its size. All "
-                   "tiles\nshow it at its new place from the same frame on.");
+    command.footer(
+        "Moves the area of a job that was started with --movable; it keeps its size. All "
+        "tiles\nshow it at its new place from the same frame on.");
     return [options](const Program&) { return move(*options); };
 }
 
@@ -184,8 +187,7 @@ void printText(const std::vector<JobReport>& jobs)
             if (figures)
                 std::printf("  %4d  %-24s %9.1f %7ld %8d%% %6.0f MiB\n", server.tile,
                             display.c_str(), figures->framesPerSecond, figures->behind,
-                            figures->decoding,
-                            static_cast<double>(figures->bytes) / (1 << 20));
+                            figures->decoding, static_cast<double>(figures->bytes) / (1 << 20));
             else
                 std::printf("  %4d  %-24s does not answer\n", server.tile, display.c_str());
         }
@@ -217,16 +219,17 @@ Action addStatus(CLI::App& command)
     const auto options = std::make_shared<Status>();
     command.add_flag("--watch", options->watches, "again every second, until it is ended");
     command.add_flag("--json", options->json, "for programs");
-    command.footer(
-        "Of each job and each of its tiles: frames shown in the last second, how many frames it is\n"
-        "behind the furthest, how much of a core decodes, and the server's memory.");
+    command.footer("Of each job and each of its tiles: frames shown in the last second, how many "
+                   "frames it is\n"
+                   "behind the furthest, how much of a core decodes, and the server's memory.");
     return [options](const Program&) { return status(*options); };
 }
 
 } // namespace
 
 const WallCommand listCommand{"list", "Name the jobs that run", TakesProgram::never, addList};
-const WallCommand moveCommand{"move", "Move a job's area of the wall", TakesProgram::never, addMove};
+const WallCommand moveCommand{"move", "Move a job's area of the wall", TakesProgram::never,
+                              addMove};
 const WallCommand raiseCommand{"raise", "Show a job's area above others", TakesProgram::never,
                                addRaise};
 const WallCommand stopCommand{"stop", "End a job", TakesProgram::never, addStop};

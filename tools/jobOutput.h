@@ -35,7 +35,7 @@ struct JobWatch {
     Process process;
     JobStream out, err;
     NodeWatch nodes;
-    Presence presence; // for other runs of mosa-wall
+    Presence presence;              // for other runs of mosa-wall
     std::string nodeTrouble;        // for which the job has been stopped
     std::vector<std::string> hosts; // of the servers, as in Job
     bool label = false;             // as in Job

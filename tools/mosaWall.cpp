@@ -11,8 +11,8 @@
 namespace {
 
 const WallCommand* const commands[] = {
-    &layoutCommand,  &checkCommand, &runCommand,    &listCommand,    &statusCommand,
-    &moveCommand,    &raiseCommand, &stopCommand,   &recordCommand,  &snapshotCommand,
+    &layoutCommand,  &checkCommand, &runCommand,     &listCommand,   &statusCommand,
+    &moveCommand,    &raiseCommand, &stopCommand,    &recordCommand, &snapshotCommand,
     &patternCommand, &demoCommand,  &virtualCommand, &probeCommand};
 
 // Names of the commands for people that fit, with commas between.

@@ -306,16 +306,15 @@ std::optional<ServerFigures> figuresOf(const NodeWatch& watch, int server)
     }
     if (!own || nanosecondsOf(*own) <= 0)
         return {};
-    const auto decoding =
-        static_cast<double>(own->latest.decodingTime - own->before.decodingTime);
+    const auto decoding = static_cast<double>(own->latest.decodingTime - own->before.decodingTime);
     // Less than a tenth of a second is no more than the measure's own error.
     const double behind = furthest - framesBy(*own, now);
     const bool isBehind = behind > std::max(2.0, framesPerSecond(*own) / 10);
-    return ServerFigures{
-        .framesPerSecond = framesPerSecond(*own),
-        .behind = isBehind ? std::lround(behind) : 0,
-        .decoding = static_cast<int>(std::lround(100 * decoding / nanosecondsOf(*own))),
-        .bytes = static_cast<long long>(own->latest.bytes)};
+    return ServerFigures{.framesPerSecond = framesPerSecond(*own),
+                         .behind = isBehind ? std::lround(behind) : 0,
+                         .decoding =
+                             static_cast<int>(std::lround(100 * decoding / nanosecondsOf(*own))),
+                         .bytes = static_cast<long long>(own->latest.bytes)};
 }
 
 void clientHasEnded(NodeWatch& watch)

@@ -27,8 +27,8 @@ struct Newcomer {
 /// How a server goes, over its last second.
 struct ServerFigures {
     double framesPerSecond = 0;
-    long behind = 0;    // frames that the furthest server has shown and this one has not
-    int decoding = 0;   // percent of a core, of its decode thread
+    long behind = 0;     // frames that the furthest server has shown and this one has not
+    int decoding = 0;    // percent of a core, of its decode thread
     long long bytes = 0; // of memory in use
 };
 
@@ -45,13 +45,13 @@ struct Lifeline {
 struct NodeWatch {
     std::map<pid_t, std::string> launchers; // what mpiexec has started to reach the nodes; names
     std::list<Newcomer> newcomers;
-    std::map<int, Lifeline> lifelines;    // of the servers, by their connections
-    std::map<int, std::string> servers;   // all that there have been, by their process numbers
-    std::string ended;                    // the first server that has ended,
+    std::map<int, Lifeline> lifelines;  // of the servers, by their connections
+    std::map<int, std::string> servers; // all that there have been, by their process numbers
+    std::string ended;                  // the first server that has ended,
     JobClock::time_point endedAt;
     int client = -1; // pidfd of the client while it runs: for poll(2)
     bool clientSeen = false, clientEndedFirst = false; // before any server
-    pid_t clientPid = -1; // once it has been seen
+    pid_t clientPid = -1;                              // once it has been seen
 };
 
 /// True when one of the programs that mpiexec has started to reach the nodes has ended with a

@@ -106,8 +106,7 @@ std::string moveArea(const Request& request)
     const About& about = request.presence.about;
     if (!job.isMovable)
         throw std::runtime_error(about.name + " stays where it is: start it with --movable");
-    const PixelArea place =
-        parsePlace(request.argument, about.wall, {job.area.w, job.area.h});
+    const PixelArea place = parsePlace(request.argument, about.wall, {job.area.w, job.area.h});
     steer(request, moveLine(place.x, about.wall.h - place.y - place.h));
     job.area = place;
     return {};
@@ -185,7 +184,8 @@ void appear(Presence& presence, const About& about)
     presence.path = temporaryName(fileName);
     presence.listening = openSocket(presence.path, bindAndListen);
     if (presence.listening < 0)
-        std::fprintf(stderr, "mosa-wall: note: list, move and stop will not find this job: %s: %s\n",
+        std::fprintf(stderr,
+                     "mosa-wall: note: list, move and stop will not find this job: %s: %s\n",
                      presence.path.c_str(), std::strerror(errno));
 }
 
@@ -212,8 +212,8 @@ void answerAskers(Presence& presence, const NodeWatch& nodes, int steering)
     constexpr std::size_t most = 64; // the oldest make room
     if (presence.listening < 0)
         return;
-    for (int fd = -1; (fd = accept4(presence.listening, nullptr, nullptr,
-                                    SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;) {
+    for (int fd = -1;
+         (fd = accept4(presence.listening, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)) >= 0;) {
         if (presence.askers.size() == most) {
             close(presence.askers.front().fd);
             presence.askers.erase(presence.askers.begin());

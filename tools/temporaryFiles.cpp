@@ -38,7 +38,8 @@ std::vector<fs::path> baseFolders()
     std::vector<fs::path> bases;
     if (runtime && *runtime == '/' && stat(runtime, &status) == 0 && isOwn(status))
         bases.emplace_back(runtime);
-    bases.push_back(fs::temp_directory_path());
+    if (const fs::path usual = fs::temp_directory_path(); bases.empty() || bases[0] != usual)
+        bases.push_back(usual);
     return bases;
 }
 
@@ -56,8 +57,8 @@ std::vector<fs::path> foldersInUse(const fs::path& base)
         const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         struct stat status {};
         std::error_code kept;
-        const bool is = fd >= 0 && fstat(fd, &status) == 0 && isOwn(status) &&
-                        fs::exists(path / sign, kept);
+        const bool is =
+            fd >= 0 && fstat(fd, &status) == 0 && isOwn(status) && fs::exists(path / sign, kept);
         if (is && flock(fd, LOCK_EX | LOCK_NB) == 0)
             fs::remove_all(path, kept);
         else if (is)

@@ -28,10 +28,10 @@ int runInside(const Options& options, const Program& program)
                      "mosa-wall: a wall of %s tiles of %s pixels, for what is started in this "
                      "shell; exit ends it\n",
                      toText(grid.screens).c_str(), toText(grid.screen).c_str());
-    Process process = startProcess({.argv = inside,
-                                    .environment = {"MOSA_DISPLAY=" + file, "MOSA_BANNER_TIME=0",
-                                                    "LIBGL_ALWAYS_SOFTWARE=1"},
-                                    .isUsers = true});
+    Process process = startProcess(
+        {.argv = inside,
+         .environment = {"MOSA_DISPLAY=" + file, "MOSA_BANNER_TIME=0", "LIBGL_ALWAYS_SOFTWARE=1"},
+         .isUsers = true});
     while (!waitForEnd(process, std::chrono::milliseconds(200)))
         followStops();
     programIsDone();

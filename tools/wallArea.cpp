@@ -57,8 +57,9 @@ bool namedArea(const std::string& text, Size wall, PixelArea& area)
         area = {0, 0, wall.w, wall.h};
         return true;
     }
-    constexpr const char* names[] = {"top-left",    "top",    "top-right",   "left", "center",
-                                     "right",       "bottom-left", "bottom", "bottom-right"};
+    constexpr const char* names[] = {"top-left",    "top",    "top-right",
+                                     "left",        "center", "right",
+                                     "bottom-left", "bottom", "bottom-right"};
     const auto* const name = std::ranges::find(names, text);
     if (name == std::end(names))
         return false;
@@ -121,7 +122,7 @@ PixelArea parsePlace(const std::string& text, Size wall, Size size)
             throw std::runtime_error("an area keeps its size, " + toText(size) +
                                      ": name its place alone, like +480+270");
         const auto along = [](int at, int extent, int room, int own) {
-            return at == 0 && extent < room ? 0
+            return at == 0 && extent < room        ? 0
                    : at > 0 && at + extent >= room ? room - own
                                                    : (room - own) / 2;
         };
@@ -135,9 +136,8 @@ std::string areaText(const PixelArea& area, Size wall) { return areaText(area, w
 
 JobArea areaOn(const Wall& wall, const AtOptions& options)
 {
-    JobArea job{.area = parseArea(options.at, wallSize(wall)),
-                .isMovable = options.isMovable,
-                .tiles = {}};
+    JobArea job{
+        .area = parseArea(options.at, wallSize(wall)), .isMovable = options.isMovable, .tiles = {}};
     const PixelArea& area = job.area;
     for (std::size_t n = 0; n < wall.tiles.size(); ++n) {
         const WallEntry& entry = wall.tiles[n].entry;
@@ -149,9 +149,8 @@ JobArea areaOn(const Wall& wall, const AtOptions& options)
             job.tiles.push_back(static_cast<int>(n));
     }
     if (job.tiles.empty())
-        throw std::runtime_error("no display shows anything of " +
-                                 areaText(area, wallSize(wall)) + " on a wall of " +
-                                 toText(wallSize(wall)));
+        throw std::runtime_error("no display shows anything of " + areaText(area, wallSize(wall)) +
+                                 " on a wall of " + toText(wallSize(wall)));
     return job;
 }
 

@@ -1,4 +1,5 @@
-// The part of the wall that a job has: an area, and the servers whose displays show something of it.
+// The part of the wall that a job has: an area, and the servers whose displays show something of
+// it.
 #pragma once
 
 #include "tools/about.h"

@@ -144,14 +144,16 @@ int runDemo(const DemoOptions& options)
         throw std::runtime_error(what + ": there is no such program");
     std::fprintf(stderr, "%s on a wall of %s tiles of %s pixels\n", what.c_str(),
                  toText(grid.screens).c_str(), toText(grid.screen).c_str());
-    job.about = aboutJob(onto, options.name, isLive ? shownBy({}, live) : what, wallSize(grid), area);
+    job.about =
+        aboutJob(onto, options.name, isLive ? shownBy({}, live) : what, wallSize(grid), area);
     if (isLive) {
         live.samples = mostSamples(displays.front().name, 0, findSystemOpenGL());
         constexpr double usualSeconds = 5;
         if (live.seconds == 0 && live.frames == 0 && !options.show)
             live.seconds = usualSeconds;
-        const int status = runLive(job, live, area ? sizeOf(area->area) : wallSize(grid), play.ahead, last,
-                                   wantsServersLines() ? stderr : nullptr, !options.show);
+        const int status =
+            runLive(job, live, area ? sizeOf(area->area) : wallSize(grid), play.ahead, last,
+                    wantsServersLines() ? stderr : nullptr, !options.show);
         stopDisplays(displays);
         if (pictured)
             std::printf("%s\n", picture.c_str());

@@ -27,7 +27,8 @@ std::string shownBy(const std::vector<std::string>& files, const LiveOptions& li
         text += (text.empty() ? "" : " ") + word;
     for (const std::string& file : files)
         text += (text.empty() ? "" : " ") + sceneName(file);
-    std::ranges::replace_if(text, [](unsigned char c) { return std::iscntrl(c); }, '?');
+    std::ranges::replace_if(
+        text, [](unsigned char c) { return std::iscntrl(c); }, '?');
     return text;
 }
 

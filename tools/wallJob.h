@@ -10,7 +10,7 @@
 struct JobOptions {
     PlayOptions play;
     AtOptions at = {};
-    std::string name; // for list, move, raise and stop; empty: what it shows
+    std::string name;    // for list, move, raise and stop; empty: what it shows
     std::string picture; // of the wall with the last frame; empty: none
     bool plain = false;  // without the project's overload libraries
     bool label = false;  // each line of output begins with its task's number
