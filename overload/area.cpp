@@ -107,8 +107,8 @@ Corner cornerOf(const PixelArea& part)
 }
 
 // What lies under a frame that moves or goes is kept by the X server. That needs a connection that
-// is still there when the frame goes, however this process ends: one whose descriptor is higher is
-// closed after it.
+// is still there when the frame goes, however this process ends: it is opened before the frame's,
+// and X servers close those last.
 void keepWhatIsBeneath()
 {
     static Display* const dpy = XOpenDisplay(frame.entry.dpyName.c_str());
@@ -140,7 +140,7 @@ void showFrame()
         return;
     frame.isMapped = true;
     XMapRaised(frame.dpy, frame.parent.localDrawable);
-    XFlush(frame.dpy);
+    XSync(frame.dpy, False); // before anything is drawn, by another connection
 }
 
 // There is a picture: what it leaves free is black, as on a wall.
