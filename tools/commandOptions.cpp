@@ -30,6 +30,22 @@ CLI::Option* addSize(CLI::App& command, const std::string& name, Size& size,
         ->type_name("WxH");
 }
 
+CLI::Option* addMeasure(CLI::App& command, const std::string& name, Measure& size,
+                        const std::string& about)
+{
+    return command
+        .add_option_function<std::string>(
+            name,
+            [name, &size](const std::string& text) {
+                if (!parseSize(text, size))
+                    throw CLI::ValidationError(name, "\"" + text +
+                                                         "\" should read like 12x14.5, in "
+                                                         "millimetres");
+            },
+            about)
+        ->type_name("WxH");
+}
+
 void addWall(CLI::App& command, std::string& wall)
 {
     command.add_option("WALL,--wall", wall,
