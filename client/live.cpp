@@ -6,7 +6,16 @@
 #include <chrono>
 #include <climits>
 
-void playLive(Connection& connection, const std::string& socketPath)
+void steerServers(Connection& connection, Steering& steering)
+{
+    if (steering.fd < 0)
+        return;
+    const auto said = takeSteering(steering);
+    if (!said.empty())
+        sendBuffer(connection, said.data(), {static_cast<std::int32_t>(said.size()), 0}, INT_MAX);
+}
+
+void playLive(Connection& connection, const std::string& socketPath, Steering& steering)
 {
     using Clock = std::chrono::steady_clock;
     CaptureSocket socket;
@@ -45,9 +54,11 @@ void playLive(Connection& connection, const std::string& socketPath)
                                  },
                              .wait =
                                  [&](bool busy) {
+                                     steerServers(connection, steering);
                                      pause = busy ? shortest : std::min(pause + shortest, longest);
                                      return ReceiverWait{
-                                         .microseconds = connection.outstanding > 0 ? pause : -1};
+                                         .microseconds = connection.outstanding > 0 ? pause : -1,
+                                         .otherFd = steering.fd};
                                  },
                              .isOver = [] { return false; }});
     finishServers(connection);

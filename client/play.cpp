@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
+
+#include <poll.h>
 #include <unistd.h>
 
 namespace {
@@ -23,11 +25,14 @@ struct Options {
     bool wait = false; // with the last frame, until the standard input ends
     std::string live;  // the socket of running programs, instead of files
     std::string tell;  // the pipe by which whoever started it is told how it goes
+    bool steer = false; // the standard input says where the job's area is to stand
 };
 
 struct Totals {
     long buffers = 0, bytes = 0, frames = 0;
 };
+
+Steering steering;
 
 void parse(CLI::App& app, Options& options)
 {
@@ -45,6 +50,9 @@ void parse(CLI::App& app, Options& options)
                  "input ends");
     app.add_option("--tell", options.tell,
                    "a pipe that has a name: mosa-wall is told by records there, not by lines");
+    app.add_flag("--steer", options.steer,
+                 "lines on the standard input say where the job's area of the wall is to stand: "
+                 "mosa-wall move and raise write them");
     app.set_version_flag("--version", MOSA_VERSION);
 }
 
@@ -68,6 +76,7 @@ void playBuffers(Connection& connection, const StreamFile& file, std::size_t fir
         ++totals.buffers;
         totals.bytes += buffer.hdr.size;
         totals.frames += buffer.hdr.sync != 0;
+        steerServers(connection, steering);
         showProgress(totals);
     }
 }
@@ -122,8 +131,19 @@ void playAll(Connection& connection, const std::vector<StreamFile>& files, const
           .perSecond = static_cast<double>(later) / seconds});
 }
 
+// Waits until the standard input ends.
+void waitForEnd(Connection& connection)
+{
+    while (steering.fd >= 0) {
+        pollfd said{steering.fd, POLLIN, 0};
+        poll(&said, 1, -1);
+        steerServers(connection, steering);
+    }
+    finishServers(connection);
+}
+
 // What is done while the last frame is on the wall. Returns an exit status.
-int useLastFrame(const Options& options)
+int useLastFrame(Connection& connection, const Options& options)
 {
     int status = 0;
     const std::string& command = options.play.then;
@@ -134,8 +154,8 @@ int useLastFrame(const Options& options)
     std::this_thread::sleep_for(std::chrono::duration<double>(options.play.hold));
     if (options.wait) {
         tell(PlayEvent::shown);
-        while (std::getchar() != EOF) {
-        }
+        steering.fd = steering.hasEnded ? -1 : STDIN_FILENO; // without --steer nothing else is said
+        waitForEnd(connection);
     }
     return status;
 }
@@ -147,7 +167,7 @@ int playIt(Connection& connection, const std::vector<StreamFile>& files, const O
         return 0;
     }
     try {
-        playLive(connection, options.live);
+        playLive(connection, options.live, steering);
     } catch (const std::exception& fault) {
         std::fprintf(stderr, "play: %s\n", fault.what());
         return 1;
@@ -176,6 +196,9 @@ int main(int argc, char** argv)
         return static_cast<int>(CLI::ExitCodes::RequiredError);
     }
 
+    if (options.steer)
+        steering.fd = STDIN_FILENO;
+
     // A damaged file is found before anything of it is sent; the job still ends in order.
     std::vector<StreamFile> files;
     int status = 0;
@@ -197,7 +220,7 @@ int main(int argc, char** argv)
     if (status == 0) {
         status = playIt(connection, files, options);
         if (status == 0)
-            status = useLastFrame(options);
+            status = useLastFrame(connection, options);
     }
     disconnectServers(connection);
     endTask(status);

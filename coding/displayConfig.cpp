@@ -95,8 +95,9 @@ LocalDisplay* GetLocalDisplay(AppDisplay appDisplay)
     ldpy->next = ldpyList;
     ldpyList = ldpy;
     const MWRect& rect = ldpy->rect;
-    mosa_banner(ldpy->dpy, ldpy->scrn, ldpy->vWidth, ldpy->vHeight, truncate(rect.x),
-                truncate(rect.y), truncate(rect.w), truncate(rect.h));
+    if (showsBanner)
+        mosa_banner(ldpy->dpy, ldpy->scrn, ldpy->vWidth, ldpy->vHeight, truncate(rect.x),
+                    truncate(rect.y), truncate(rect.w), truncate(rect.h));
     return ldpy;
 }
 

@@ -2,17 +2,20 @@
 // on waiting for MPI's messages, on a core of its own, until somebody finds it.
 //
 // MOSA_LIFELINE names the address, HOST:PORT, at which mosa-wall listens while it runs the job.
-// The server says who it is, and the job's secret, MOSA_LIFELINE_SECRET; nothing more is said. The
-// connection breaks when mosa-wall ends, however it does, and when
-// nothing of that host has been heard for a while: the kernels ask each other.
+// The server says who it is, and the job's secret, MOSA_LIFELINE_SECRET, then every second how it
+// goes. The connection breaks when mosa-wall ends, however it does, and when nothing of that host
+// has been heard for a while: the kernels ask each other.
 #include "overload/lifeline.h"
 #include "coding/serverProcess.h"
 #include "overload/library.h"
 #include "overload/socket.h"
 #include "shuffle/threads.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <fstream>
 #include <string_view>
 #include <thread>
 
@@ -32,11 +35,51 @@ void breakAfter(int fd)
     setsockopt(fd, IPPROTO_TCP, TCP_KEEPCNT, &unanswered, sizeof unanswered);
 }
 
+std::atomic<std::uint64_t> frames;
+std::atomic<clockid_t> decodingClock; // of the decode thread; set with the first frame
+
+void swapBuffers(Display* dpy, GLXDrawable drawable)
+{
+    if (clockid_t clock = 0; frames == 0 && pthread_getcpuclockid(pthread_self(), &clock) == 0)
+        decodingClock = clock;
+    below<Op::glXSwapBuffers>(dpy, drawable);
+    frames.fetch_add(1, std::memory_order_relaxed);
+}
+
+std::uint64_t nanoseconds(const timespec& time)
+{
+    return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 +
+           static_cast<std::uint64_t>(time.tv_nsec);
+}
+
+std::uint64_t bytesInUse()
+{
+    std::uint64_t all = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> all >> resident;
+    return resident * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+// False when it is not taken whole: whoever does not read it is told no more.
+bool tellFigures(int fd, std::uint64_t began)
+{
+    timespec now{}, decoding{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    if (const clockid_t clock = decodingClock; clock != 0)
+        clock_gettime(clock, &decoding);
+    return net::sendRecord(fd, LifelineFigures{.frames = frames.load(std::memory_order_relaxed),
+                                               .decodingTime = nanoseconds(decoding),
+                                               .time = nanoseconds(now) - began,
+                                               .bytes = bytesInUse()});
+}
+
 void hold(int fd, const char* name)
 {
+    timespec began{};
+    clock_gettime(CLOCK_MONOTONIC, &began);
     pollfd broken{fd, POLLIN, 0};
-    while (poll(&broken, 1, -1) <= 0) {
-    }
+    bool isHeard = true;
+    while (poll(&broken, 1, isHeard ? 1000 : -1) <= 0)
+        isHeard = isHeard && !done && tellFigures(fd, nanoseconds(began));
     if (done) // the job has ended, and so will this server
         return;
     char host[256] = "";
@@ -48,7 +91,7 @@ void hold(int fd, const char* name)
 
 } // namespace
 
-extern "C" void Overload(glOp*)
+extern "C" void Overload(glOp* table)
 {
     constexpr int longest = 5000; // milliseconds
     const char* name = std::getenv("MOSA_LIFELINE");
@@ -70,5 +113,6 @@ extern "C" void Overload(glOp*)
         std::string_view(secret).copy(hello.secret, sizeof hello.secret);
     net::sendRecord(fd, hello); // nothing has been sent before: there is room
     breakAfter(fd);
+    replace<Op::glXSwapBuffers>(table, swapBuffers);
     std::thread(hold, fd, name).detach();
 }

@@ -1,4 +1,5 @@
-// What a server says over its lifeline, once, in its own byte order.
+// What a server says over its lifeline, in its own byte order: once who it is, then every second
+// how it goes.
 #pragma once
 
 #include <cstdint>
@@ -10,4 +11,11 @@ struct LifelineHello {
     std::int32_t server; // its number
     std::int32_t pid;    // on its machine
     char secret[32];     // the job's, filled up with zeros
+};
+
+struct LifelineFigures {
+    std::uint64_t frames;       // that it has shown, since it began
+    std::uint64_t decodingTime; // of the decode thread on a processor, nanoseconds
+    std::uint64_t time;         // since it began, likewise
+    std::uint64_t bytes;        // of memory in use
 };

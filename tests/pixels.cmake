@@ -13,7 +13,7 @@ target_compile_definitions(pixels_test PRIVATE ${FEW_WALLS}
     PROGRAMS="${CMAKE_BINARY_DIR}" EXAMPLES="${PROJECT_SOURCE_DIR}/examples")
 target_link_libraries(pixels_test PRIVATE
     mosa_image mosa_process mosa_stream_file mosa_settings GTest::gtest_main)
-add_dependencies(pixels_test server play mosa-wall)
+add_dependencies(pixels_test server play mosa-wall area)
 foreach(group Recordings Scenes)
     add_test(NAME pixels.${group} COMMAND pixels_test --gtest_filter=*${group}*)
     set_tests_properties(pixels.${group} PROPERTIES ${PICTURE_TEST} ${NO_LEAKS}

@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <span>
 
 namespace {
 
@@ -20,12 +19,11 @@ struct Grid {
 };
 constexpr Grid oneDisplay{1, 1};
 
-// The walls beside that of one display.
-constexpr Grid manyTiles[] = {{2, 2}, {3, 2}};
+constexpr Grid manyTiles{2, 2};
 #ifdef FEW_WALLS
-constexpr std::span<const Grid> recordingTiles, sceneTiles(manyTiles, 1);
+constexpr bool fewWalls = true;
 #else
-constexpr std::span<const Grid> recordingTiles = manyTiles, sceneTiles = manyTiles;
+constexpr bool fewWalls = false;
 #endif
 
 // The displays of this process, large enough for every wall below: tiles show their rectangle in
@@ -59,19 +57,48 @@ void writeWallFile(Grid grid, int width, int height)
 }
 
 // Plays a stream file on a wall and returns what the wall shows.
-Image play(const std::string& stream, Grid grid, int width, int height)
+Image play(const std::string& stream, Grid grid, int width, int height,
+           const std::vector<std::string>& more = {})
 {
     writeWallFile(grid, width, height);
+    std::vector<std::string> environment = virtualWallEnvironment(wallFile);
+    environment.insert(environment.end(), more.begin(), more.end());
     const Job job{.client = {PROGRAMS "/play", "--then",
                              PROGRAMS "/mosa-wall snapshot " + wallFile + " -o " + picture, stream},
                   .server = {PROGRAMS "/server"},
                   .servers = grid.columns * grid.rows,
-                  .environment = virtualWallEnvironment(wallFile),
+                  .environment = environment,
                   .options = {}};
     const Ending ending = runJob(job, std::chrono::minutes(2));
     EXPECT_EQ(ending.status, 0) << ending.out << ending.err;
     EXPECT_EQ(ending.err.find("Attention"), std::string::npos) << ending.err;
     return readPng(picture);
+}
+
+// The same in an area of the stream's own size on a wall of 2 x 2 tiles, which shows the middle
+// half of its width and leaves some free above and below. The seams are where those of a wall of
+// the area's size are.
+Image playInArea(const std::string& stream, int width, int height, bool movable)
+{
+    static const std::string library = temporaryFile(PROGRAMS "/overload/mosa-area.so\n");
+    const int left = -(width / 4), top = height / 5;
+    const std::string place = std::to_string(width) + "x" + std::to_string(height) + "+" +
+                              std::to_string(left) + "+" + std::to_string(top);
+    const int wallWidth = 2 * (width / 2 + left), wallHeight = 2 * (top + height - height / 2);
+    const Image wall = play(stream, manyTiles, wallWidth, wallHeight,
+                            {"MOSA_OVERLOAD_FILE=" + library, "MOSA_AREA=" + place,
+                             std::string("MOSA_AREA_MOVABLE=") + (movable ? "1" : "0")});
+    Image seen = makeImage(wallWidth, height);
+    copyInto(seen, 0, -top, wall);
+    return seen;
+}
+
+// What the wall shows of an area, of a picture of all of it.
+Image middleOf(const Image& image)
+{
+    Image middle = makeImage(2 * (image.width / 2 - image.width / 4), image.height);
+    copyInto(middle, -(image.width / 4), 0, image);
+    return middle;
 }
 
 // Interpolated colours may differ in their last bits from tile to tile.
@@ -94,11 +121,6 @@ constexpr double tileBound = 0.0025; // of a recording's pixels
 bool isBlank(const Image& image)
 {
     return std::ranges::adjacent_find(image.rgb, std::not_equal_to{}) == image.rgb.end();
-}
-
-std::string nameOf(Grid grid)
-{
-    return std::to_string(grid.columns) + "x" + std::to_string(grid.rows);
 }
 
 class Recordings : public testing::TestWithParam<std::string> {};
@@ -127,9 +149,13 @@ TEST_P(Recordings, LookAsDrawnNatively)
     const double allowed = stem == "demos_teapot" ? 0.0002 : 0;
     EXPECT_LE(static_cast<double>(compareImages(single, native).pixels),
               allowed * native.width * native.height);
-    for (const Grid grid : recordingTiles)
-        expectSame(play(stream, grid, native.width, native.height), native,
-                   tileBound * native.width * native.height, stem + " " + nameOf(grid));
+    if (fewWalls)
+        return;
+    const Image tiles = play(stream, manyTiles, native.width, native.height);
+    expectSame(tiles, native, tileBound * native.width * native.height, stem + " tiles");
+    const bool isWhole = stem.size() % 2 == 0; // drawn by every server
+    expectSame(playInArea(stream, native.width, native.height, isWhole),
+               middleOf(isWhole ? single : tiles), 0, stem + " area");
 }
 
 INSTANTIATE_TEST_SUITE_P(Examples, Recordings, testing::ValuesIn(recordings()),
@@ -145,9 +171,12 @@ TEST_P(Scenes, MeetAtTheSeams)
     constexpr int height = sceneHeight * wallScale;
     const Image single = play(streamFile, oneDisplay, width, height);
     ASSERT_FALSE(isBlank(single));
-    for (const Grid grid : sceneTiles)
-        expectSame(play(streamFile, grid, width, height), single, GetParam().differs,
-                   std::string(GetParam().name) + " " + nameOf(grid));
+    const std::string name = GetParam().name;
+    const Image tiles = play(streamFile, manyTiles, width, height);
+    expectSame(tiles, single, GetParam().differs, name + " tiles");
+    if (!fewWalls)
+        expectSame(playInArea(streamFile, width, height, false), middleOf(tiles), GetParam().differs,
+                   name + " area");
 }
 
 INSTANTIATE_TEST_SUITE_P(Features, Scenes,

@@ -26,4 +26,5 @@ struct WallCommand {
 };
 
 extern const WallCommand layoutCommand, checkCommand, runCommand, recordCommand, snapshotCommand,
-    patternCommand, demoCommand, probeCommand;
+    patternCommand, demoCommand, virtualCommand, listCommand, statusCommand, moveCommand,
+    raiseCommand, stopCommand, probeCommand;

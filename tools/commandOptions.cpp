@@ -69,6 +69,20 @@ void addPlain(CLI::App& command, bool& plain)
                      "picture and carry them across seams");
 }
 
+void addAt(CLI::App& command, AtOptions& options, std::string& name)
+{
+    CLI::Option* const at = command.add_option(
+        "--at", options.at,
+        "the area of the wall that it has, above what is there: 960x540+480+270 from the upper "
+        "left, 50x50%, left, top-right, center and the like");
+    command
+        .add_flag("--movable", options.isMovable,
+                  "the area may be moved to any place: every server draws all of it")
+        ->needs(at);
+    command.add_option("--name", name,
+                       "what list, move, raise and stop call it; without it the program's name");
+}
+
 void addJobFlags(CLI::App& command, JobOptions& options)
 {
     command.add_flag("--dry-run", options.dryRun,

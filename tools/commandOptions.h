@@ -19,6 +19,9 @@ void addHosts(CLI::App& command, std::string& hosts);
 
 void addPlain(CLI::App& command, bool& plain);
 
+/// Where it stands on the wall, and how it is called.
+void addAt(CLI::App& command, AtOptions& options, std::string& name);
+
 /// --dry-run and --force.
 void addJobFlags(CLI::App& command, JobOptions& options);
 

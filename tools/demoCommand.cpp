@@ -38,6 +38,7 @@ Action add(CLI::App& command)
     command.add_flag("--show", demo.show,
                      "show the tiles in a window of your display (DISPLAY) while it plays");
     addPlayOptions(command, demo.play);
+    addAt(command, demo.at, demo.name);
     addPlain(command, demo.plain);
     addCapture(command, demo.live);
     addFit(command, demo.live);

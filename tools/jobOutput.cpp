@@ -9,6 +9,7 @@
 #include <cstring>
 #include <utility>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -132,7 +133,15 @@ JobWatch startWatch(const Job& job, std::FILE* to)
         watch.reports = openReports(pipe);
         piped.client.insert(piped.client.end(), {"--tell", pipe});
     }
+    if (job.about) {
+        piped.inputPipe = true;
+        piped.client.emplace_back("--steer");
+    }
     watch.process = startJob(piped);
+    if (job.about) {
+        fcntl(watch.process.in, F_SETFL, O_WRONLY | O_NONBLOCK);
+        appear(watch.presence, *job.about);
+    }
     watch.out.fd = watch.process.out;
     watch.out.to = to;
     watch.err.fd = watch.process.err;
@@ -154,9 +163,9 @@ bool pass(JobWatch& watch, Until what, JobClock::time_point until, int otherPidF
         std::vector<pollfd> events{{watch.process.pidFd, POLLIN, 0}, {otherPidFd, POLLIN, 0},
                                    {watch.out.fd, POLLIN, 0},        {watch.err.fd, POLLIN, 0},
                                    {watch.nodes.client, POLLIN, 0},  {watch.reports, POLLIN, 0}};
-        for (const auto& [lifeline, server] :
-             watch.nodes.lifelines) // at once: who ends first counts
-            events.push_back({lifeline, POLLIN, 0});
+        for (const auto& [fd, lifeline] : watch.nodes.lifelines) // at once: who ends first counts
+            events.push_back({fd, POLLIN, 0});
+        addDescriptors(watch.presence, events);
         poll(events.data(), events.size(), static_cast<int>(std::clamp<long>(left, 0, look)));
         drain(watch.out);
         drain(watch.err);
@@ -166,6 +175,9 @@ bool pass(JobWatch& watch, Until what, JobClock::time_point until, int otherPidF
         if (events[0].revents)
             return true;
         followStops();
+        answerAskers(watch.presence, watch.nodes, watch.process.in);
+        if (watch.presence.mustStop)
+            std::raise(SIGTERM); // as from a shell
         if (endForNodes(watch))
             return true;
         if (events[1].revents || left <= 0 || (told && what == Until::report))
@@ -207,6 +219,7 @@ std::string useLastFrame(JobWatch& watch, const LastFrame& last)
 
 JobEnding finishWatch(JobWatch& watch, Timeout timeout)
 {
+    disappear(watch.presence);
     closeInput(watch.process);
     const bool ended = passOutput(watch, JobClock::now() + timeout);
     JobEnding ending;

@@ -4,6 +4,7 @@
 #include "tools/drawing.h"
 #include "tools/jobEnding.h"
 #include "tools/nodeWatch.h"
+#include "tools/presence.h"
 
 #include <chrono>
 #include <cstdio>
@@ -34,6 +35,7 @@ struct JobWatch {
     Process process;
     JobStream out, err;
     NodeWatch nodes;
+    Presence presence; // for other runs of mosa-wall
     std::string nodeTrouble;        // for which the job has been stopped
     std::vector<std::string> hosts; // of the servers, as in Job
     bool label = false;             // as in Job

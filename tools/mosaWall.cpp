@@ -10,9 +10,10 @@
 
 namespace {
 
-const WallCommand* const commands[] = {&layoutCommand, &checkCommand,    &runCommand,
-                                       &recordCommand, &snapshotCommand, &patternCommand,
-                                       &demoCommand,   &probeCommand};
+const WallCommand* const commands[] = {
+    &layoutCommand,  &checkCommand, &runCommand,    &listCommand,    &statusCommand,
+    &moveCommand,    &raiseCommand, &stopCommand,   &recordCommand,  &snapshotCommand,
+    &patternCommand, &demoCommand,  &virtualCommand, &probeCommand};
 
 // Names of the commands for people that fit, with commas between.
 template <class Fits>

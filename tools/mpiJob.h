@@ -1,6 +1,7 @@
 // Jobs of one client and its servers.
 #pragma once
 
+#include "tools/about.h"
 #include "tools/process.h"
 
 #include <string>
@@ -19,6 +20,7 @@ struct Job {
     bool inputPipe = false;                // the client's standard input is a pipe
     bool clientTells = false;              // it is play, which tells how it goes
     bool keepsFigures = false;             // the servers' figures of each second are kept back
+    std::optional<About> about = {};       // what it says to whoever asks; none: it does not
 };
 
 /// The whole command line, beginning with this machine's mpiexec. It sets the environment.

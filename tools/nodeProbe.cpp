@@ -1,6 +1,7 @@
 #include "tools/nodeProbe.h"
 #include "client/locations.h"
 #include "client/programWindow.h"
+#include "overload/areaVariables.h"
 #include "tools/wallRun.h"
 
 #include <GL/glx.h>
@@ -127,9 +128,10 @@ Answer judgeServer(const Wall& wall, std::size_t server, const SumsThere& sums)
 {
     if (sumOf(wall.file) != sums.wall)
         return {{0, true, "the wall file is another one there: " + wall.file}};
-    if (server >= wall.tiles.size())
+    const std::size_t entry = entryOf(server);
+    if (entry >= wall.tiles.size())
         return {{0, true, "the wall file has too few entries on this node"}};
-    const WallTile& tile = wall.tiles[server];
+    const WallTile& tile = wall.tiles[entry];
     const Finding program = judgeProgram(sums.server);
     if (program.fault)
         return {{tile.line, true, program.text}};

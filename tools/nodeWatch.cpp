@@ -3,12 +3,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -151,7 +153,8 @@ bool isHeard(NodeWatch& watch, Newcomer& newcomer)
     if (heard == net::Heard::nothing)
         return false;
     if (heard == net::Heard::record && isOurs(hello))
-        watch.servers[hello.pid] = watch.lifelines[newcomer.fd] = nameOf(hello, newcomer.fd);
+        watch.lifelines[newcomer.fd] = {
+            .name = watch.servers[hello.pid] = nameOf(hello, newcomer.fd), .server = hello.server};
     else
         close(newcomer.fd);
     return true;
@@ -187,26 +190,43 @@ bool isEnding(pid_t process)
     return (flags & exiting) != 0;
 }
 
+// Takes in what a server has said of itself. True when its lifeline has ended.
+bool hearFigures(int fd, Lifeline& lifeline)
+{
+    LifelineFigures figures{};
+    for (;;)
+        switch (net::receiveRecord(fd, lifeline.incoming, figures)) {
+        case net::Heard::record:
+            lifeline.before = std::exchange(lifeline.latest, figures);
+            lifeline.heard = JobClock::now();
+            break;
+        case net::Heard::nothing:
+            return false;
+        case net::Heard::end:
+            return true;
+        }
+}
+
 // A server has ended when its lifeline has.
 void noteEnds(NodeWatch& watch)
 {
-    const auto now = JobClock::now();
     acceptLifelines(watch);
-    std::erase_if(watch.lifelines, [&watch, now](const auto& lifeline) {
-        char nothing = 0;
-        const auto& [fd, server] = lifeline;
-        if (recv(fd, &nothing, 1, 0) != 0 && (errno == EAGAIN || errno == EINTR))
-            return false;
+    for (auto at = watch.lifelines.begin(); at != watch.lifelines.end();) {
+        auto& [fd, lifeline] = *at;
+        if (!hearFigures(fd, lifeline)) {
+            ++at;
+            continue;
+        }
         close(fd);
         if (watch.ended.empty()) {
-            watch.ended = server;
-            watch.endedAt = now;
+            watch.ended = lifeline.name;
+            watch.endedAt = JobClock::now();
             // On one machine mpiexec ends the client too soon after a server for this to tell.
             watch.clientEndedFirst =
                 watch.clientSeen && !watch.launchers.empty() && isEnding(watch.clientPid);
         }
-        return true;
-    });
+        at = watch.lifelines.erase(at);
+    }
 }
 
 // A server that has ended a while ago, when others still run: MPI does not always tell
@@ -250,6 +270,52 @@ std::string nodeTrouble(NodeWatch& watch, pid_t mpiexec)
     if (const std::string server = lostServer(watch); !server.empty())
         return server + " has ended, and others wait for it";
     return {};
+}
+
+namespace {
+
+double nanosecondsOf(const Lifeline& lifeline) // between its last two words
+{
+    return static_cast<double>(lifeline.latest.time - lifeline.before.time);
+}
+
+double framesPerSecond(const Lifeline& lifeline)
+{
+    const auto frames = static_cast<double>(lifeline.latest.frames - lifeline.before.frames);
+    return nanosecondsOf(lifeline) > 0 ? 1e9 * frames / nanosecondsOf(lifeline) : 0;
+}
+
+// Servers speak at different moments: how many frames it has by now, if it has gone on so.
+double framesBy(const Lifeline& lifeline, JobClock::time_point now)
+{
+    const std::chrono::duration<double> passed = now - lifeline.heard;
+    return static_cast<double>(lifeline.latest.frames) + framesPerSecond(lifeline) * passed.count();
+}
+
+} // namespace
+
+std::optional<ServerFigures> figuresOf(const NodeWatch& watch, int server)
+{
+    const auto now = JobClock::now();
+    double furthest = 0;
+    const Lifeline* own = nullptr;
+    for (const auto& [fd, lifeline] : watch.lifelines) {
+        furthest = std::max(furthest, framesBy(lifeline, now));
+        if (lifeline.server == server)
+            own = &lifeline;
+    }
+    if (!own || nanosecondsOf(*own) <= 0)
+        return {};
+    const auto decoding =
+        static_cast<double>(own->latest.decodingTime - own->before.decodingTime);
+    // Less than a tenth of a second is no more than the measure's own error.
+    const double behind = furthest - framesBy(*own, now);
+    const bool isBehind = behind > std::max(2.0, framesPerSecond(*own) / 10);
+    return ServerFigures{
+        .framesPerSecond = framesPerSecond(*own),
+        .behind = isBehind ? std::lround(behind) : 0,
+        .decoding = static_cast<int>(std::lround(100 * decoding / nanosecondsOf(*own))),
+        .bytes = static_cast<long long>(own->latest.bytes)};
 }
 
 void clientHasEnded(NodeWatch& watch)

@@ -8,6 +8,7 @@
 
 #include <list>
 #include <map>
+#include <optional>
 #include <string>
 
 /// This machine's name, by which the nodes know it.
@@ -23,11 +24,28 @@ struct Newcomer {
     net::Incoming<LifelineHello> incoming;
 };
 
+/// How a server goes, over its last second.
+struct ServerFigures {
+    double framesPerSecond = 0;
+    long behind = 0;    // frames that the furthest server has shown and this one has not
+    int decoding = 0;   // percent of a core, of its decode thread
+    long long bytes = 0; // of memory in use
+};
+
+/// A server's connection.
+struct Lifeline {
+    std::string name; // "server 1 on node2"
+    int server = 0;   // its number
+    net::Incoming<LifelineFigures> incoming = {};
+    LifelineFigures latest = {}, before = {};
+    JobClock::time_point heard = {}; // the latest
+};
+
 /// What is known of a job's nodes while it runs.
 struct NodeWatch {
     std::map<pid_t, std::string> launchers; // what mpiexec has started to reach the nodes; names
     std::list<Newcomer> newcomers;
-    std::map<int, std::string> lifelines; // connections of the servers: "server 1 on node2"
+    std::map<int, Lifeline> lifelines;    // of the servers, by their connections
     std::map<int, std::string> servers;   // all that there have been, by their process numbers
     std::string ended;                    // the first server that has ended,
     JobClock::time_point endedAt;
@@ -43,6 +61,9 @@ bool launcherFailed(pid_t mpiexec);
 /// Looks after the nodes. Returns what is wrong when the job has to be ended, or an empty string: a
 /// node that cannot be reached any more, a server that has ended while others wait for it.
 std::string nodeTrouble(NodeWatch& watch, pid_t mpiexec);
+
+/// What a server has said of itself; none when it has said nothing yet, or has ended.
+std::optional<ServerFigures> figuresOf(const NodeWatch& watch, int server);
 
 /// Notes that the client has ended; to be called as soon as that is known.
 void clientHasEnded(NodeWatch& watch);

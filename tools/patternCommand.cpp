@@ -19,8 +19,8 @@ int showPattern(const CLI::App& command, const Options& options)
     const JobOptions& job = options.job;
     if (!options.output.empty())
         refuse(command,
-               {"--loop", "--ahead", "--loose", "--hold", "--then", "--hosts", "--plain",
-                "--snapshot", "--dry-run", "--force"},
+               {"--loop", "--ahead", "--loose", "--hold", "--then", "--hosts", "--at", "--name",
+                "--plain", "--snapshot", "--dry-run", "--force"},
                "does not go with -o: the pattern is written, not played");
     const ChosenWall chosen = chooseWall(options.choice, readUsableWall);
     const std::vector<OutgoingBuffer> stream = patternStream(chosen.wall, options.frames);
@@ -47,6 +47,7 @@ Action add(CLI::App& command)
     command.add_option("-o,--output", options->output,
                        "write the pattern as a stream file, instead of playing it");
     addHosts(command, options->choice.hosts);
+    addAt(command, job.at, job.name);
     addPlain(command, job.plain);
     command.add_option("--snapshot", job.picture,
                        "PNG file for a picture of the wall with the last frame");

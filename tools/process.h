@@ -107,6 +107,9 @@ std::string findProgram(const std::string& name);
 /// Throws std::runtime_error.
 std::string temporaryFile(const std::string& content);
 
+/// The files of that name that this user's other processes have as they run.
+std::vector<std::string> filesOfOthers(const std::string& name);
+
 /// A name for a file or socket, in a folder that is this user's alone and is removed, with it, when
 /// this process ends. What processes that were killed have left there is removed. Throws
 /// std::runtime_error.

@@ -23,6 +23,8 @@ int runWithoutWall(const Options& options)
     demo.play = options.job.play;
     demo.live = options.live;
     demo.plain = options.job.plain;
+    demo.at = options.job.at;
+    demo.name = options.job.name;
     if (!options.job.picture.empty())
         demo.picture = options.job.picture;
     return runDemo(demo);
@@ -78,6 +80,7 @@ Action add(CLI::App& command)
                      "begin each line of output with its task's number: 0 is play, n server n - 1");
     command.add_flag("--stats", job.stats,
                      "say at the end how busy each server was, and who waited for whom");
+    addAt(command, job.at, job.name);
     addPlain(command, job.plain);
     addJobFlags(command, job);
     command.footer(

@@ -29,19 +29,25 @@ bool isOwn(const struct stat& status)
     return S_ISDIR(status.st_mode) && status.st_uid == geteuid() && (status.st_mode & 077) == 0;
 }
 
-fs::path baseFolder()
+// Where folders may be: with and without a session the same user's differ. The first is for new
+// ones.
+std::vector<fs::path> baseFolders()
 {
     const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
     struct stat status {};
+    std::vector<fs::path> bases;
     if (runtime && *runtime == '/' && stat(runtime, &status) == 0 && isOwn(status))
-        return runtime;
-    return fs::temp_directory_path();
+        bases.emplace_back(runtime);
+    bases.push_back(fs::temp_directory_path());
+    return bases;
 }
 
-// Each process holds a lock on its folder for as long as it lives: one that is marked as such a
-// folder and not locked is nobody's. Others are left alone.
-void removeForgotten(const fs::path& base)
+// This user's folders below it. Each process holds a lock on its folder for as long as it lives:
+// one that is marked as such a folder and not locked is nobody's, and is removed. Others are left
+// alone.
+std::vector<fs::path> foldersInUse(const fs::path& base)
 {
+    std::vector<fs::path> folders;
     std::error_code unreadable;
     for (const fs::directory_entry& entry : fs::directory_iterator(base, unreadable)) {
         const fs::path& path = entry.path();
@@ -50,12 +56,16 @@ void removeForgotten(const fs::path& base)
         const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         struct stat status {};
         std::error_code kept;
-        if (fd >= 0 && fstat(fd, &status) == 0 && isOwn(status) && fs::exists(path / sign, kept) &&
-            flock(fd, LOCK_EX | LOCK_NB) == 0)
+        const bool is = fd >= 0 && fstat(fd, &status) == 0 && isOwn(status) &&
+                        fs::exists(path / sign, kept);
+        if (is && flock(fd, LOCK_EX | LOCK_NB) == 0)
             fs::remove_all(path, kept);
+        else if (is)
+            folders.push_back(path);
         if (fd >= 0)
             close(fd);
     }
+    return folders;
 }
 
 // A folder, locked and then marked.
@@ -80,8 +90,8 @@ const std::string& ownFolder()
     static pid_t maker;
     if (maker != getpid()) {
         installCleanUp();
-        const fs::path base = baseFolder();
-        removeForgotten(base);
+        const fs::path base = baseFolders().front();
+        foldersInUse(base);
         folder = makeFolder(base);
         maker = getpid();
         if (!listFile(folder) || !listFile(folder + "/" + sign))
@@ -91,6 +101,19 @@ const std::string& ownFolder()
 }
 
 } // namespace
+
+std::vector<std::string> filesOfOthers(const std::string& name)
+{
+    std::vector<std::string> files;
+    for (const fs::path& base : baseFolders())
+        for (const fs::path& folder : foldersInUse(base)) {
+            std::error_code unreadable;
+            for (const fs::directory_entry& entry : fs::directory_iterator(folder, unreadable))
+                if (entry.path().filename().string().starts_with(name + "-"))
+                    files.push_back(entry.path());
+        }
+    return files;
+}
 
 std::string temporaryName(const std::string& name)
 {

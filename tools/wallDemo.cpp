@@ -3,7 +3,7 @@
 #include "client/wholeFile.h"
 #include "tools/recording.h"
 #include "tools/virtualDisplays.h"
-#include "tools/wallRun.h"
+#include "tools/wallJob.h"
 
 #include <X11/Xlib.h>
 
@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
+#include <optional>
 #include <stdexcept>
 
 namespace {
@@ -19,10 +19,14 @@ namespace {
 constexpr Timeout demoTime = std::chrono::minutes(10);
 constexpr Size usualScreen{300, 300};
 
-struct CloseDisplay {
-    void operator()(Display* dpy) const { XCloseDisplay(dpy); }
-};
-using DisplayHandle = std::unique_ptr<Display, CloseDisplay>;
+// Open for as long as this process lives, and with it the wall's window.
+Display* userDisplay()
+{
+    static Display* const dpy = XOpenDisplay(nullptr);
+    if (!dpy)
+        throw std::runtime_error("--show needs an X display: DISPLAY names none that answers");
+    return dpy;
+}
 
 // A window on the user's display that is the wall, with one for each tile in its place.
 std::vector<Window> openWallWindow(Display* dpy, const Grid& grid)
@@ -55,15 +59,12 @@ std::vector<VirtualDisplay> startTiles(const Grid& grid, const std::vector<Windo
     return displays;
 }
 
-Wall demoWall(const Grid& grid, const std::vector<VirtualDisplay>& displays)
+ChosenWall demoWall(const Grid& grid, const std::vector<VirtualDisplay>& displays)
 {
-    std::vector<std::string> names;
-    for (const VirtualDisplay& display : displays)
-        names.push_back(display.name);
-    const auto places = placeServers({}, static_cast<int>(names.size()));
     const std::string file = temporaryName("wall");
-    writeWholeFile(file, wallFileText(grid, names, places));
-    return readWall(file);
+    writeWholeFile(file, virtualWallText(grid, displays));
+    const Wall wall = readWall(file);
+    return {wall, {}, placeServers({}, static_cast<int>(wall.tiles.size()))};
 }
 
 void requireShowable(const Grid& grid)
@@ -90,6 +91,20 @@ bool wantsServersLines()
 
 } // namespace
 
+std::vector<VirtualDisplay> openVirtualWall(const Grid& grid, bool show)
+{
+    requireShowable(grid);
+    return startTiles(grid, show ? openWallWindow(userDisplay(), grid) : std::vector<Window>{});
+}
+
+std::string virtualWallText(const Grid& grid, const std::vector<VirtualDisplay>& displays)
+{
+    std::vector<std::string> names;
+    for (const VirtualDisplay& display : displays)
+        names.push_back(display.name);
+    return wallFileText(grid, names, placeServers({}, static_cast<int>(names.size())));
+}
+
 int runDemo(const DemoOptions& options)
 {
     const PlayOptions& play = options.play;
@@ -103,18 +118,13 @@ int runDemo(const DemoOptions& options)
         grid.screen = programWindow(scene);
     if (!grid.screen.w)
         grid.screen = usualScreen;
-    requireShowable(grid);
-
-    DisplayHandle user;
-    std::vector<Window> windows;
-    if (options.show) {
-        user.reset(XOpenDisplay(nullptr));
-        if (!user)
-            throw std::runtime_error("--show needs an X display: DISPLAY names none that answers");
-        windows = openWallWindow(user.get(), grid);
-    }
-    std::vector<VirtualDisplay> displays = startTiles(grid, windows);
-    const Wall wall = demoWall(grid, displays);
+    std::vector<VirtualDisplay> displays = openVirtualWall(grid, options.show);
+    const ChosenWall chosen = demoWall(grid, displays);
+    const Wall& wall = chosen.wall;
+    std::optional<JobArea> area;
+    if (!options.at.at.empty())
+        area = areaOn(wall, options.at);
+    const ChosenWall onto = area ? withServersOf(chosen, *area) : chosen;
     LastFrame last = lastFrameOn(wall, {}, play, picture);
     bool pictured = false;
     last.picture = [take = last.picture, &pictured] {
@@ -122,8 +132,10 @@ int runDemo(const DemoOptions& options)
         pictured = true;
     };
     Job job = isLive ? liveJob(play) : playJob({scene.name}, play, last);
-    job.servers = static_cast<int>(displays.size());
+    job.servers = static_cast<int>(onto.wall.tiles.size());
     job.environment = virtualWallEnvironment(wall.file);
+    if (area)
+        putInArea(job, *area, wallSize(grid));
     if (loadOverloads(job, options.plain) && job.servers > 1 && !play.loose && mayLockFrames())
         lockFrames(job, "", freePort());
     watchNodes(job);
@@ -132,12 +144,13 @@ int runDemo(const DemoOptions& options)
         throw std::runtime_error(what + ": there is no such program");
     std::fprintf(stderr, "%s on a wall of %s tiles of %s pixels\n", what.c_str(),
                  toText(grid.screens).c_str(), toText(grid.screen).c_str());
+    job.about = aboutJob(onto, options.name, isLive ? shownBy({}, live) : what, wallSize(grid), area);
     if (isLive) {
         live.samples = mostSamples(displays.front().name, 0, findSystemOpenGL());
         constexpr double usualSeconds = 5;
         if (live.seconds == 0 && live.frames == 0 && !options.show)
             live.seconds = usualSeconds;
-        const int status = runLive(job, live, wallSize(grid), play.ahead, last,
+        const int status = runLive(job, live, area ? sizeOf(area->area) : wallSize(grid), play.ahead, last,
                                    wantsServersLines() ? stderr : nullptr, !options.show);
         stopDisplays(displays);
         if (pictured)

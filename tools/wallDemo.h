@@ -3,6 +3,8 @@
 
 #include "client/playOptions.h"
 #include "tools/liveProgram.h"
+#include "tools/virtualDisplays.h"
+#include "tools/wallArea.h"
 
 #include <string>
 
@@ -16,7 +18,16 @@ struct DemoOptions {
     PlayOptions play = {};
     LiveOptions live = {};
     bool plain = false; // without the project's overload libraries
+    AtOptions at = {};
+    std::string name = {}; // for list, move, raise and stop; empty: what it shows
 };
+
+/// Starts a virtual display for each screen of a grid; with `show` they are in a window of the
+/// user's display. Throws std::runtime_error.
+std::vector<VirtualDisplay> openVirtualWall(const Grid& grid, bool show);
+
+/// The wall file of such a wall.
+std::string virtualWallText(const Grid& grid, const std::vector<VirtualDisplay>& displays);
 
 /// Plays the scene, or runs the program where the live options have one, writes a picture of the
 /// wall with the last frame and prints its path. Returns the exit status, or negative the signal

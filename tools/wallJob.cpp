@@ -1,5 +1,8 @@
 #include "tools/wallJob.h"
+#include "client/locations.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
@@ -17,6 +20,17 @@ void printJob(const Job& job)
 
 } // namespace
 
+std::string shownBy(const std::vector<std::string>& files, const LiveOptions& live)
+{
+    std::string text;
+    for (const std::string& word : live.program)
+        text += (text.empty() ? "" : " ") + word;
+    for (const std::string& file : files)
+        text += (text.empty() ? "" : " ") + sceneName(file);
+    std::ranges::replace_if(text, [](unsigned char c) { return std::iscntrl(c); }, '?');
+    return text;
+}
+
 WallAnswers askNodes(const ChosenWall& chosen, const Job& job, std::FILE* to, int& faults)
 {
     WallAnswers answers = probeWall(chosen.wall, job, chosen.places);
@@ -28,14 +42,35 @@ WallAnswers askNodes(const ChosenWall& chosen, const Job& job, std::FILE* to, in
     return answers;
 }
 
+About aboutJob(const ChosenWall& onto, const std::string& name, const std::string& shows, Size wall,
+               const std::optional<JobArea>& area)
+{
+    About about{.name = freeName(name.empty() ? shows.substr(0, shows.find(' ')) : name),
+                .shows = shows,
+                .wall = wall,
+                .area = area};
+    for (std::size_t n = 0; n < onto.wall.tiles.size(); ++n)
+        about.servers.push_back({.display = onto.wall.tiles[n].entry.dpyName,
+                                 .host = onto.places.at(n).host,
+                                 .tile = area ? area->tiles.at(n) : static_cast<int>(n)});
+    return about;
+}
+
 int playOnWall(const ChosenWall& chosen, const std::vector<std::string>& files,
                const JobOptions& options, LiveOptions live)
 {
-    const auto& [wall, hosts, places] = chosen;
-    const LastFrame last = lastFrameOn(wall, places, options.play, options.picture);
+    const Wall& wall = chosen.wall;
+    const Size size = wallSize(wall);
+    std::optional<JobArea> area;
+    if (!options.at.at.empty())
+        area = areaOn(wall, options.at);
+    const ChosenWall onto = area ? withServersOf(chosen, *area) : chosen;
+    const LastFrame last = lastFrameOn(wall, chosen.places, options.play, options.picture);
     const bool isLive = !live.program.empty();
     Job job = isLive ? liveJob(options.play) : playJob(files, options.play, last);
-    putOnWall(job, wall, hosts);
+    putOnWall(job, onto.wall, onto.hosts);
+    if (area)
+        putInArea(job, *area, size);
     const bool locks = loadOverloads(job, options.plain) && job.servers > 1 &&
                        !options.play.loose && mayLockFrames();
     job.label = options.label;
@@ -43,9 +78,9 @@ int playOnWall(const ChosenWall& chosen, const std::vector<std::string>& files,
     job.keepsFigures = options.stats && !std::getenv("MOSA_STATS");
     if (job.keepsFigures)
         job.environment.emplace_back("MOSA_STATS=1");
-    if (printFindings(stderr, wall, checkWall(wall, places), false) > 0 && !options.force)
+    if (printFindings(stderr, wall, checkWall(wall, chosen.places), false) > 0 && !options.force)
         throw std::runtime_error("the wall file is not right; --force goes on with it");
-    const std::string& hub = places.front().host;
+    const std::string& hub = onto.places.front().host;
     if (options.dryRun) {
         if (locks)
             lockFrames(job, hub, freePort());
@@ -54,13 +89,15 @@ int playOnWall(const ChosenWall& chosen, const std::vector<std::string>& files,
     }
     watchNodes(job);
     int faults = 0;
-    const WallAnswers answers = askNodes(chosen, job, stderr, faults);
+    const WallAnswers answers = askNodes(onto, job, stderr, faults);
     if (faults > 0 && !options.force)
         throw std::runtime_error("the wall is not ready; --force goes on");
     if (locks && answers.hubPort > 0)
         lockFrames(job, hub, answers.hubPort);
     live.samples = answers.samples;
+    job.about = aboutJob(onto, options.name, shownBy(files, live), size, area);
     if (isLive)
-        return runLive(job, live, wallSize(wall), options.play.ahead, last, stdout, false);
+        return runLive(job, live, area ? sizeOf(area->area) : size, options.play.ahead, last,
+                       stdout, false);
     return reportEnding(watchJob(job, last, noLimit, stdout));
 }

@@ -4,10 +4,13 @@
 #include "client/playOptions.h"
 #include "tools/chosenWall.h"
 #include "tools/liveProgram.h"
+#include "tools/wallArea.h"
 #include "tools/wallRun.h"
 
 struct JobOptions {
     PlayOptions play;
+    AtOptions at = {};
+    std::string name; // for list, move, raise and stop; empty: what it shows
     std::string picture; // of the wall with the last frame; empty: none
     bool plain = false;  // without the project's overload libraries
     bool label = false;  // each line of output begins with its task's number
@@ -19,6 +22,13 @@ struct JobOptions {
 /// Asks the nodes, the way the job will reach them, and says what they are not ready for; counts
 /// the faults.
 WallAnswers askNodes(const ChosenWall& chosen, const Job& job, std::FILE* to, int& faults);
+
+/// What a job shows, in a line.
+std::string shownBy(const std::vector<std::string>& files, const LiveOptions& live);
+
+/// What it says about itself, on the wall as the job has it. Its name is `name`, or what it shows.
+About aboutJob(const ChosenWall& onto, const std::string& name, const std::string& shows, Size wall,
+               const std::optional<JobArea>& area);
 
 /// Plays stream files on a wall, or runs a program there where the live options have one. Returns
 /// the exit status, or negative the signal that the program has died of. Throws std::runtime_error.

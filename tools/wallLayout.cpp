@@ -84,17 +84,6 @@ Wall readUsableWall(const std::string& file)
     return wall;
 }
 
-PixelArea areaOf(const WallEntry& entry)
-{
-    const auto whole = [](double edge) {
-        return static_cast<int>(std::fmin(std::fmax(std::trunc(edge), -1e9), 1e9));
-    };
-    const MWRect& rect = entry.rect;
-    const int x = whole(rect.x);
-    const int y = whole(rect.y);
-    return {x, y, whole(double{rect.x} + rect.w) - x, whole(double{rect.y} + rect.h) - y};
-}
-
 Size wallSize(const Wall& wall)
 {
     const WallEntry& entry = wall.tiles.at(0).entry;

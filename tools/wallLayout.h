@@ -11,6 +11,8 @@ struct Size {
     int w = 0, h = 0;
 };
 
+inline Size sizeOf(const PixelArea& area) { return {area.w, area.h}; }
+
 /// Millimetres, as they are measured.
 struct Measure {
     double w = 0, h = 0;
@@ -20,11 +22,6 @@ struct Measure {
 bool parseSize(const std::string& text, Size& size);
 bool parseSize(const std::string& text, Measure& size);
 std::string toText(Size size);
-
-/// Whole pixels of the wall, y upward.
-struct PixelArea {
-    int x, y, w, h;
-};
 
 /// A server's line of the file.
 struct WallTile {
@@ -45,10 +42,6 @@ Wall readWall(const std::string& file);
 /// The same, for a wall to be shown: throws std::runtime_error when it has no tile, a line that the
 /// servers refuse or no size.
 Wall readUsableWall(const std::string& file);
-
-/// What a tile shows, in whole pixels: fractions truncate, at both edges. The size is that of the
-/// screen, 0 here, for a rectangle of width 0.
-PixelArea areaOf(const WallEntry& entry);
 
 /// The wall's size, by its first entry. What its area shows is counted from the bottom.
 Size wallSize(const Wall& wall);

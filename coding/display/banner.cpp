@@ -11,6 +11,8 @@
 #include <cstring>
 #include <unistd.h>
 
+int showsBanner = 1;
+
 char banner1[39] = "Vantrel MOSA render server " MOSA_VERSION;
 char banner2[32] = "One OpenGL window, many tiles";
 

@@ -3,6 +3,9 @@
 
 #include <X11/Xlib.h>
 
+/// 1, unless an overload library has set it to 0: then the display is opened without a banner.
+extern int showsBanner;
+
 extern char banner1[39], banner2[32]; // the banner's two lines
 
 /// Shows the banner, waits for MOSA_BANNER_TIME seconds and removes it. W, H are the wall's size

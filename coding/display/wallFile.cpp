@@ -1,5 +1,6 @@
 #include "coding/display/wallFile.h"
 
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -37,4 +38,15 @@ bool parseWallEntry(const std::string& line, WallEntry& entry)
     if (used > 0)
         entry.rest = line.substr(end + static_cast<std::size_t>(used));
     return true;
+}
+
+PixelArea areaOf(const WallEntry& entry)
+{
+    const auto whole = [](double edge) {
+        return static_cast<int>(std::fmin(std::fmax(std::trunc(edge), -1e9), 1e9));
+    };
+    const MWRect& rect = entry.rect;
+    const int x = whole(rect.x);
+    const int y = whole(rect.y);
+    return {x, y, whole(double{rect.x} + rect.w) - x, whole(double{rect.y} + rect.h) - y};
 }

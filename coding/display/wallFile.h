@@ -23,8 +23,17 @@ struct WallEntry {
     std::string rest; // what follows the numbers and is not read
 };
 
+/// Whole pixels of the wall, y upward.
+struct PixelArea {
+    int x, y, w, h;
+};
+
 /// The entries of a file, up to the first `most` of them.
 std::vector<WallLine> readWallLines(std::istream& file, std::size_t most = SIZE_MAX);
 
 /// Reads an entry. False when the line has no X display name, that is no colon.
 bool parseWallEntry(const std::string& line, WallEntry& entry);
+
+/// What a tile shows, in whole pixels: fractions truncate, at both edges. The size is that of the
+/// screen, 0 here, for a rectangle of width 0.
+PixelArea areaOf(const WallEntry& entry);

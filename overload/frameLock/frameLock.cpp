@@ -12,6 +12,7 @@
 #include "overload/library.h"
 #include "overload/socket.h"
 #include "shuffle/threads.h"
+#include "wire/areaMessages.h"
 
 #include <algorithm>
 #include <chrono>
@@ -204,20 +205,35 @@ Bool bindSwapBarrier(Display* dpy, GLuint group, GLuint barrier)
     return True;
 }
 
-void swapBuffers(Display* dpy, GLXDrawable drawable)
+// What comes next is done by all at the same moment.
+void awaitMoment()
 {
     ++lock.swaps;
+    if (!lock.isBound)
+        return;
+    if (currDrawableInfo && currDrawableInfo->lctx)
+        callSystem<Op::glFinish>(); // nothing else is left to do
+    waitForOthers();
+}
+
+void swapBuffers(Display* dpy, GLXDrawable drawable)
+{
     // A stream of glXMakeContextCurrent alone asks for no group.
     if (swapOnRetrace && !lock.isBound && !lock.byHardware) {
         joinHub();
         lock.isBound = !lock.byHardware;
     }
-    if (lock.isBound) {
-        if (currDrawableInfo && currDrawableInfo->lctx)
-            callSystem<Op::glFinish>(); // what is left to do is the swap alone
-        waitForOthers();
-    }
+    awaitMoment();
     below<Op::glXSwapBuffers>(dpy, drawable);
+}
+
+// A move of the job's area counts as a swap: no tile shows the old place when another shows the new
+// one.
+void raiseWindow(Window window)
+{
+    if (isAreaMessage(window) && isSeen(window))
+        awaitMoment();
+    below<Op::MWRaiseWindow>(window);
 }
 
 // ---- Start and end -----------------------------------------------------------------------------
@@ -273,4 +289,5 @@ extern "C" void Overload(glOp* table)
     replace<Op::glXJoinSwapGroupNV>(table, joinSwapGroup);
     replace<Op::glXBindSwapBarrierNV>(table, bindSwapBarrier);
     replace<Op::glXSwapBuffers>(table, swapBuffers);
+    replace<Op::MWRaiseWindow>(table, raiseWindow);
 }
