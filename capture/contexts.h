@@ -121,6 +121,15 @@ struct Placement {
 };
 Placement placementOf(WindowSize size);
 
+/// The same, and the window's size in that area: its own, but for finished pictures where the wall
+/// is known. Their area is the wall itself, in the wall's pixels, so that a factor that is whole
+/// stays so whatever the shapes are.
+struct ShownPlace {
+    Placement area;
+    WindowSize size;
+};
+ShownPlace shownPlaceOf(WindowSize size, bool asPicture);
+
 /// From here on the tape holds the records of a list; at its end they are moved from there. False
 /// when there were too many, and some have been passed on behind a glNewList.
 void beginListTape(GLuint list, GLenum mode);

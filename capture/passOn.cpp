@@ -38,7 +38,8 @@ AppVisual visualHandle(const ShareGroup& group) { return AppVisual(group.visual)
 
 ProgramWindow programWindow(const ShareGroup& group)
 {
-    const Placement area = placementOf(group.size);
+    const bool asPicture = group.main && group.main->asPicture;
+    const Placement area = shownPlaceOf(group.size, asPicture).area;
     return {wallDisplay,          visualHandle(group), AppDrawable(group.wallWindow),
             contextHandle(group), area.width,          area.height};
 }

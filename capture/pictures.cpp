@@ -2,6 +2,7 @@
 #include "capture/imageRecords.h"
 #include "capture/readBack.h"
 #include "capture/rows.h"
+#include "capture/stream.h"
 
 #include <algorithm>
 #include <bit>
@@ -202,14 +203,64 @@ void recordPart(const ShownPicture& picture, const Part& part, GLenum format)
                                       format, GLenum{GL_UNSIGNED_BYTE});
 }
 
+// ---- Enlarging ---------------------------------------------------------------------------------
+
+// Smooth: each pixel of the wall is between the four of the picture that are next to it. Blocks:
+// each is one of the picture's, and at whole factors all are as large. Averaged: where an edge of a
+// block falls within a pixel of the wall, that is between the two.
+enum class Enlargement { smooth, blocks, averaged };
+
+Enlargement enlargementOf(const ShownPicture& picture)
+{
+    const CaptureOptions& options = captureOptions;
+    const bool isWhole =
+        picture.onWallWidth % picture.width == 0 && picture.onWallHeight % picture.height == 0;
+    const auto isEnlarged = [&picture](int times) {
+        return picture.onWallWidth >= times * picture.width &&
+               picture.onWallHeight >= times * picture.height;
+    };
+    if (options.wallWidth <= 0) // a recording, for walls of any size
+        return options.enlarging == Enlarging::sharp ? Enlargement::blocks : Enlargement::smooth;
+    const bool isOfSameSize =
+        picture.onWallWidth == picture.width && picture.onWallHeight == picture.height;
+    const bool isSharp = options.enlarging == Enlarging::sharp       ? isEnlarged(1)
+                         : options.enlarging == Enlarging::automatic ? isEnlarged(2)
+                                                                     : isOfSameSize;
+    return !isSharp && !isOfSameSize ? Enlargement::smooth
+           : isWhole                 ? Enlargement::blocks
+                                     : Enlargement::averaged;
+}
+
+// The texture over all of the viewport, moved by a part of the wall's pixels.
+void recordQuad(const ShownPicture& picture, float pixelsRight, float pixelsUp)
+{
+    constexpr Effect draws = Effect::draws;
+    const float right =
+        static_cast<float>(picture.width) / static_cast<float>(picture.textureWidth);
+    const float top =
+        static_cast<float>(picture.height) / static_cast<float>(picture.textureHeight);
+    const float dx = right * pixelsRight / static_cast<float>(picture.onWallWidth);
+    const float dy = top * pixelsUp / static_cast<float>(picture.onWallHeight);
+    record<Op::glBegin, draws>(GLenum{GL_QUADS});
+    for (const auto& [x, y] : {std::pair{0, 0}, {1, 0}, {1, 1}, {0, 1}}) {
+        record<Op::glTexCoord2f, draws>((x ? right : 0.0F) + dx, (y ? top : 0.0F) + dy);
+        record<Op::glVertex2f, draws>(x ? 1.0F : -1.0F, y ? 1.0F : -1.0F);
+    }
+    record<Op::glEnd, draws>();
+}
+
 } // namespace
 
-void describePicture(ShownPicture& picture, int width, int height, bool filtered)
+void describePicture(ShownPicture& picture, int width, int height, int onWallWidth,
+                     int onWallHeight)
 {
     const auto powerOfTwo = [](int n) {
         return static_cast<int>(std::bit_ceil(static_cast<unsigned>(n)));
     };
-    picture = {width, height, powerOfTwo(width), powerOfTwo(height), {}, {}};
+    picture = {width, height, powerOfTwo(width), powerOfTwo(height),
+               {},    {},     onWallWidth,       onWallHeight};
+    const Enlargement enlargement = enlargementOf(picture);
+    picture.averaged = enlargement == Enlargement::averaged;
     constexpr Effect state = Effect::state, defines = Effect::defines;
     for (const GLenum mode : {GL_PROJECTION, GL_MODELVIEW}) {
         record<Op::glMatrixMode, state>(mode);
@@ -219,7 +270,13 @@ void describePicture(ShownPicture& picture, int width, int height, bool filtered
     record<Op::glEnable, state>(GLenum{GL_TEXTURE_2D});
     record<Op::glTexEnvi, state>(GLenum{GL_TEXTURE_ENV}, GLenum{GL_TEXTURE_ENV_MODE}, GL_REPLACE);
     record<Op::glBindTexture, defines>(GLenum{GL_TEXTURE_2D}, GLuint{1});
-    const GLint filter = filtered ? GL_LINEAR : GL_NEAREST;
+    if (picture.averaged) {
+        record<Op::glEnable, state>(GLenum{GL_BLEND});
+        record<Op::glBlendFunc, state>(GLenum{GL_CONSTANT_ALPHA},
+                                       GLenum{GL_ONE_MINUS_CONSTANT_ALPHA});
+    } else
+        record<Op::glDisable, state>(GLenum{GL_BLEND});
+    const GLint filter = enlargement == Enlargement::smooth ? GL_LINEAR : GL_NEAREST;
     for (const auto& [name, value] : {std::pair{GL_TEXTURE_MIN_FILTER, filter},
                                       {GL_TEXTURE_MAG_FILTER, filter},
                                       {GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE},
@@ -243,15 +300,17 @@ void recordPicture(ShownPicture& picture, bool front)
         recordPart(picture, part, formatOf(has));
     std::swap(picture.shown, picture.next);
 
-    constexpr Effect draws = Effect::draws;
-    const float right =
-        static_cast<float>(picture.width) / static_cast<float>(picture.textureWidth);
-    const float top =
-        static_cast<float>(picture.height) / static_cast<float>(picture.textureHeight);
-    record<Op::glBegin, draws>(GLenum{GL_QUADS});
-    for (const auto& [x, y] : {std::pair{0, 0}, {1, 0}, {1, 1}, {0, 1}}) {
-        record<Op::glTexCoord2f, draws>(x ? right : 0.0F, y ? top : 0.0F);
-        record<Op::glVertex2f, draws>(x ? 1.0F : -1.0F, y ? 1.0F : -1.0F);
-    }
-    record<Op::glEnd, draws>();
+    if (!picture.averaged)
+        return recordQuad(picture, 0, 0);
+    // The average of the blocks at four places within each pixel of the wall. These lie a little
+    // off the quarters: an edge of a block that falls on one would be seen by some tiles on this
+    // side of it and by others on that.
+    constexpr float quarter = 0.25F, off = 0.0137F;
+    float shareOfThis = 1;
+    for (const float up : {-quarter + off, quarter + off})
+        for (const float right : {-quarter + off, quarter + off}) {
+            record<Op::glBlendColor, Effect::state>(0.0F, 0.0F, 0.0F, shareOfThis);
+            recordQuad(picture, right, up);
+            shareOfThis /= 1 + shareOfThis;
+        }
 }

@@ -12,11 +12,14 @@ struct ShownPicture {
     int width = 0, height = 0;               // pixels
     int textureWidth = 0, textureHeight = 0; // powers of two
     std::vector<unsigned char> shown, next;  // rows from the bottom, 4 bytes a pixel
+    int onWallWidth = 0, onWallHeight = 0;   // pixels of the wall
+    bool averaged = false;                   // drawn several times, see recordPicture
 };
 
-/// Records what the wall needs before the first picture of a size: state and the texture.
-/// `filtered` when it is enlarged there.
-void describePicture(ShownPicture& picture, int width, int height, bool filtered);
+/// Records what the wall needs before the first picture of a size: state and the texture. The
+/// picture has the second size in the viewport, which is the wall's pixels if the wall is known.
+void describePicture(ShownPicture& picture, int width, int height, int onWallWidth,
+                     int onWallHeight);
 
 /// Reads the current context's picture back, from the front buffer or the back buffer, and records
 /// what has changed, and the quad. The program's own state is as before.

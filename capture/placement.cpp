@@ -3,6 +3,8 @@
 #include "capture/native.h"
 #include "capture/stream.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 
 Placement placementOf(WindowSize size)
@@ -23,6 +25,31 @@ Placement placementOf(WindowSize size)
         area.dy = (area.height - size.height) / 2;
     }
     return area;
+}
+
+ShownPlace shownPlaceOf(WindowSize size, bool asPicture)
+{
+    const CaptureOptions& options = captureOptions;
+    Placement area{0, 0, options.wallWidth, options.wallHeight};
+    if (!asPicture || area.width <= 0 || area.height <= 0 || size.width <= 0 || size.height <= 0)
+        return {placementOf(size), size};
+    const auto fits = [&options](const char* how) {
+        return options.fit && std::strcmp(options.fit, how) == 0;
+    };
+    WindowSize shown{area.width, area.height};
+    if (!fits("stretch")) {
+        const double factor =
+            std::min(double{1} * area.width / size.width, double{1} * area.height / size.height);
+        const auto enlarged = [factor](int pixels) {
+            return std::max(static_cast<int>(std::lround(factor * pixels)), 1);
+        };
+        shown = {enlarged(size.width), enlarged(size.height)};
+    }
+    if (fits("middle")) {
+        area.dx = (area.width - shown.width) / 2;
+        area.dy = (area.height - shown.height) / 2;
+    }
+    return {area, shown};
 }
 
 void recordViewport(GLint x, GLint y, GLsizei width, GLsizei height)

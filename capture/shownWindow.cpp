@@ -20,14 +20,13 @@ namespace {
 // depends on it. In the thread of the context.
 void describeWindow(Context& c)
 {
-    const Placement area = placementOf(c.group->size);
+    const auto& [area, shown] = shownPlaceOf(c.group->size, c.asPicture);
     if (c.asPicture) {
         c.used.texture = std::max(c.used.texture, GLuint{1});
         const auto& [width, height] = c.group->size;
-        const CaptureOptions& options = captureOptions;
-        describePicture(c.picture, width, height,
-                        options.wallWidth != area.width || options.wallHeight != area.height);
-        recordViewport(0, 0, width, height);
+        describePicture(c.picture, width, height, shown.width, shown.height);
+        record<Op::glViewport, Effect::state>(
+            ViewportBlock{area.dx, area.dy, shown.width, shown.height, area.width, area.height});
         return;
     }
     GLint viewport[4] = {};
@@ -41,8 +40,8 @@ void describeWindow(Context& c)
 // Black around the picture, where it has another shape than the wall. Each buffer needs it once.
 void recordMargins(const Context& c)
 {
-    const Placement area = placementOf(c.group->size);
-    if ((area.dx == 0 && area.dy == 0) || c.inList)
+    const auto& [area, shown] = shownPlaceOf(c.group->size, c.asPicture);
+    if ((shown.width >= area.width && shown.height >= area.height) || c.inList)
         return;
     constexpr Effect always = Effect::draws;
     record<Op::glPushAttrib, always>(GLbitfield{GL_COLOR_BUFFER_BIT | GL_SCISSOR_BIT});

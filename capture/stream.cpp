@@ -196,6 +196,10 @@ void readCaptureOptions()
                       : !std::strcmp(as, "calls")    ? Showing::calls
                       : !std::strcmp(as, "pictures") ? Showing::pictures
                                                      : Showing::automatic;
+    if (const char* enlarge = std::getenv("MOSA_CAPTURE_ENLARGE"))
+        options.enlarging = !std::strcmp(enlarge, "smooth")  ? Enlarging::smooth
+                            : !std::strcmp(enlarge, "sharp") ? Enlarging::sharp
+                                                             : Enlarging::automatic;
     if (const char* ahead = std::getenv("MOSA_CAPTURE_AHEAD"))
         options.ahead = std::atoi(ahead) > 0 ? std::atoi(ahead) : 1;
     if (const char* frames = std::getenv("MOSA_CAPTURE_FRAMES"))

@@ -17,16 +17,20 @@ struct ShareGroup;
 /// calls if the stream carries its version.
 enum class Showing { automatic, calls, pictures };
 
+/// How finished pictures are enlarged. `automatic`: sharp from twice their size on.
+enum class Enlarging { automatic, smooth, sharp };
+
 /// How the program is captured, from the environment.
 struct CaptureOptions {
     const char* socket = nullptr; // MOSA_CAPTURE: path of the socket; null: nothing is captured
     int ahead = 2;                // MOSA_CAPTURE_AHEAD: frames on their way to the wall at most
     long frames = 0;              // MOSA_CAPTURE_FRAMES: so many, then the program is held; 0: all
     const char* window = nullptr; // MOSA_CAPTURE_WINDOW: largest, all, or a title
-    Showing showing = Showing::automatic; // MOSA_CAPTURE_AS: calls or pictures
-    const char* fit = nullptr;            // MOSA_CAPTURE_FIT: middle, corner or stretch
-    int samples = 0;                      // MOSA_CAPTURE_SAMPLES: of a pixel, that every server has
-    int wallWidth = 0, wallHeight = 0;    // MOSA_CAPTURE_WALL: WxH; 0: none
+    Showing showing = Showing::automatic;       // MOSA_CAPTURE_AS: calls or pictures
+    const char* fit = nullptr;                  // MOSA_CAPTURE_FIT: middle, corner or stretch
+    Enlarging enlarging = Enlarging::automatic; // MOSA_CAPTURE_ENLARGE: smooth or sharp
+    int samples = 0;                   // MOSA_CAPTURE_SAMPLES: of a pixel, that every server has
+    int wallWidth = 0, wallHeight = 0; // MOSA_CAPTURE_WALL: WxH; 0: none
     int patience = 10; // MOSA_CAPTURE_PATIENCE: seconds to wait for the wall at most; 0: for ever
 };
 extern CaptureOptions captureOptions;

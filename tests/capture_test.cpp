@@ -9,6 +9,7 @@
 #include "tools/virtualDisplays.h"
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -46,19 +47,22 @@ struct WallShape {
     int columns = 1, rows = 1, scale = 1;
 };
 
-std::string wallFile(WallShape shape = {})
+std::string wallFile(int columns, int rows, int wallWidth, int wallHeight)
 {
-    const auto [columns, rows, scale] = shape;
     std::string text;
-    const int w = width * scale / columns, h = height * scale / rows;
+    const int w = wallWidth / columns, h = wallHeight / rows;
     for (int i = 0; i < columns * rows; ++i) {
-        const std::size_t display = columns * rows == 1 ? 1 : static_cast<std::size_t>(2 + i);
-        text += displayName(display);
-        for (const int n : {width * scale, height * scale, i % columns * w, i / columns * h, w, h})
+        text += displayName(columns * rows == 1 ? 1 : static_cast<std::size_t>(2 + i));
+        for (const int n : {wallWidth, wallHeight, i % columns * w, i / columns * h, w, h})
             text += " " + std::to_string(n);
         text += "\n";
     }
     return temporaryFile(text);
+}
+
+std::string wallFile(WallShape shape = {})
+{
+    return wallFile(shape.columns, shape.rows, width * shape.scale, height * shape.scale);
 }
 
 Command mosaWall(Strings arguments)
@@ -114,10 +118,10 @@ struct Pictures {
 
 // A program's own window and the wall: it is held with the frame that the wall shows, while both
 // pictures are taken.
-Pictures picturesOf(const Strings& command, int frames, WallShape shape)
+Pictures picturesOf(const Strings& command, int frames, const std::string& wall)
 {
     const std::string own = temporaryFile(""), shown = temporaryFile("");
-    const Ending ending = run(Strings{"run", "--wall", wallFile(shape), "--force", "--frames",
+    const Ending ending = run(Strings{"run", "--wall", wall, "--force", "--frames",
                                       std::to_string(frames), "--snapshot", shown, "--then",
                                       PROGRAMS "/mosa-wall snapshot -o " + own + " " +
                                           temporaryFile(desk() + " 240 180 0 0 240 180\n")} +
@@ -129,7 +133,7 @@ Pictures picturesOf(const Strings& command, int frames, WallShape shape)
 
 Pictures picturesOf(const std::string& scene, WallShape shape)
 {
-    return picturesOf(program(scene), scene == "modern" ? 5 : 3, shape);
+    return picturesOf(program(scene), scene == "modern" ? 5 : 3, wallFile(shape));
 }
 
 void expectSame(const Image& shown, const Image& expected, bool exact, const std::string& what)
@@ -203,7 +207,7 @@ TEST_P(Small, LooksAsItDoesAlone)
 {
     if (GetParam().frames == 0)
         return;
-    const Pictures pictures = picturesOf(Strings{"--"} + command(), GetParam().frames, {});
+    const Pictures pictures = picturesOf(Strings{"--"} + command(), GetParam().frames, wallFile());
     expectSame(pictures.wall, pictures.own, true, GetParam().name);
 }
 
@@ -273,6 +277,51 @@ TEST(CapturedLarger, WidthsGrowWithThePicture)
     const double area = litPixels(pictures.own);
     EXPECT_GT(area, 1000);
     EXPECT_NEAR(litPixels(pictures.wall) / area, 4, 0.1);
+}
+
+// Finished pictures: a program's pixel is a block, halves of blocks meet in a pixel that is the
+// average, and tiles agree. Smooth ones are no blocks, and so is `auto` below twice the size.
+TEST(CapturedLarger, FinishedPicturesAreSharpOrSmooth)
+{
+    const auto pixel = [](const Image& image, int x, int y) {
+        const std::uint8_t* rgb = pixelAt(image, x, y);
+        return std::array<int, 3>{rgb[0], rgb[1], rgb[2]};
+    };
+    const struct {
+        const char* how;
+        int tiles;        // across and up
+        int w, h;         // of the wall
+        int x, y, halves; // where the picture stands from the upper left, and its halves of a size
+        bool sharp;
+    } cases[] = {
+        {"auto", 2, 480, 360, 0, 0, 4, true},    {"auto", 1, 487, 360, 3, 0, 4, true},
+        {"sharp", 2, 360, 270, 0, 0, 3, true},   {"sharp", 1, 360, 277, 0, 4, 3, true},
+        {"smooth", 1, 480, 360, 0, 0, 4, false}, {"auto", 2, 360, 270, 0, 0, 3, false},
+    };
+    for (const auto& c : cases) {
+        const Pictures pictures = picturesOf(Strings{"--enlarge", c.how} + program("modern"), 5,
+                                             wallFile(c.tiles, c.tiles, c.w, c.h));
+        int wrong = 0, smoothed = 0;
+        for (int y = 0; y < c.h; ++y)
+            for (int x = 0; x < c.w; ++x) {
+                // What the pixel's edges, in halves of it less nothing, show of the picture.
+                const int left = 2 * (x - c.x), top = 2 * (y - c.y);
+                const bool black =
+                    left < 0 || top < 0 || left >= c.halves * width || top >= c.halves * height;
+                for (std::size_t k = 0; k < 3; ++k) {
+                    int sum = 0;
+                    for (const int across : {left, left + 1})
+                        for (const int down : {top, top + 1})
+                            sum += black
+                                       ? 0
+                                       : pixel(pictures.own, across / c.halves, down / c.halves)[k];
+                    const int off = std::abs(4 * pixel(pictures.wall, x, y)[k] - sum);
+                    (black || c.sharp ? wrong : smoothed) += off > (c.halves == 4 ? 0 : 8);
+                }
+            }
+        EXPECT_EQ(wrong, 0) << c.how << " " << c.w << "x" << c.h;
+        EXPECT_EQ(smoothed > 1000, !c.sharp) << c.how << " " << c.w << "x" << c.h;
+    }
 }
 
 TEST(Recorded, HasWhatIsSeenAndNothingElse)

@@ -68,6 +68,8 @@ TEST(WallTool, LayoutsPassTheCheckAndCountFromTheUpperLeft)
     } cases[] = {
         {{"layout", "4x2", "1920x1080", "--bezel", "40x30"},
          {":0.0 7800 2190 0 1110 1920 1080", ":0.7 7800 2190 5880 0 1920 1080"}},
+        {{"layout", "3x2", "1920x1080", "--screen-mm", "1209.6x680.4", "--bezel-mm", "12.4x14.5"},
+         {":0.0 5800 2183 0 1103 1920 1080", ":0.5 5800 2183 3880 0 1920 1080"}}, // 19.7 x 23
         {{"layout", "2x3", "100x90", "--bezel", "0x10", "--hosts", hosts},
          {"on left\n:0.1 200 290 100 200 100 90", "on right\n:0.0 200 290 0 100 100 90",
           "on last\n:0.2 200 290 100 0 100 90"}},
@@ -87,6 +89,26 @@ TEST(WallTool, LayoutsPassTheCheckAndCountFromTheUpperLeft)
           {"layout", "2x1", "9x9px"},
           {"layout", "9x1", "9x9", "--hosts", hosts}}) // places for 8
         EXPECT_NE(tool(wrong).status, 0);
+    const struct {
+        std::vector<std::string> measured;
+        const char* said;
+    } unmeasurable[] = {
+        {{"--screen-mm", "1210x680"}, "--screen-mm requires --bezel-mm"},
+        {{"--bezel-mm", "1x1"}, "--bezel-mm requires --screen-mm"},
+        {{"--screen-mm", "1210x680", "--bezel-mm", "1x1", "--bezel", "2x2"}, "excludes"},
+        {{"--screen-mm", "0x680", "--bezel-mm", "1x1"}, "has no size"},
+        {{"--screen-mm", "680x1210", "--bezel-mm", "1x1"}, "are not square"},
+        {{"--screen-mm", "1210x680", "--bezel-mm", "1x690"}, "is more than a picture"},
+        {{"--screen-mm", "1210x680", "--bezel-mm", "12,5x1"}, "should read like 12x14.5"},
+    };
+    for (const auto& c : unmeasurable) {
+        Strings arguments{"layout", "3x2", "1920x1080"};
+        arguments.insert(arguments.end(), c.measured.begin(), c.measured.end());
+        const Ending ending = tool(arguments);
+        EXPECT_NE(ending.status, 0) << c.said;
+        expectEnd(ending, ending.status, c.said);
+        EXPECT_EQ(ending.out, "") << c.said;
+    }
 }
 
 // Each mistake is planted in a correct wall of 2 x 2 tiles, and is the only thing to be reported.
@@ -480,8 +502,27 @@ TEST(WallTool, PatternOutlinesEachTileInItsOwnColour)
                 corners.insert(colorAt(image, column, 479 - row));
         EXPECT_EQ(corners.size(), 1U);
         colors.merge(corners);
+        std::set<int> greys;
+        for (int column = x + w / 2 - 72; column < x + w / 2 + 72; ++column) // 9 each
+            if (const int color = colorAt(image, column, 479 - (y + h / 6 + 4));
+                color == color % 256 * 0x010101)
+                greys.insert(color);
+        EXPECT_TRUE(greys.size() == 16 && greys.contains(0) && greys.contains(0xffffff)) << x;
     }
     EXPECT_EQ(colors.size(), 4U);
+    // The circle around the middle of a seam is as far from it to the sides as up, bezel and all.
+    const auto circleAt = [&image](int x, int y) { // within two pixels
+        for (int off = -2; off <= 2; ++off)
+            for (const auto& [column, row] : {std::pair{x + off, y}, {x, y + off}})
+                if (const std::uint8_t* rgb = pixelAt(image, column, 479 - row);
+                    rgb[0] < 100 && rgb[1] > 200 && rgb[2] > 200)
+                    return true;
+        return false;
+    };
+    constexpr int radius = 44, beside = 12, up = 43; // of 0.15 * 230 + 20 / 2
+    EXPECT_TRUE(circleAt(320 - radius, 365) && circleAt(320 + radius, 365));
+    EXPECT_TRUE(circleAt(320 - beside, 365 + up) && circleAt(320 + beside, 365 - up));
+    EXPECT_TRUE(circleAt(155, 245 + 39) && circleAt(485 + 28, 245 - 28)); // of 10
 
     expectEnd(tool({"pattern", "--wall", wall, "--frames", "7", "--then", "false"}, environment), 1,
               "7 frames");

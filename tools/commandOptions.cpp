@@ -30,6 +30,22 @@ CLI::Option* addSize(CLI::App& command, const std::string& name, Size& size,
         ->type_name("WxH");
 }
 
+CLI::Option* addMeasure(CLI::App& command, const std::string& name, Measure& size,
+                        const std::string& about)
+{
+    return command
+        .add_option_function<std::string>(
+            name,
+            [name, &size](const std::string& text) {
+                if (!parseSize(text, size))
+                    throw CLI::ValidationError(name, "\"" + text +
+                                                         "\" should read like 12x14.5, in "
+                                                         "millimetres");
+            },
+            about)
+        ->type_name("WxH");
+}
+
 void addWall(CLI::App& command, std::string& wall)
 {
     command.add_option("WALL,--wall", wall,
@@ -109,6 +125,12 @@ void addFit(CLI::App& command, LiveOptions& options)
                     "lower left corner, or is stretched")
         ->check(CLI::IsMember({"middle", "corner", "stretch"}))
         ->capture_default_str();
+    command
+        .add_option("--enlarge", options.enlarge,
+                    "finished pictures that the wall enlarges are smooth, or sharp: every pixel a "
+                    "block with edges; auto: sharp from twice their size on")
+        ->check(CLI::IsMember({"smooth", "sharp", "auto"}))
+        ->capture_default_str();
 }
 
 void refuse(const CLI::App& command, const std::vector<const char*>& names, const char* why)
@@ -121,10 +143,10 @@ void refuse(const CLI::App& command, const std::vector<const char*>& names, cons
 void requireOneKind(const CLI::App& command, const Program& program, const char* streams)
 {
     if (program.empty())
-        return refuse(
-            command,
-            {"--window", "--fit", "--pixels", "--calls", "--patience", "--seconds", "--frames"},
-            "goes with a program behind -- alone");
+        return refuse(command,
+                      {"--window", "--fit", "--enlarge", "--pixels", "--calls", "--patience",
+                       "--seconds", "--frames"},
+                      "goes with a program behind -- alone");
     refuse(command, {streams}, "stands beside a program behind --: it is one or the other");
     refuse(command, {"--loop"}, "goes with recordings alone, not with a program");
 }

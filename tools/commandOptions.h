@@ -9,6 +9,10 @@
 CLI::Option* addSize(CLI::App& command, const std::string& name, Size& size,
                      const std::string& about, int least = 1);
 
+/// Millimetres that read like 12x14.5.
+CLI::Option* addMeasure(CLI::App& command, const std::string& name, Measure& size,
+                        const std::string& about);
+
 /// The wall's file, with or without --wall, and the host file.
 void addWall(CLI::App& command, std::string& wall);
 void addHosts(CLI::App& command, std::string& hosts);

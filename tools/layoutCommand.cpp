@@ -9,12 +9,15 @@ namespace {
 
 struct Options {
     Grid grid;
+    Measure picture, between; // of a screen, and to the next; 0: they were not measured
     std::string hosts, output;
 };
 
-int layOut(const Options& options)
+int layOut(const CLI::App& command, const Options& options)
 {
-    const Grid& grid = options.grid;
+    Grid grid = options.grid;
+    if (command.count("--bezel-mm") > 0)
+        grid.bezel = bezelPixels(grid.screen, options.picture, options.between);
     requireUsable(grid);
     const std::vector<Host> hosts =
         options.hosts.empty() ? std::vector<Host>{} : readHosts(options.hosts);
@@ -38,10 +41,20 @@ Action add(CLI::App& command)
         ->required();
     addSize(command, "SCREEN", options->grid.screen, "pixels of a screen, as 1920x1080")
         ->required();
-    addSize(command, "--bezel", options->grid.bezel,
-            "pixels of the wall behind the frames between two screens, as 40x40: the "
-            "picture goes on behind them",
-            0);
+    CLI::Option* const pixels =
+        addSize(command, "--bezel", options->grid.bezel,
+                "pixels of the wall behind the frames between two screens, as 40x40: the "
+                "picture goes on behind them",
+                0);
+    CLI::Option* const picture =
+        addMeasure(command, "--screen-mm", options->picture,
+                   "width and height of a screen's visible picture in millimetres, as 1210x680");
+    CLI::Option* const between =
+        addMeasure(command, "--bezel-mm", options->between,
+                   "millimetres from a picture's visible edge to the next one's, across both "
+                   "frames, to the side and upward, as 12x14; the bezel is as many whole pixels");
+    picture->needs(between);
+    between->needs(picture)->excludes(pixels);
     addHosts(command, options->hosts);
     command.add_option("-o,--output", options->output, "file to write, instead of standard output");
     command.footer(
@@ -52,7 +65,7 @@ Action add(CLI::App& command)
         "Example: four screens in a row on two nodes\n"
         "  printf 'node1:2\\nnode2:2\\n' >hosts\n"
         "  mosa-wall layout 4x1 1920x1080 --bezel 40x0 --hosts hosts -o wall");
-    return [options](const Program&) { return layOut(*options); };
+    return [options, &command](const Program&) { return layOut(command, *options); };
 }
 
 } // namespace

@@ -11,6 +11,7 @@ struct LiveOptions {
     std::string window = "largest";   // largest, all, or a title
     std::string showing;              // calls or pictures; empty: as the program needs
     std::string fit = "middle";       // middle, corner or stretch
+    std::string enlarge = "auto";     // finished pictures: smooth, sharp or auto
     int patience = 10;                // seconds that it waits for the wall at most; 0: for ever
     int samples = 0;                  // of a pixel that the wall has at most
     double seconds = 0;               // after which it is ended; 0: it ends itself

@@ -53,10 +53,13 @@ Action add(CLI::App& command)
                        "PNG file for a picture of the wall with the last frame");
     addJobFlags(command, job);
     command.footer(
-        "Geometry: the grid and the diagonals run straight on across the seams, the circle is\n"
-        "round, and every tile's coloured outline is seen whole. Each tile names its server and "
-        "its\n"
-        "rectangle of the wall. Synchronisation: the counters agree on all tiles at any moment, "
+        "Geometry: the grid and the diagonals run straight on across the seams, the circles, of "
+        "which\n"
+        "each seam has one, are round, and every tile's coloured outline is seen whole. Each tile "
+        "names\n"
+        "its server and its rectangle of the wall, and has white and 16 greys to match displays "
+        "by.\n"
+        "Synchronisation: the counters agree on all tiles at any moment, "
         "and\n"
         "the red bar crosses the seams in one piece.");
     return [options, &command](const Program&) { return showPattern(command, *options); };

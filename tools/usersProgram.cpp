@@ -60,6 +60,7 @@ std::vector<std::string> captureEnvironment(const LiveOptions& options, const st
         "MOSA_CAPTURE_FRAMES=" + std::to_string(options.frames),
         "MOSA_CAPTURE_WINDOW=" + options.window,
         "MOSA_CAPTURE_FIT=" + options.fit,
+        "MOSA_CAPTURE_ENLARGE=" + options.enlarge,
         "MOSA_CAPTURE_PATIENCE=" + std::to_string(options.patience),
         "MOSA_CAPTURE_AS=" + options.showing,
         "MOSA_CAPTURE_SAMPLES=" + std::to_string(options.samples),

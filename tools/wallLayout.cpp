@@ -41,16 +41,20 @@ std::string placeInGrid(const Grid& grid, int server)
     return text.str();
 }
 
-} // namespace
-
-bool parseSize(const std::string& text, Size& size)
+template <class Number>
+bool parsePair(const std::string& text, Number& w, Number& h)
 {
     char by = 0;
     std::istringstream in(text);
-    in >> size.w >> by >> size.h;
-    const auto sensible = [](int n) { return n >= 0 && n <= 1'000'000; };
-    return in && by == 'x' && in.peek() == EOF && sensible(size.w) && sensible(size.h);
+    in >> w >> by >> h;
+    const auto sensible = [](Number n) { return n >= 0 && n <= 1'000'000; };
+    return in && by == 'x' && in.peek() == EOF && sensible(w) && sensible(h);
 }
+
+} // namespace
+
+bool parseSize(const std::string& text, Size& size) { return parsePair(text, size.w, size.h); }
+bool parseSize(const std::string& text, Measure& size) { return parsePair(text, size.w, size.h); }
 
 std::string toText(Size size) { return std::to_string(size.w) + "x" + std::to_string(size.h); }
 
@@ -179,6 +183,30 @@ void requireUsable(const Grid& grid)
     require(1.0 * grid.screens.w * (grid.screen.w + grid.bezel.w) < 1e9 &&
                 1.0 * grid.screens.h * (grid.screen.h + grid.bezel.h) < 1e9,
             "the wall is too large");
+}
+
+Size bezelPixels(Size screen, const Measure& picture, const Measure& between)
+{
+    const auto inText = [](const Measure& size) {
+        std::ostringstream text;
+        text << size.w << "x" << size.h << " mm";
+        return text.str();
+    };
+    if (picture.w <= 0 || picture.h <= 0)
+        throw std::runtime_error("a screen's picture of " + inText(picture) + " has no size");
+    const Measure perMm{screen.w / picture.w, screen.h / picture.h};
+    constexpr double notSquare = 1.1; // beyond all errors of a ruler
+    if (std::fmax(perMm.w / perMm.h, perMm.h / perMm.w) > notSquare)
+        throw std::runtime_error("pixels of a picture of " + inText(picture) + " with " +
+                                 toText(screen) +
+                                 " of them are not square: it is the visible picture's width and "
+                                 "height; for screens that stretch their picture there is --bezel, "
+                                 "in pixels");
+    if (between.w > picture.w || between.h > picture.h)
+        throw std::runtime_error(inText(between) + " between two pictures of " + inText(picture) +
+                                 " is more than a picture");
+    return {static_cast<int>(std::lround(between.w * perMm.w)),
+            static_cast<int>(std::lround(between.h * perMm.h))};
 }
 
 Size wallSize(const Grid& grid)

@@ -13,8 +13,14 @@ struct Size {
 
 inline Size sizeOf(const PixelArea& area) { return {area.w, area.h}; }
 
-/// Reads "4x2". False when the text is anything else.
+/// Millimetres, as they are measured.
+struct Measure {
+    double w = 0, h = 0;
+};
+
+/// Read "4x2" and "1209.6x680". False when the text is anything else.
 bool parseSize(const std::string& text, Size& size);
+bool parseSize(const std::string& text, Measure& size);
 std::string toText(Size size);
 
 /// A server's line of the file.
@@ -72,6 +78,12 @@ struct Grid {
 
 /// Throws std::runtime_error for a grid that makes no wall.
 void requireUsable(const Grid& grid);
+
+/// The bezel for a screen whose picture measures so much, with so much between its visible edge and
+/// the next picture's. Rounded to whole pixels, since servers show whole ones alone; every bezel is
+/// the same, and at most half a pixel off. Throws std::runtime_error for what nobody can have
+/// measured.
+Size bezelPixels(Size screen, const Measure& picture, const Measure& between);
 
 Size wallSize(const Grid& grid);
 PixelArea areaOf(const Grid& grid, int server);

@@ -95,28 +95,85 @@ void grid(CommandBuffer& out, Size wall, int step, int thickness)
         rectangle(out, 0, y, wall.w, thickness);
 }
 
-// The largest circle that the wall holds, and the wall's diagonals.
-void circle(CommandBuffer& out, Size wall, int thickness)
+void circle(CommandBuffer& out, double x, double y, double radius, int thickness)
 {
-    encode<Op::glLineWidth>(out, static_cast<float>(2 * thickness));
-    encode<Op::glColor3f>(out, 1.0F, 0.8F, 0.2F);
-    const double radius = 0.5 * std::min(wall.w, wall.h) - 2 * thickness;
+    encode<Op::glLineWidth>(out, static_cast<float>(thickness));
     constexpr int corners = 360;
     encode<Op::glBegin>(out, static_cast<GLenum>(GL_LINE_LOOP));
     for (int i = 0; i < corners; ++i) {
         const double angle = 2 * std::numbers::pi * i / corners;
-        encode<Op::glVertex2f>(out, static_cast<float>(0.5 * wall.w + radius * std::cos(angle)),
-                               static_cast<float>(0.5 * wall.h + radius * std::sin(angle)));
+        encode<Op::glVertex2f>(out, static_cast<float>(x + radius * std::cos(angle)),
+                               static_cast<float>(y + radius * std::sin(angle)));
     }
     encode<Op::glEnd>(out);
-    const auto w = static_cast<float>(wall.w);
-    const auto h = static_cast<float>(wall.h);
+}
+
+// The diagonals of a rectangle around a point.
+void diagonals(CommandBuffer& out, double x, double y, double w, double h, int thickness)
+{
     encode<Op::glLineWidth>(out, static_cast<float>(thickness));
-    encode<Op::glColor3f>(out, 0.5F, 0.5F, 0.5F);
     encode<Op::glBegin>(out, static_cast<GLenum>(GL_LINES));
-    for (const auto& [x, y] : {std::pair{0.0F, 0.0F}, {w, h}, {0.0F, h}, {w, 0.0F}})
-        encode<Op::glVertex2f>(out, x, y);
+    for (const auto& [right, up] : {std::pair{-0.5, -0.5}, {0.5, 0.5}, {-0.5, 0.5}, {0.5, -0.5}})
+        encode<Op::glVertex2f>(out, static_cast<float>(x + right * w),
+                               static_cast<float>(y + up * h));
     encode<Op::glEnd>(out);
+}
+
+// The largest circle that the wall holds, and the wall's diagonals.
+void largestCircle(CommandBuffer& out, Size wall, int thickness)
+{
+    encode<Op::glColor3f>(out, 1.0F, 0.8F, 0.2F);
+    circle(out, 0.5 * wall.w, 0.5 * wall.h, 0.5 * std::min(wall.w, wall.h) - 2 * thickness,
+           2 * thickness);
+    encode<Op::glColor3f>(out, 0.5F, 0.5F, 0.5F);
+    diagonals(out, 0.5 * wall.w, 0.5 * wall.h, wall.w, wall.h, thickness);
+}
+
+// Two ranges of pixels with so many between them, and the middle of that.
+struct Between {
+    int pixels;
+    double middle;
+};
+
+Between between(int a, int aLength, int b, int bLength)
+{
+    const int from = std::min(a + aLength, b + bLength), to = std::max(a, b);
+    return {to - from, 0.5 * (from + to)}; // negative, and the middle of what they share
+}
+
+// A small circle with its diagonals across the middle of every seam: a bezel of the wrong width
+// makes an oval of it, and breaks both lines.
+void seamCircles(CommandBuffer& out, const std::vector<PatternTile>& tiles, int side, int thickness)
+{
+    encode<Op::glColor3f>(out, 0.3F, 0.9F, 0.9F);
+    for (std::size_t n = 0; n < tiles.size(); ++n)
+        for (std::size_t i = 0; i < n; ++i) {
+            const PixelArea &a = tiles[i].area, &b = tiles[n].area;
+            const Between across = between(a.x, a.w, b.x, b.w);
+            const Between up = between(a.y, a.h, b.y, b.h);
+            // Neighbours: beside each other, with no room for another tile.
+            if (std::min(across.pixels, up.pixels) >= 0 || std::max(across.pixels, up.pixels) < 0 ||
+                std::max(across.pixels, up.pixels) >= side)
+                continue;
+            const double radius = 0.15 * side + 0.5 * std::max(across.pixels, up.pixels);
+            circle(out, across.middle, up.middle, radius, thickness);
+            diagonals(out, across.middle, up.middle, 2 * radius, 2 * radius, thickness);
+        }
+}
+
+// White, and steps of grey down to black: neighbours are compared by them.
+void greys(CommandBuffer& out, const PatternTile& tile)
+{
+    constexpr int steps = 16;
+    const auto& [x, y, w, h] = tile.area;
+    const int step = w / (2 * steps), height = h / 18;
+    const int left = x + (w - steps * step) / 2, bottom = y + h / 6;
+    for (int i = 0; i < steps; ++i) {
+        const float grey = static_cast<float>(i) / (steps - 1);
+        encode<Op::glColor3f>(out, grey, grey, grey);
+        rectangle(out, left + i * step, bottom, step, height);
+    }
+    rectangle(out, left, bottom + height, steps * step, height);
 }
 
 // The outermost pixels of a tile, which a display that cuts its edge off does not show, and above
@@ -175,9 +232,12 @@ void setUp(CommandBuffer& out, const Wall& wall, const std::vector<PatternTile>&
     const int thickness = std::max(1, side / 300);
     encode<Op::glNewList>(out, stillList, static_cast<GLenum>(GL_COMPILE));
     grid(out, size, gridStep(side), thickness);
-    circle(out, size, thickness);
-    for (const PatternTile& tile : tiles)
+    largestCircle(out, size, thickness);
+    seamCircles(out, tiles, side, thickness);
+    for (const PatternTile& tile : tiles) {
+        greys(out, tile);
         label(out, tile, thickness);
+    }
     encode<Op::glEndList>(out);
 }
 
