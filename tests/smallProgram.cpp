@@ -1,6 +1,7 @@
 // Small legal programs that do something unusual, each under its name. What one prints (answers of
 // OpenGL, errors, sums) and how it ends must be the same with and without capture.
 #define GL_GLEXT_PROTOTYPES
+#include <EGL/egl.h>
 #include <GL/gl.h>
 #include <GL/glext.h>
 #include <GL/glx.h>
@@ -17,6 +18,7 @@
 namespace {
 
 constexpr int width = 240, height = 180;
+constexpr int pbufferSize[] = {GLX_PBUFFER_WIDTH, 8, GLX_PBUFFER_HEIGHT, 8, None};
 Display* dpy;
 XVisualInfo* visual;
 Window window;
@@ -246,17 +248,74 @@ void sharing()
     int count = 0;
     const int attributes[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT | GLX_WINDOW_BIT, None};
     GLXFBConfig* const configs = glXChooseFBConfig(dpy, DefaultScreen(dpy), attributes, &count);
-    const int size[] = {GLX_PBUFFER_WIDTH, 8, GLX_PBUFFER_HEIGHT, 8, None};
     std::vector<std::thread> threads;
     GLXContext first = glXCreateNewContext(dpy, configs[0], GLX_RGBA_TYPE, nullptr, True);
     for (int i = 0; i < 3; ++i) {
         GLXContext own = glXCreateNewContext(dpy, configs[0], GLX_RGBA_TYPE, first, True);
-        threads.emplace_back(fill, own, glXCreatePbuffer(dpy, configs[0], size));
+        threads.emplace_back(fill, own, glXCreatePbuffer(dpy, configs[0], pbufferSize));
     }
     XSync(dpy, False);
     for (std::thread& thread : threads)
         thread.join();
     frame();
+}
+
+// Threads do at once whatever the capture library guards: contexts that share lists and buffers,
+// windows of which another is the largest, connections, drawables, surfaces, texts.
+void threads()
+{
+    const auto work = [](GLXContext shared, Window where, GLuint name) {
+        Display* const connection = XOpenDisplay(nullptr);
+        GLXContext own = glXCreateContext(connection, visual, shared, True);
+        const int screen = DefaultScreen(connection);
+        int count = 0;
+        const int kind[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, None};
+        GLXFBConfig* const configs = glXChooseFBConfig(connection, screen, kind, &count);
+        EGLDisplay display = eglGetDisplay(connection);
+        EGLConfig config = nullptr;
+        eglInitialize(display, nullptr, nullptr);
+        eglChooseConfig(display, nullptr, &config, 1, &count);
+        glXMakeCurrent(connection, where, own);
+        const GLubyte bits[4] = {};
+        for (int i = 0; i < 60; ++i) {
+            glXQueryExtensionsString(connection, screen);
+            glGetString(GL_EXTENSIONS);
+            glXDestroyPbuffer(connection, glXCreatePbuffer(connection, configs[0], pbufferSize));
+            eglDestroySurface(display, eglCreateWindowSurface(display, config, where, nullptr));
+            glNewList(name, GL_COMPILE);
+            glBitmap(8, 1, 0, 0, 1, 1, bits);
+            glEndList();
+            glBindBuffer(GL_ARRAY_BUFFER, name);
+            glBufferData(GL_ARRAY_BUFFER, 4, bits, GL_STATIC_DRAW);
+            glClear(GL_COLOR_BUFFER_BIT);
+            glCallList(name);
+            glViewport(0, 0, i, 40);
+            glXSwapBuffers(connection, where);
+            glDeleteLists(name, 1);
+            glDeleteBuffers(1, &name);
+        }
+        for (int i = 0; i < 3; ++i) {
+            GLXContext another = glXCreateContext(connection, visual, nullptr, True);
+            glXMakeCurrent(connection, where, another);
+            glXDestroyContext(connection, another);
+            glXSwapBuffers(connection, where);
+        }
+        glXMakeCurrent(connection, None, nullptr);
+        eglTerminate(display);
+        XCloseDisplay(connection);
+    };
+    frame();
+    std::vector<std::thread> started;
+    for (int i = 1; i <= 3; ++i) {
+        const Window made = createWindow(width + 10 * i, height);
+        XMapWindow(dpy, made);
+        XSync(dpy, False);
+        started.emplace_back(work, i == 1 ? nullptr : context, made, GLuint(i));
+    }
+    for (std::thread& thread : started)
+        thread.join();
+    frame();
+    tellError("threads");
 }
 
 // A context that is destroyed while it is current in another thread lives until it is released.
@@ -458,6 +517,7 @@ const struct {
     {"shaders", shaders},   {"forks", forks},       {"figures", figures},
     {"openList", openList}, {"hides", hides},       {"closes", closes},
     {"returns", returns},   {"exits", exits},       {"reconnects", reconnects},
+    {"threads", threads},
 };
 
 } // namespace
