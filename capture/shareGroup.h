@@ -3,6 +3,7 @@
 
 #include "capture/contexts.h"
 
+#include <atomic>
 #include <map>
 #include <mutex>
 
@@ -15,7 +16,7 @@ struct ShareGroup {
     Context* main = nullptr; // the one whose state the wall has
     bool onWall = false;
     unsigned long window = 0; // of the program, which that stands for
-    WindowSize size{};
+    std::atomic<WindowSize> size{}; // read at any time by threads of the group
 
     // What was called before the wall has the context.
     struct Piece {
