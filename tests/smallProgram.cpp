@@ -6,6 +6,10 @@
 #include <GL/glext.h>
 #include <GL/glx.h>
 
+#include <algorithm>
+#include <atomic>
+#include <barrier>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +17,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -264,7 +269,9 @@ void sharing()
 // windows of which another is the largest, connections, drawables, surfaces, texts.
 void threads()
 {
-    const auto work = [](GLXContext shared, Window where, GLuint name) {
+    constexpr int number = 3;
+    std::barrier start(number);
+    const auto work = [&start](GLXContext shared, Window where, GLuint name) {
         Display* const connection = XOpenDisplay(nullptr);
         GLXContext own = glXCreateContext(connection, visual, shared, True);
         const int screen = DefaultScreen(connection);
@@ -275,6 +282,7 @@ void threads()
         EGLConfig config = nullptr;
         eglInitialize(display, nullptr, nullptr);
         eglChooseConfig(display, nullptr, &config, 1, &count);
+        start.arrive_and_wait();
         glXMakeCurrent(connection, where, own);
         const GLubyte bits[4] = {};
         for (int i = 0; i < 60; ++i) {
@@ -284,6 +292,7 @@ void threads()
             eglDestroySurface(display, eglCreateWindowSurface(display, config, where, nullptr));
             glNewList(name, GL_COMPILE);
             glBitmap(8, 1, 0, 0, 1, 1, bits);
+            glCopyPixels(0, 0, 1, 1, GL_COLOR);
             glEndList();
             glBindBuffer(GL_ARRAY_BUFFER, name);
             glBufferData(GL_ARRAY_BUFFER, 4, bits, GL_STATIC_DRAW);
@@ -304,9 +313,8 @@ void threads()
         eglTerminate(display);
         XCloseDisplay(connection);
     };
-    frame();
     std::vector<std::thread> started;
-    for (int i = 1; i <= 3; ++i) {
+    for (int i = 1; i <= number; ++i) {
         const Window made = createWindow(width + 10 * i, height);
         XMapWindow(dpy, made);
         XSync(dpy, False);
@@ -508,6 +516,57 @@ void reconnects()
     tellError("reconnects");
 }
 
+// One thread draws, and waits for the wall perhaps; another asks, and waits for nobody.
+void queries()
+{
+    using Clock = std::chrono::steady_clock;
+    frame();
+    std::atomic<bool> done;
+    std::thread asking([&done] {
+        Display* const connection = XOpenDisplay(nullptr);
+        auto start = Clock::now();
+        GLXContext own = glXCreateContext(connection, visual, nullptr, True);
+        const Pixmap pixmap = XCreatePixmap(connection, window, 8, 8, unsigned(visual->depth));
+        const GLXPixmap where = glXCreateGLXPixmap(connection, visual, pixmap);
+        Clock::duration longest{};
+        do {
+            glXMakeCurrent(connection, where, own);
+            get(GL_MAX_TEXTURE_SIZE);
+            glFlush();
+            glXMakeCurrent(connection, None, nullptr);
+            longest = std::max(longest, Clock::now() - std::exchange(start, Clock::now()));
+        } while (!done);
+        tell("waits", longest > std::chrono::seconds(1));
+    });
+    const std::vector<unsigned char> pixels(std::size_t{4} * width * height);
+    for (int i = 0; i < 100; ++i)
+        glDrawPixels(width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+    done = true;
+    asking.join();
+    frame();
+}
+
+// All files are closed that are not known to be its own, and their numbers are used for others.
+void closesFiles()
+{
+    frame();
+    tell("lowest number", dup(1) - ConnectionNumber(dpy));
+    constexpr int numbers = 1024;
+    for (int fd = 3; fd < numbers; ++fd)
+        if (fd != ConnectionNumber(dpy))
+            close(fd);
+    const int file = fileno(std::tmpfile());
+    for (int fd = 3; fd < numbers - 1; ++fd)
+        if (fd != ConnectionNumber(dpy) && fd != file)
+            dup2(file, fd);
+    for (int i = 0; i < 3; ++i) {
+        glViewport(0, 0, width - i, height);
+        frame();
+    }
+    tell("written", lseek(file, 0, SEEK_END));
+    tellError("frames");
+}
+
 const struct {
     const char* name;
     void (*run)();
@@ -517,7 +576,7 @@ const struct {
     {"shaders", shaders},   {"forks", forks},       {"figures", figures},
     {"openList", openList}, {"hides", hides},       {"closes", closes},
     {"returns", returns},   {"exits", exits},       {"reconnects", reconnects},
-    {"threads", threads},
+    {"threads", threads},   {"queries", queries},   {"closesFiles", closesFiles},
 };
 
 } // namespace
