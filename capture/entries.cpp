@@ -148,6 +148,21 @@ bool isOpenGL(std::string_view name) { return name.starts_with("gl") && !name.st
 
 } // namespace
 
+namespace {
+
+// From the table, or, for all threads alike, from the libraries into it.
+NativeEntry nativeOf(int opcode, const char* name)
+{
+    const std::atomic_ref place(nativeTable[opcode]);
+    NativeEntry native = place.load(std::memory_order_acquire);
+    if (const NativeEntry found = native ? nullptr : nativeByName(name))
+        if (place.compare_exchange_strong(native, found))
+            native = found;
+    return native;
+}
+
+} // namespace
+
 NativeEntry entryFor(const char* name)
 {
     // Where pictures are shown, OpenGL is the node's own.
@@ -164,13 +179,7 @@ NativeEntry entryFor(const char* name)
         return followed ? followed : native;
     }
     const auto& [opcode, entry] = found->second;
-    NativeEntry native = opcode >= 0
-                             ? std::atomic_ref(nativeTable[opcode]).load(std::memory_order_relaxed)
-                             : nullptr;
-    if (!native)
-        native = nativeByName(name);
-    if (opcode >= 0) // another thread writes the same there
-        std::atomic_ref(nativeTable[opcode]).store(native, std::memory_order_relaxed);
+    const NativeEntry native = opcode >= 0 ? nativeOf(opcode, name) : nativeByName(name);
     if (!native)
         return nullptr;
     if (opcode >= 0 && !entry &&
