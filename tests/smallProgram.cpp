@@ -285,14 +285,16 @@ void threads()
         start.arrive_and_wait();
         glXMakeCurrent(connection, where, own);
         const GLubyte bits[4] = {};
-        for (int i = 0; i < 60; ++i) {
-            glXQueryExtensionsString(connection, screen);
-            glGetString(GL_EXTENSIONS);
+        for (int i = 0; i < 25; ++i) {
+            glXDestroyContext(connection, glXCreateContext(connection, visual, nullptr, True));
             glXDestroyPbuffer(connection, glXCreatePbuffer(connection, configs[0], pbufferSize));
             eglDestroySurface(display, eglCreateWindowSurface(display, config, where, nullptr));
             glNewList(name, GL_COMPILE);
             glBitmap(8, 1, 0, 0, 1, 1, bits);
-            glCopyPixels(0, 0, 1, 1, GL_COLOR);
+            for (int again = 0; again < 20; ++again) {
+                glGetString(GL_EXTENSIONS);
+                glCopyPixels(0, 0, 1, 1, GL_COLOR);
+            }
             glEndList();
             glBindBuffer(GL_ARRAY_BUFFER, name);
             glBufferData(GL_ARRAY_BUFFER, 4, bits, GL_STATIC_DRAW);
