@@ -256,9 +256,9 @@ void installArrays()
           {Op::glDisableVertexAttribArrayARB, "glDisableVertexAttribArrayARB"}})
         if (!nativeTable[indexOf(op)])
             nativeTable[indexOf(op)] = nativeByName(name);
-    installOther("glVertexAttribPointer", vertexAttribPointer);
-    installOther("glEnableVertexAttribArray", enableAttribute<Op::glEnableVertexAttribArrayARB>);
-    installOther("glDisableVertexAttribArray", enableAttribute<Op::glDisableVertexAttribArrayARB>);
+    installOther<vertexAttribPointer>("glVertexAttribPointer");
+    installOther<enableAttribute<Op::glEnableVertexAttribArrayARB>>("glEnableVertexAttribArray");
+    installOther<enableAttribute<Op::glDisableVertexAttribArrayARB>>("glDisableVertexAttribArray");
     install<Op::glEnableVertexAttribArrayARB>(enableAttribute<Op::glEnableVertexAttribArrayARB>);
     install<Op::glDisableVertexAttribArrayARB>(enableAttribute<Op::glDisableVertexAttribArrayARB>);
     install<Op::glEnableClientState>(enableArray<Op::glEnableClientState>);

@@ -218,6 +218,7 @@ const std::vector<unsigned char>& contentsOf(const BufferPointer& object)
 {
     if (canAsk() && mustReadBack(*object)) {
         const GLuint bound = client().arrayBuffer ? client().arrayBuffer->name : 0;
+        tell(Reason::readBack);
         NODES(glBindBuffer)(GL_ARRAY_BUFFER, object->name);
         const GLint size = sizeOf(GL_ARRAY_BUFFER);
         object->bytes.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
@@ -236,27 +237,33 @@ const void* unpackSource(const void* pointer, std::int64_t bytes)
     const std::vector<unsigned char>& contents = contentsOf(buffer);
     const auto offset = reinterpret_cast<std::uintptr_t>(pointer);
     const auto wanted = static_cast<std::uint64_t>(bytes);
-    return bytes >= 0 && offset <= contents.size() && wanted <= contents.size() - offset
-               ? contents.data() + offset
-               : nullptr;
+    if (bytes >= 0 && offset <= contents.size() && wanted <= contents.size() - offset)
+        return contents.data() + offset;
+    tell(Reason::beyondBuffer);
+    return nullptr;
 }
 
 void installBufferObjects()
 {
-    for (const char* suffix : {"", "ARB"}) {
-        const auto name = [suffix](const char* stem) { return std::string(stem) + suffix; };
-        installOther(name("glBindBuffer"), bindBuffer);
-        installOther(name("glBufferData"), bufferData);
-        installOther(name("glBufferSubData"), bufferSubData);
-        installOther(name("glMapBuffer"), mapBuffer);
-        installOther(name("glUnmapBuffer"), unmapBuffer);
-        installOther(name("glDeleteBuffers"), deleteBuffers);
-        for (const char* nodesOwn :
-             {"glGenBuffers", "glIsBuffer", "glGetBufferSubData", "glGetBufferParameteriv",
-              "glGetBufferPointerv", "glGenQueries", "glDeleteQueries", "glIsQuery", "glBeginQuery",
-              "glEndQuery", "glGetQueryiv", "glGetQueryObjectiv", "glGetQueryObjectuiv"})
-            installOther(name(nodesOwn), NativeEntry{});
+    const auto install = []<auto * entry>(const char* core, const char* extension)
+    {
+        installOther<entry>(core);
+        installOther<entry>(extension);
+    };
+#define WITH_ARB(name, entry) install.operator()<entry>(name, name "ARB")
+    WITH_ARB("glBindBuffer", bindBuffer);
+    WITH_ARB("glBufferData", bufferData);
+    WITH_ARB("glBufferSubData", bufferSubData);
+    WITH_ARB("glMapBuffer", mapBuffer);
+    WITH_ARB("glUnmapBuffer", unmapBuffer);
+    WITH_ARB("glDeleteBuffers", deleteBuffers);
+    installOther<bufferStorage>("glBufferStorage");
+    installOther<mapBufferRange>("glMapBufferRange");
+    for (const std::string name :
+         {"glGenBuffers", "glIsBuffer", "glGetBufferSubData", "glGetBufferParameteriv",
+          "glGetBufferPointerv", "glGenQueries", "glDeleteQueries", "glIsQuery", "glBeginQuery",
+          "glEndQuery", "glGetQueryiv", "glGetQueryObjectiv", "glGetQueryObjectuiv"}) {
+        installOther(name.c_str());
+        installOther((name + "ARB").c_str());
     }
-    installOther("glBufferStorage", bufferStorage);
-    installOther("glMapBufferRange", mapBufferRange);
 }

@@ -1,5 +1,6 @@
 #include "capture/connections.h"
 #include "capture/contexts.h"
+#include "capture/entered.h"
 
 #include <mutex>
 #include <set>
@@ -15,6 +16,7 @@ auto& watched = *new std::set<const Display*>;
 
 int closes(Display* dpy, XExtCodes*)
 {
+    const Entered entered("XCloseDisplay");
     {
         const std::lock_guard lock(watchedLock);
         watched.erase(dpy);

@@ -1,17 +1,16 @@
 #include "capture/contexts.h"
 #include "capture/connections.h"
 #include "capture/entries.h"
+#include "capture/reasons.h"
 #include "capture/shownWindow.h"
 #include "capture/stream.h"
 #include "capture/windows.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include <unistd.h>
@@ -20,8 +19,6 @@ using Clock = std::chrono::steady_clock;
 
 static constinit Tape idleTape;
 constinit thread_local Tape* currentTape = &idleTape;
-
-std::mutex streamLock;
 
 namespace {
 
@@ -37,8 +34,10 @@ auto& retired = *new std::vector<std::unique_ptr<Context>>; // destroyed, but cu
 
 Context& currentContext()
 {
-    static Context none{};
-    return current ? *current : none;
+    thread_local Context* none; // never destroyed: it may be asked for until the thread is gone
+    if (!current && !none)
+        none = new Context{};
+    return current ? *current : *none;
 }
 
 bool hasContext() { return current; }
@@ -46,7 +45,7 @@ bool hasContext() { return current; }
 void addContext(NewContext created)
 {
     watchConnection(created.dpy);
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     const auto found = contexts.find(created.shared);
     ShareGroup* group = found != contexts.end() ? found->second->group : new ShareGroup{};
     ++group->members;
@@ -126,7 +125,7 @@ void retire(std::unique_ptr<Context> context)
 
 void connectionIsGone(const Display* dpy)
 {
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     for (auto one = contexts.begin(); one != contexts.end();) {
         if (one->second->dpy != dpy) {
             ++one;
@@ -142,7 +141,7 @@ void connectionIsGone(const Display* dpy)
 
 void removeContext(NativeContext native)
 {
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     const auto found = contexts.find(native);
     if (found == contexts.end())
         return;
@@ -156,13 +155,8 @@ void turnToPictures(const char* function)
         return;
     Context& c = *current;
     {
-        const std::lock_guard lock(streamLock);
-        static bool said;
-        if (!std::exchange(said, true))
-            std::fprintf(stderr,
-                         "MOSA: capture: the program uses %s, which the wall's calls do not have: "
-                         "it is shown by its finished pictures from here on\n",
-                         function);
+        const StreamLock lock;
+        tell(Reason::turnsToPictures, function);
         c.inList = false;
         passOnTape(c, false);
         // A new context on the wall, whose state nothing has changed.
@@ -183,36 +177,61 @@ void leaveContext(NativeContext next, unsigned long window)
         return;
     if (current->inList) // what there is of the list waits for the rest
         return;
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     passOnTape(*current, false);
 }
 
+namespace {
+
+// Decides anew whether the current context's window is shown, once the wall has answered where that
+// is needed.
+void reconsiderCurrent()
+{
+    for (;;) {
+        {
+            const StreamLock lock;
+            if (reconsider(*current))
+                return;
+        }
+        connectToWall();
+    }
+}
+
+// What was current in this thread is so no more.
+void release(Context& c, NativeContext next)
+{
+    c.window = 0;
+    c.isCurrent = false;
+    if (c.destroyed && c.native != next) {
+        forget(c);
+        std::erase_if(retired, [&c](const auto& other) { return other.get() == &c; });
+    }
+}
+
+} // namespace
+
 void contextIsCurrent(NativeContext native, unsigned long window)
 {
-    if (current && current->native == native && current->window == window && !current->destroyed) {
-        reconsiderWindow();
-        return;
-    }
-    const std::lock_guard lock(streamLock);
-    if (Context* before = current) {
-        before->window = 0;
-        before->isCurrent = false;
-        if (before->destroyed && before->native != native) {
-            forget(*before);
-            std::erase_if(retired, [before](const auto& c) { return c.get() == before; });
+    {
+        const StreamLock lock;
+        const bool same = current && current->native == native && current->window == window &&
+                          !current->destroyed;
+        if (!same) {
+            if (current)
+                release(*current, native);
+            const auto found = contexts.find(native);
+            current = native && found != contexts.end() ? found->second.get() : nullptr;
+            currentTape = current ? &current->tape : &idleTape;
+            if (current) {
+                current->isCurrent = true;
+                if (std::exchange(current->lastWindow, window) != window)
+                    current->hiddenFrames = 0;
+                current->window = window;
+            }
         }
     }
-    const auto found = contexts.find(native);
-    current = native && found != contexts.end() ? found->second.get() : nullptr;
-    currentTape = current ? &current->tape : &idleTape;
-    if (!current)
-        return;
-    current->isCurrent = true;
-    if (std::exchange(current->lastWindow, window) != window)
-        current->hiddenFrames = 0;
-    current->window = window;
-    reconsider(*current);
-    setEnds(*current);
+    if (current)
+        reconsiderCurrent();
 }
 
 // ---- Tapes and frames --------------------------------------------------------------------------
@@ -226,7 +245,7 @@ bool makeRoom(Tape& tape, Effect effect, std::int64_t bytes)
     };
     if (!wanted() || !current || bytes < 0)
         return false;
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     const auto size = static_cast<std::size_t>(bytes);
     const bool fits = size <= tape.room - static_cast<std::size_t>(tape.at - tape.begin);
     if (fits && (current->ownTape.begin || current->inList))
@@ -246,36 +265,64 @@ void updateRecording()
 {
     if (!current)
         return;
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     setEnds(*current);
 }
+
+namespace {
+
+// The connection of a context whose window may be about to be mapped; null: it is settled.
+Display* undecidedConnection(const Context& c)
+{
+    const StreamLock lock;
+    return isUndecided(c) && !isShown(c) ? c.dpy : nullptr;
+}
+
+// A frame that is not seen.
+void leaveFrame(Context& c)
+{
+    const StreamLock lock;
+    if (!c.inList && (contexts.size() > 1 || !isShown(c)))
+        passOnTape(c, false);
+    if (isUndecided(c)) {
+        ++c.hiddenFrames;
+        dropDraws(*c.group, c);
+    }
+    if (!isShown(c))
+        tell(Reason::hiddenFrame);
+    setEnds(c);
+}
+
+// Where the frame goes on the wall; 0: nowhere. Its picture is recorded from here on.
+std::uint32_t beginFrame(Context& c)
+{
+    const StreamLock lock;
+    if (!isShown(c) || c.inList)
+        return 0;
+    beginPicture(c);
+    return c.group->wallWindow;
+}
+
+} // namespace
 
 void endFrame(bool swap)
 {
     if (!current || !capturing)
         return;
     Context& c = *current;
-    if (isUndecided(c) && c.dpy && !isShown(c))
-        XSync(c.dpy, False); // the window may be about to be mapped
+    if (Display* const connection = undecidedConnection(c))
+        XSync(connection, False);
     reconsiderWindow();
-    if (!isShown(c) || c.inList) {
-        passOn();
-        const std::lock_guard lock(streamLock);
-        if (isUndecided(c)) {
-            ++c.hiddenFrames;
-            dropDraws(*c.group, c);
-        }
-        setEnds(c);
-        return;
-    }
-    beginPicture(c);
+    const std::uint32_t wallWindow = beginFrame(c);
+    if (wallWindow == 0)
+        return leaveFrame(c);
     if (c.asPicture)
         recordPicture(c.picture, !swap);
     if (swap || c.asPicture)
         record<Op::glXSwapBuffers, Effect::draws>(asParameter<Display*>(wallDisplay),
-                                                  GLXDrawable{c.group->wallWindow});
+                                                  GLXDrawable{wallWindow});
     {
-        const std::lock_guard lock(streamLock);
+        const StreamLock lock;
         // A program that flushes after every stroke is not held back at each.
         static Clock::time_point last;
         constexpr auto shortest = std::chrono::milliseconds(15);
@@ -285,7 +332,7 @@ void endFrame(bool swap)
         passOnTape(c, due && c.tape.at > c.tape.begin);
     }
     waitForFrames(); // without the lock: other threads draw on
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     setEnds(c);
     if (swap || c.asPicture)
         recordMarginsOfFrame(c);
@@ -307,22 +354,24 @@ void passOn()
 {
     if (!current || !capturing || current->inList)
         return;
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     if (contexts.size() > 1 || !isShown(*current))
         passOnTape(*current, false);
 }
 
 void reconsiderWindow()
 {
-    if (!current || !capturing)
-        return;
-    const std::lock_guard lock(streamLock);
-    reconsider(*current);
+    if (current && capturing)
+        reconsiderCurrent();
 }
 
-bool isOnWall() { return current && isShown(*current); }
+bool isOnWall()
+{
+    const StreamLock lock;
+    return current && isShown(*current);
+}
 
-WindowSize currentWindowSize() { return current ? current->group->size : WindowSize{}; }
+WindowSize currentWindowSize() { return current ? current->group->size.load() : WindowSize{}; }
 
 // ---- Lists -------------------------------------------------------------------------------------
 
@@ -330,7 +379,7 @@ void beginListTape(GLuint list, GLenum mode)
 {
     if (!current)
         return;
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     passOnTape(*current, false);
     current->inList = true;
     current->list = list;
@@ -343,7 +392,7 @@ bool endListTape(std::vector<unsigned char>& records)
 {
     if (!current)
         return true;
-    const std::lock_guard lock(streamLock);
+    const StreamLock lock;
     Context& c = *current;
     const bool whole = !c.listPassedOn;
     if (whole) {

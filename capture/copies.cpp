@@ -53,8 +53,12 @@ template <Op op, class... Scalars>
 bool recordCopy(const Pixels& as, GLint x, GLint y, GLsizei width, GLsizei height,
                 Scalars... scalars)
 {
-    if (!isRecorded<Effect::defines>() || currentContext().inList || !canAsk())
+    if (!isRecorded<Effect::defines>() || !canAsk())
         return false;
+    if (currentContext().inList) {
+        tell(Reason::copyInList);
+        return false;
+    }
     if (width <= 0 || height <= 0)
         return true;
     const std::vector<unsigned char> pixels =
@@ -118,6 +122,8 @@ void copyPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum type)
                       : type == GL_DEPTH ? Pixels{GL_DEPTH_COMPONENT, GL_FLOAT, 4}
                                          : Pixels{GL_STENCIL_INDEX, GL_UNSIGNED_BYTE, 1};
     const bool known = type == GL_COLOR || type == GL_DEPTH || type == GL_STENCIL;
+    if (isRecorded<Effect::draws>() && currentContext().inList)
+        tell(Reason::copyInList);
     if (known && isRecorded<Effect::draws>() && !currentContext().inList && canAsk()) {
         if (width > 0 && height > 0)
             atRasterPosition(false, [&] {

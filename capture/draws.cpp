@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <cstdio>
 #include <limits>
 
 namespace {
@@ -267,6 +265,7 @@ void recordArrays(const Elements& elements)
 
 void recordAsCalls(GLenum mode, const Elements& elements)
 {
+    tell(Reason::asCalls);
     draw<Op::glBegin>(mode);
     for (GLsizei i = 0; i < elements.count; ++i)
         recordElement(elements.indices ? elements.indices[i] : elements.first + i);
@@ -276,7 +275,6 @@ void recordAsCalls(GLenum mode, const Elements& elements)
 // Makes the enabled arrays ready to be read. False where one is of a type that the wire lacks.
 bool areReadable()
 {
-    static std::atomic<bool> said;
     const auto isReady = [](const ClientArrayState& array) {
         if (array.enabled && array.buffer)
             contentsOf(array.buffer);
@@ -285,10 +283,8 @@ bool areReadable()
     const ClientVertexState& now = client();
     const bool ready = std::all_of(std::begin(now.arrays), std::end(now.arrays), isReady) &&
                        std::all_of(std::begin(now.attributes), std::end(now.attributes), isReady);
-    if (!ready && !said.exchange(true))
-        std::fputs("MOSA: capture: an array of a type that the wall does not know: what is drawn "
-                   "from it is not on the wall\n",
-                   stderr);
+    if (!ready)
+        tell(Reason::unknownArray);
     return ready;
 }
 
@@ -349,7 +345,7 @@ void recordDrawElements(GLenum mode, GLsizei count, GLenum type, const void* ind
         const auto bytes =
             static_cast<std::size_t>(count) * static_cast<std::size_t>(elementBytes(type));
         if (offset > contents.size() || bytes > contents.size() - offset)
-            return;
+            return tell(Reason::beyondBuffer);
         indices = contents.data() + offset;
     }
     if (!indices)
@@ -368,7 +364,9 @@ void arrayElement(GLint i)
 {
     const bool readable = std::ranges::all_of(
         client().arrays, [](const ClientArrayState& a) { return !a.enabled || a.readable; });
-    if (isRecorded<Effect::draws>() && i >= 0 && readable)
+    if (!readable)
+        tell(Reason::unknownArray);
+    else if (isRecorded<Effect::draws>() && i >= 0)
         recordElement(i);
     callNative<Op::glArrayElement>(i);
 }

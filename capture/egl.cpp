@@ -260,19 +260,19 @@ NativeEntry getProcAddress(const char* name) { return entryFor(name); }
 
 void installEgl()
 {
-    installOther("eglGetDisplay", getDisplay);
-    installOther("eglGetPlatformDisplay", getPlatformDisplay);
-    installOther("eglGetPlatformDisplayEXT", getPlatformDisplayEXT);
-    installOther("eglCreateWindowSurface", createWindowSurface);
-    installOther("eglCreatePlatformWindowSurface", createPlatformWindowSurface);
-    installOther("eglCreatePlatformWindowSurfaceEXT", createPlatformWindowSurfaceEXT);
-    installOther("eglDestroySurface", destroySurface);
-    installOther("eglCreateContext", createContext);
-    installOther("eglDestroyContext", destroyContext);
-    installOther("eglMakeCurrent", makeCurrent);
-    installOther("eglReleaseThread", releaseThread);
-    installOther("eglSwapBuffers", swapBuffers);
-    installOther("eglSwapBuffersWithDamageKHR", swapBuffersWithDamage<0>);
-    installOther("eglSwapBuffersWithDamageEXT", swapBuffersWithDamage<1>);
-    installOther("eglGetProcAddress", getProcAddress);
+    installOther<getDisplay>("eglGetDisplay");
+    installOther<getPlatformDisplay>("eglGetPlatformDisplay");
+    installOther<getPlatformDisplayEXT>("eglGetPlatformDisplayEXT");
+    installOther<createWindowSurface>("eglCreateWindowSurface");
+    installOther<createPlatformWindowSurface>("eglCreatePlatformWindowSurface");
+    installOther<createPlatformWindowSurfaceEXT>("eglCreatePlatformWindowSurfaceEXT");
+    installOther<destroySurface>("eglDestroySurface");
+    installOther<createContext>("eglCreateContext");
+    installOther<destroyContext>("eglDestroyContext");
+    installOther<makeCurrent>("eglMakeCurrent");
+    installOther<releaseThread>("eglReleaseThread");
+    installOther<swapBuffers>("eglSwapBuffers");
+    installOther<swapBuffersWithDamage<0>>("eglSwapBuffersWithDamageKHR");
+    installOther<swapBuffersWithDamage<1>>("eglSwapBuffersWithDamageEXT");
+    installOther<getProcAddress>("eglGetProcAddress");
 }

@@ -4,14 +4,12 @@
 #include "capture/outside.h"
 #include "capture/stream.h"
 
-#include <cstdio>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 
 NativeEntry installed[operationCount];
 
@@ -62,6 +60,8 @@ struct Entry<op, sent, R(P...)> {
     {
         if (canBeSent(Layout<sent>{}, p...))
             record<sent, effectOf<sent>>(p...);
+        else
+            tell(Reason::unknownParameter);
         return callNative<op>(p...);
     }
 };
@@ -101,6 +101,17 @@ std::unordered_map<std::string, Known>& known()
     return all;
 }
 
+template <Op op>
+void fillOperation(const char* name)
+{
+    NativeEntry& entry = installed[indexOf(op)];
+    if (!entry)
+        entry = entryOf<op>();
+    if constexpr (requires { typename PrototypeOf<op>::Type; })
+        entry = around<op, Prototype<op>>(name, entry);
+    known()[name] = {indexOf(op), entry};
+}
+
 void fillKnown()
 {
     installArrays();
@@ -113,27 +124,17 @@ void fillKnown()
     installCopies();
     installGlx();
     installEgl();
-#define OPERATION(number, name, ...)                                                               \
-    known()[#name] = {number, installed[number] ? installed[number] : entryOf<Op::name>()};
+#define OPERATION(number, name, ...) fillOperation<Op::name>(#name);
 #define BY_HAND OPERATION
 #define UNPERFORMED OPERATION
 #include "wire/operations.def"
-}
-
-void sayUnseen(const char* name)
-{
-    static std::mutex lock;
-    static auto& said = *new std::unordered_set<std::string>;
-    const std::lock_guard guard(lock);
-    if (said.insert(name).second)
-        std::fprintf(stderr, "MOSA: capture: %s: the wall does not see it\n", name);
 }
 
 void missing() {}
 
 } // namespace
 
-void installOther(const std::string& name, NativeEntry entry) { known()[name] = {-1, entry}; }
+void installOther(const char* name, NativeEntry entry) { known()[name] = {-1, entry}; }
 
 namespace {
 
@@ -144,6 +145,21 @@ bool endsFrames(std::string_view name)
 }
 
 bool isOpenGL(std::string_view name) { return name.starts_with("gl") && !name.starts_with("glX"); }
+
+} // namespace
+
+namespace {
+
+// From the table, or, for all threads alike, from the libraries into it.
+NativeEntry nativeOf(int opcode, const char* name)
+{
+    const std::atomic_ref place(nativeTable[opcode]);
+    NativeEntry native = place.load(std::memory_order_acquire);
+    if (const NativeEntry found = native ? nullptr : nativeByName(name))
+        if (place.compare_exchange_strong(native, found))
+            native = found;
+    return native;
+}
 
 } // namespace
 
@@ -163,13 +179,12 @@ NativeEntry entryFor(const char* name)
         return followed ? followed : native;
     }
     const auto& [opcode, entry] = found->second;
-    NativeEntry native = opcode >= 0 ? nativeTable[opcode] : nullptr;
-    if (!native)
-        native = nativeByName(name);
-    if (opcode >= 0)
-        nativeTable[opcode] = native;
+    const NativeEntry native = opcode >= 0 ? nativeOf(opcode, name) : nativeByName(name);
     if (!native)
         return nullptr;
+    if (opcode >= 0 && !entry &&
+        rowOf(Op{static_cast<std::uint16_t>(opcode)}).effect != Effect::own)
+        tell(Reason::notOnWire, name);
     return entry ? entry : native;
 }
 
@@ -183,6 +198,7 @@ ExportedCall callOfExport(const char* name, std::uintptr_t first, std::uintptr_t
     const NativeEntry native = nativeByName(name);
     if (!native)
         return {missing, true};
+    const Entered entered(name);
     const OutsideRow row = outsideOf(name);
     if (row.what == Outside::harmless)
         return {native, true};
@@ -194,7 +210,7 @@ ExportedCall callOfExport(const char* name, std::uintptr_t first, std::uintptr_t
                         static_cast<std::uint32_t>(row.argument == 0 ? first : second) == 0;
     if (!isZero && canAsk() && !currentContext().asPicture) {
         if (captureOptions.showing == Showing::calls)
-            sayUnseen(name);
+            tell(Reason::unseen, name);
         else
             turnToPictures(name);
     }

@@ -2,11 +2,10 @@
 // writes its record and then calls the node's own function.
 #pragma once
 
-#include "capture/native.h"
+#include "capture/entered.h"
 #include "capture/rows.h"
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 /// The entry that the program gets for a name. Null where the node has none; with --calls also
@@ -36,12 +35,13 @@ void install(Prototype<op>* entry)
     installed[indexOf(op)] = reinterpret_cast<NativeEntry>(entry);
 }
 
-/// The same for what is no operation of the wire. A null entry: the node's own.
-void installOther(const std::string& name, NativeEntry entry);
-template <class F>
-void installOther(const std::string& name, F* entry)
+/// The same for what is no operation of the wire. Without an entry: the node's own.
+void installOther(const char* name, NativeEntry entry = {});
+template <auto* entry>
+void installOther(const char* name)
 {
-    installOther(name, reinterpret_cast<NativeEntry>(entry));
+    installOther(name, around<entry, std::remove_pointer_t<decltype(entry)>>(
+                           name, reinterpret_cast<NativeEntry>(entry)));
 }
 void installArrays();
 void installBufferObjects();

@@ -3,6 +3,7 @@
 // place that finds out what the name stands for (x86-64).
 #include "capture/entries.h"
 
+#include <atomic>
 #include <iterator>
 #include <unordered_map>
 
@@ -28,8 +29,8 @@ extern "C" {
 resolveExport(unsigned long number, std::uintptr_t first, std::uintptr_t second)
 {
     const auto [entry, always] = callOfExport(exportNames[number], first, second);
-    if (always)
-        exportSlots[number] = entry;
+    if (always) // another thread may do the same; the jumps read it whole
+        std::atomic_ref(exportSlots[number]).store(entry, std::memory_order_relaxed);
     return entry;
 }
 

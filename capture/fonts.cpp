@@ -101,11 +101,13 @@ void useXFont(Font id, int first, int count, int listBase)
     callNative<Op::glXUseXFont>(id, first, count, listBase);
     Display* dpy = currentContext().dpy;
     constexpr int mostGlyphs = 4096;
-    if (!dpy || !isRecorded<Effect::defines>() || first < 0 || count < 1 || count > mostGlyphs)
+    if (!isRecorded<Effect::defines>() || first < 0 || count < 1)
         return;
-    XFontStruct* const font = XQueryFont(dpy, id);
+    if (count > mostGlyphs)
+        return tell(Reason::fontTooLarge);
+    XFontStruct* const font = dpy ? XQueryFont(dpy, id) : nullptr;
     if (!font)
-        return;
+        return tell(Reason::noFont);
     constexpr int widest = 32767; // of a pixmap
     const int atOnce = std::max(1, widest / cellWidthOf(*font));
     Sheet sheet{};

@@ -269,13 +269,13 @@ void installGlx()
     install<Op::glXCreateContext>(createContext);
     install<Op::glXCreateNewContext>(createNewContext);
     install<Op::glXCreateContextWithConfigSGIX>(createContextWithConfig);
-    installOther("glXCreateContextAttribsARB", createContextAttribs);
+    installOther<createContextAttribs>("glXCreateContextAttribsARB");
     install<Op::glXDestroyContext>(destroyContext);
     install<Op::glXMakeCurrent>(glxMakeCurrent);
     install<Op::glXMakeContextCurrent>(makeContextCurrent<Op::glXMakeContextCurrent>);
     install<Op::glXMakeCurrentReadSGI>(makeContextCurrent<Op::glXMakeCurrentReadSGI>);
     install<Op::glXSwapBuffers>(swapBuffers);
-    installOther("glXSwapBuffersMscOML", swapBuffersMsc);
+    installOther<swapBuffersMsc>("glXSwapBuffersMscOML");
     install<Op::glXCreateWindow>(createWindow);
     install<Op::glXDestroyWindow>(destroyWindow);
     install<Op::glXCreatePbuffer>(

@@ -1,6 +1,7 @@
 // Records of operations that take pixels.
 #pragma once
 
+#include "capture/reasons.h"
 #include "capture/rows.h"
 
 /// Records an operation with `bytes` bytes of pixels, which `fill` writes to the place that it is
@@ -15,7 +16,9 @@ void recordPixels(std::int64_t bytes, bool none, Fill fill, Scalars... scalars)
     constexpr int countAt = opcodeBytes + S::scalarBytes;
     constexpr int head = countAt + (flagged ? 8 : 4);
     Tape& tape = *currentTape;
-    if (bytes < 0 || bytes > INT32_MAX - head || !hasRoomForBlock<effectOf<op>>(tape, head + bytes))
+    if (bytes > INT32_MAX - head)
+        return tell(Reason::imageTooLarge);
+    if (bytes < 0 || !hasRoomForBlock<effectOf<op>>(tape, head + bytes))
         return;
     store(tape.at, static_cast<std::uint16_t>(op));
     encoding::storeScalars<F, S::scalars>(tape.at + opcodeBytes, std::tuple(scalars...));

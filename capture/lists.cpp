@@ -2,16 +2,18 @@
 #include "capture/contexts.h"
 #include "capture/native.h"
 #include "capture/raster.h"
+#include "capture/reasons.h"
 #include "capture/rows.h"
 #include "wire/sizes.h"
 
+#include <algorithm>
+#include <memory>
 #include <mutex>
 
 namespace {
 
-// Held while lists are looked at; makeRoom's lock may be taken meanwhile, never the other way
-// round.
-std::mutex listsLock;
+std::mutex listsLock; // guards the lists of all groups, not what they consist of
+using Records = std::shared_ptr<const std::vector<unsigned char>>;
 
 constexpr int mostDepth = 64; // of calls, as OpenGL has it
 
@@ -107,7 +109,7 @@ bool isExpanded(const KeptLists& lists, GLuint list, GLuint base, int depth = 0)
     if (found->second.placed)
         return true;
     bool expanded = false;
-    eachRecord(found->second.records, [&](int opcode, const char* at, std::int64_t) {
+    eachRecord(*found->second.records, [&](int opcode, const char* at, std::int64_t) {
         const Op op{static_cast<std::uint16_t>(opcode)};
         if (op == Op::glListBase)
             base = load<GLuint>(at + opcodeBytes);
@@ -118,39 +120,55 @@ bool isExpanded(const KeptLists& lists, GLuint list, GLuint base, int depth = 0)
     return expanded;
 }
 
-void recordBytes(const char* at, std::int64_t bytes)
-{
-    Tape& tape = *currentTape;
-    if (bytes == 0 || !hasRoom<Effect::draws>(tape, bytes))
-        return;
-    std::memcpy(tape.at, at, static_cast<std::size_t>(bytes));
-    tape.at += bytes;
-}
+// What calls come to: parts of lists that are kept, and, without any, calls of others.
+struct Part {
+    Records of;
+    const char* at = nullptr;
+    std::int64_t bytes = 0;
+    GLuint list = 0;
+};
+using Parts = std::vector<Part>;
 
-// One call of a list, in whichever way; the base is that of the moment.
-void call(const KeptLists& lists, GLuint list, GLuint& base, int depth)
+// Adds one call of a list, in whichever way; the base is that of the moment.
+void addCall(Parts& parts, const KeptLists& lists, GLuint list, GLuint& base, int depth = 0)
 {
     if (!isExpanded(lists, list, base, depth)) {
-        record<Op::glCallList, Effect::draws>(list);
+        parts.push_back({.of = {}, .list = list});
         return;
     }
     if (depth >= mostDepth)
         return;
-    currentContext().client.knownOnWall = 0;
-    const std::vector<unsigned char>& records = lists.at(list).records;
-    const char* from = reinterpret_cast<const char*>(records.data()); // not recorded yet
-    eachRecord(records, [&](int opcode, const char* at, std::int64_t bytes) {
+    const Records& records = lists.at(list).records;
+    const char* from = reinterpret_cast<const char*>(records->data()); // not added yet
+    const char* const end = from + records->size();
+    eachRecord(*records, [&](int opcode, const char* at, std::int64_t bytes) {
         const Op op{static_cast<std::uint16_t>(opcode)};
         if (op == Op::glListBase)
             base = load<GLuint>(at + opcodeBytes);
         if (op != Op::glCallList && op != Op::glCallLists)
             return;
-        recordBytes(from, at - from);
+        parts.push_back({records, from, at - from});
         from = at + bytes;
         for (const GLuint name : namesCalled(op, at, base))
-            call(lists, name, base, depth + 1);
+            addCall(parts, lists, name, base, depth + 1);
     });
-    recordBytes(from, reinterpret_cast<const char*>(records.data()) + records.size() - from);
+    parts.push_back({records, from, end - from});
+}
+
+// Records them, without the lock, for the wall may have to be waited for.
+void recordParts(const Parts& parts)
+{
+    for (const Part& part : parts) {
+        Tape& tape = *currentTape;
+        if (!part.of)
+            record<Op::glCallList, Effect::draws>(part.list);
+        else if (part.bytes > 0 && hasRoom<Effect::draws>(tape, part.bytes)) {
+            std::memcpy(tape.at, part.at, static_cast<std::size_t>(part.bytes));
+            tape.at += part.bytes;
+        }
+        if (part.of)
+            currentContext().client.knownOnWall = 0;
+    }
 }
 
 thread_local struct {
@@ -178,11 +196,11 @@ void endList()
         return;
     }
     currentContext().client.knownOnWall = 0;
-    const std::lock_guard lock(listsLock);
-    KeptLists& lists = keptLists();
     const Contents contents = contentsOf(records, compiled.projection);
-    Tape& tape = *currentTape;
-    if (!contents.placed) {
+    if (contents.placed)
+        tell(Reason::placedList);
+    else {
+        Tape& tape = *currentTape;
         const auto size = static_cast<std::int64_t>(records.size());
         record<Op::glNewList, Effect::defines>(compiled.list, GLenum{GL_COMPILE});
         if (size > 0 && hasRoom<Effect::defines>(tape, size)) {
@@ -191,64 +209,83 @@ void endList()
         }
         record<Op::glEndList, Effect::defines>();
     }
-    if (contents.placed || contents.calls)
-        lists[compiled.list] = {std::move(records), contents.placed, contents.bitmapsOnly};
-    else
-        lists.erase(compiled.list);
-    if (executes && isRecorded<Effect::draws>()) {
-        GLuint base = listBase();
-        call(lists, compiled.list, base, 0);
+    Parts parts;
+    const bool calls = executes && isRecorded<Effect::draws>();
+    GLuint base = calls ? listBase() : 0;
+    {
+        const std::lock_guard lock(listsLock);
+        KeptLists& lists = keptLists();
+        if (contents.placed || contents.calls)
+            lists[compiled.list] = {
+                std::make_shared<const std::vector<unsigned char>>(std::move(records)),
+                contents.placed, contents.bitmapsOnly};
+        else
+            lists.erase(compiled.list);
+        if (calls)
+            addCall(parts, lists, compiled.list, base);
     }
+    recordParts(parts);
 }
+
+namespace {
+
+// Records calls of lists some of which are to be sent in their parts. False when none is.
+bool recordKept(const std::vector<GLuint>& called, GLuint base)
+{
+    Parts parts;
+    bool glyphs = true;
+    {
+        const std::lock_guard lock(listsLock);
+        const KeptLists& lists = keptLists();
+        if (std::ranges::none_of(called,
+                                 [&](GLuint name) { return isExpanded(lists, name, base); }))
+            return false;
+        for (const GLuint name : called) {
+            const auto found = lists.find(name);
+            glyphs &= found == lists.end() || found->second.bitmapsOnly;
+            addCall(parts, lists, name, base);
+        }
+    }
+    if (glyphs)
+        atRasterPosition(true, [&] { recordParts(parts); });
+    else
+        recordParts(parts);
+    return true;
+}
+
+bool areKept()
+{
+    const std::lock_guard lock(listsLock);
+    return !keptLists().empty();
+}
+
+bool isKept(GLuint list)
+{
+    const std::lock_guard lock(listsLock);
+    return keptLists().contains(list);
+}
+
+} // namespace
 
 void recordCallList(GLuint list)
 {
     if (!isRecorded<Effect::draws>())
         return;
-    if (currentContext().inList)
-        return record<Op::glCallList, Effect::draws>(list);
-    const std::lock_guard lock(listsLock);
-    const KeptLists& lists = keptLists();
-    if (!lists.contains(list))
-        return record<Op::glCallList, Effect::draws>(list);
-    GLuint base = listBase();
-    const auto callIt = [&] { call(lists, list, base, 0); };
-    if (lists.at(list).bitmapsOnly)
-        atRasterPosition(true, callIt);
-    else
-        callIt();
+    if (currentContext().inList || !isKept(list) || !recordKept({list}, listBase()))
+        record<Op::glCallList, Effect::draws>(list);
 }
 
 void recordCallLists(GLsizei n, GLenum type, const void* lists)
 {
     if (n <= 0 || !lists || !isRecorded<Effect::draws>())
         return;
-    const Block names{lists, static_cast<int>(listNameBytes(n, type))};
-    if (currentContext().inList)
-        return record<Op::glCallLists, Effect::draws>(n, type, names);
-    const std::lock_guard lock(listsLock);
-    const KeptLists& kept = keptLists();
-    if (kept.empty())
-        return record<Op::glCallLists, Effect::draws>(n, type, names);
-    GLuint base = listBase();
-    const std::vector<GLuint> called = namesOf(base, n, type, lists);
-    const bool any = std::any_of(called.begin(), called.end(), [&](GLuint name) {
-        return kept.contains(name) && isExpanded(kept, name, base);
-    });
-    if (!any)
-        return record<Op::glCallLists, Effect::draws>(n, type, names);
-    const auto callAll = [&] {
-        for (const GLuint name : called)
-            call(kept, name, base, 0);
-    };
-    const bool glyphs = std::all_of(called.begin(), called.end(), [&kept](GLuint name) {
-        const auto found = kept.find(name);
-        return found == kept.end() || found->second.bitmapsOnly;
-    });
-    if (glyphs)
-        atRasterPosition(true, callAll);
-    else
-        callAll();
+    if (!currentContext().inList && areKept()) {
+        const GLuint base = listBase();
+        if (recordKept(namesOf(base, n, type, lists), base))
+            return;
+    }
+    record<Op::glCallLists, Effect::draws>(n, type,
+                                           Block{lists, static_cast<int>(listNameBytes(n, type))});
 }
 
 void recordDeleteLists(GLuint list, GLsizei range)
@@ -265,5 +302,6 @@ void recordDeleteLists(GLuint list, GLsizei range)
 void keepList(GLuint list, std::vector<unsigned char> records)
 {
     const std::lock_guard lock(listsLock);
-    keptLists()[list] = {std::move(records), true, true};
+    keptLists()[list] = {std::make_shared<const std::vector<unsigned char>>(std::move(records)),
+                         true, true};
 }

@@ -7,12 +7,13 @@
 #include "capture/tape.h"
 #include "wire/operations.h"
 
+#include <memory>
 #include <unordered_map>
 #include <vector>
 
 /// A list that is kept, or that may have to be because it calls others.
 struct KeptList {
-    std::vector<unsigned char> records;
+    std::shared_ptr<const std::vector<unsigned char>> records;
     bool placed = false;      // has operations of the kind above
     bool bitmapsOnly = false; // glyphs: what is latched with the raster position counts for all
 };

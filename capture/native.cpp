@@ -1,6 +1,7 @@
 #include "capture/native.h"
+#include "capture/reasons.h"
+#include "client/captureVariables.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -25,9 +26,9 @@ struct Library {
     const char* file;
     void* handle = nullptr;
 };
-Library glx{"MOSA_CAPTURE_GLX", "libGLX.so.0"};
-Library openGL{"MOSA_CAPTURE_OPENGL", "libOpenGL.so.0"};
-Library egl{"MOSA_CAPTURE_EGL", "libEGL.so.1"};
+Library glx{captureVariables::glx, "libGLX.so.0"};
+Library openGL{captureVariables::openGL, "libOpenGL.so.0"};
+Library egl{captureVariables::egl, "libEGL.so.1"};
 Library* const libraries[] = {&openGL, &glx, &egl};
 
 // By its path, for its name leads to this library.
@@ -63,8 +64,7 @@ void openNative()
         open(*library, 0);
 #ifndef __SANITIZE_ADDRESS__ // which cannot bear it
     if (!isDispatching()) {
-        std::fprintf(stderr, "MOSA: capture: an OpenGL library of one piece is bound to itself; a "
-                             "program with an allocator of its own may not bear it\n");
+        tell(Reason::onePiece);
         for (Library* library : libraries) {
             if (library->handle)
                 dlclose(library->handle);
@@ -73,10 +73,8 @@ void openNative()
     }
 #endif
     if (!openGL.handle && !glx.handle) {
-        std::fprintf(stderr,
-                     "MOSA: capture: the OpenGL libraries of this machine are not to be "
-                     "found: %s\n",
-                     dlerror());
+        const char* const why = dlerror();
+        tell(Reason::noLibraries, why ? why : "");
         return;
     }
     for (int op = 0; op < operationCount; ++op)

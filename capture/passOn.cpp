@@ -1,11 +1,11 @@
 #include "capture/passOn.h"
+#include "capture/reasons.h"
 #include "capture/rows.h"
 #include "capture/stream.h"
 
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -110,17 +110,17 @@ void keepBack(Context& c, Bytes records)
         return;
     group.pendingBytes += records.size();
     if (group.pendingBytes > mostUndecided && isUndecided(c)) { // rather state than a frame
+        tell(Reason::drawsDropped);
         c.hiddenFrames = INT_MAX;
         dropDraws(group, c);
     }
     if (group.pendingBytes > mostPending) {
         group.lost = true;
         group.pending.clear();
-        std::fprintf(stderr,
-                     "MOSA: capture: a context that is not shown has too much state to keep; "
-                     "if it is shown later, something will be missing\n");
+        tell(Reason::tooMuchState);
         return;
     }
+    tell(Reason::keptBack);
     group.pending.push_back({&c, isUndecided(c), {records.begin(), records.end()}});
 }
 
@@ -188,6 +188,7 @@ bool growListTape(Context& c, std::size_t more)
     const auto used = static_cast<std::size_t>(tape.at - tape.begin);
     const std::size_t room = std::max(2 * tape.room, used + more);
     if (room > mostListRoom) {
+        tell(Reason::largeList);
         c.listPassedOn = true;
         std::vector<unsigned char> records(tape.begin, tape.at);
         tape.at = tape.begin;

@@ -2,16 +2,13 @@
 // its window is shown. All of it under streamLock.
 #pragma once
 
+#include "capture/locks.h"
 #include "capture/shareGroup.h"
 #include "capture/stream.h"
 #include "client/captureProtocol.h"
 #include "client/programWindow.h"
 
 #include <span>
-
-/// Guards the contexts, what is below, and what stream.h and windows.h have. Defined in
-/// contexts.cpp.
-extern std::mutex streamLock;
 
 /// The program's window that the wall shows; 0: none.
 extern unsigned long shownWindow;

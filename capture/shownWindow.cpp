@@ -1,11 +1,11 @@
 #include "capture/shownWindow.h"
 #include "capture/entries.h"
+#include "capture/reasons.h"
 #include "capture/stream.h"
 #include "capture/windows.h"
 
 #include <chrono>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -23,7 +23,7 @@ void describeWindow(Context& c)
     const auto& [area, shown] = shownPlaceOf(c.group->size, c.asPicture);
     if (c.asPicture) {
         c.used.texture = std::max(c.used.texture, GLuint{1});
-        const auto& [width, height] = c.group->size;
+        const auto [width, height] = c.group->size.load();
         describePicture(c.picture, width, height, shown.width, shown.height);
         record<Op::glViewport, Effect::state>(
             ViewportBlock{area.dx, area.dy, shown.width, shown.height, area.width, area.height});
@@ -61,27 +61,15 @@ bool isInUse(const Context& c, unsigned long window)
     return window == shownWindow || windowState(displayNameOf(c), window, true).exists;
 }
 
-void sayNoRoom(const char* what)
-{
-    static bool said;
-    if (!std::exchange(said, true))
-        std::fprintf(stderr,
-                     "MOSA: capture: the wall has no room for more %s at a time; what is drawn "
-                     "there is not on it\n",
-                     what);
-}
-
 // Gives the group a context on the wall, if it has none, and a window for the program's that it is
 // current in. False when there is no room.
 bool takeRoom(Context& c, std::optional<WallContext>& taken)
 {
     ShareGroup& group = *c.group;
-    if (!connectToWall()) // the numbers of what it has depend on it
-        return false;
     if (!group.onWall) {
         taken = takeWallContext(c.attributes);
         if (!taken) {
-            sayNoRoom("contexts");
+            tell(Reason::noContextLeft);
             return false;
         }
         group.handle = taken->context;
@@ -92,7 +80,7 @@ bool takeRoom(Context& c, std::optional<WallContext>& taken)
     if (window == 0) {
         if (taken)
             giveWallContext(taken->context, taken->leftOver);
-        sayNoRoom("windows");
+        tell(Reason::noWindowLeft);
         return false;
     }
     group.wallWindow = window;
@@ -133,7 +121,7 @@ void show(Context& c, const WindowState& state)
     }
     group.main = &c;
     group.window = shownWindow = c.window;
-    group.size = {state.width, state.height};
+    group.size = WindowSize{state.width, state.height};
     if (!group.onWall) {
         sendOpening(c, *taken);
         group.onWall = true;
@@ -185,7 +173,7 @@ void hide(Context& c)
 void resize(Context& c, const WindowState& state)
 {
     passOnTape(c, false);
-    c.group->size = {state.width, state.height};
+    c.group->size = WindowSize{state.width, state.height};
     sendMakeCurrent(*c.group);
     describeWindow(c);
     framesWithMargins = buffersOfAWindow;
@@ -218,27 +206,38 @@ bool isDue(Clock::time_point& asked, Clock::duration often)
     return true;
 }
 
-void considerWindow(Context& c)
+// False when the wall has to be connected before: the numbers of what it has depend on it.
+bool considerWindow(Context& c)
 {
     static Clock::time_point askedShown, askedHidden;
     if (!capturing || !c.window || c.inList)
-        return;
+        return true;
     if (isShown(c)) {
         const WindowState& state =
             windowState(displayNameOf(c), c.window, isDue(askedShown, shownOften));
         if (!state.viewable && !showsAll())
             hide(c);
-        else if (state.exists &&
-                 (state.width != c.group->size.width || state.height != c.group->size.height))
+        else if (const WindowSize size = c.group->size;
+                 state.exists && (state.width != size.width || state.height != size.height))
             resize(c, state);
-        return;
+        return true;
     }
     const bool anew = isUndecided(c) || isDue(askedHidden, hiddenOften);
     const WindowState state = windowState(displayNameOf(c), c.window, anew);
     if (!c.group->onWall && state.exists) // what is kept back depends on it
-        c.group->size = {state.width, state.height};
-    if (state.viewable && state.width > 0 && state.height > 0 && isWanted(c, state))
-        show(c, state);
+        c.group->size = WindowSize{state.width, state.height};
+    if (!state.exists)
+        tell(Reason::windowNotKnown);
+    if (!state.viewable || state.width <= 0 || state.height <= 0)
+        return true;
+    if (!isWanted(c, state)) {
+        tell(Reason::otherWindow);
+        return true;
+    }
+    if (!isConnected())
+        return false;
+    show(c, state);
+    return true;
 }
 
 } // namespace
@@ -261,11 +260,12 @@ void endPicture(Context& c)
     setEnds(c);
 }
 
-void reconsider(Context& c)
+bool reconsider(Context& c)
 {
     beginPicture(c);
-    considerWindow(c);
+    const bool done = considerWindow(c);
     endPicture(c);
+    return done;
 }
 
 void recordMarginsOfFrame(const Context& c)

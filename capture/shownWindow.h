@@ -4,8 +4,9 @@
 
 #include "capture/passOn.h"
 
-/// The current window may have been mapped or resized: decides anew whether it is shown.
-void reconsider(Context& c);
+/// The current window may have been mapped or resized: decides anew whether it is shown. False when
+/// the wall has to be connected before.
+bool reconsider(Context& c);
 
 /// What is recorded between the two belongs to the picture of a context that is shown by pictures.
 void beginPicture(Context& c);

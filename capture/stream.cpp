@@ -1,5 +1,8 @@
 #include "capture/stream.h"
+#include "capture/descriptors.h"
+#include "capture/reasons.h"
 #include "client/captureProtocol.h"
+#include "client/captureVariables.h"
 
 #include <algorithm>
 #include <array>
@@ -7,8 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-
-#include <mutex>
+#include <utility>
+#include <vector>
 
 #include <poll.h>
 #include <pthread.h>
@@ -20,39 +23,46 @@ CaptureOptions captureOptions;
 std::atomic<bool> capturing;
 WallCurrent wallCurrent;
 std::uint32_t firstHandle;
+std::recursive_mutex serialLock;
+std::mutex streamLock;
 
 namespace {
 
-int connection = -1;
-std::mutex answersLock;       // one waits for the wall at a time
-std::atomic<int> outstanding; // frames that the wall has not shown yet
-std::atomic<long> sent;       // frames
+OwnDescriptor connection;
+std::mutex answersLock; // one waits for the wall at a time
+long shown;             // frames, as the wall has answered; under answersLock
+std::mutex connectLock;
+std::atomic<long> sent; // frames
 CaptureRing* ring;
 std::uint64_t ringUsed; // bytes, in all
 std::size_t reserved;   // the last of them that are still being written
 
-void stop(const char* why)
+// What the socket has not taken yet, and whether this thread is to wait until it has.
+std::vector<unsigned char> backlog;
+std::size_t backlogSent;
+thread_local bool owesBacklog;
+
+void stop(Reason why)
 {
-    if (why && capturing.exchange(false))
-        std::fprintf(stderr, "MOSA: capture: %s; the program goes on without the wall\n", why);
-    capturing = false;
-    if (connection >= 0) // it stays open: another thread may be about to use its number
-        shutdown(connection, SHUT_RDWR);
+    if (capturing.exchange(false))
+        tell(isStillOwn(connection) || connection.fd < 0 ? why : Reason::closed);
+    if (isStillOwn(connection)) // it stays open: another thread may be about to use its number
+        shutdown(connection.fd, SHUT_RDWR);
 }
 
 // The child must not write into its parent's stream.
 void stopInChild()
 {
-    if (connection >= 0)
-        close(connection);
-    connection = -1;
+    if (isStillOwn(connection))
+        close(connection.fd);
+    connection = {};
     capturing = false;
 }
 
-// Waits until the connection is ready. False when patience is at an end.
-bool await(short events)
+// Waits until a connection is ready. False when patience is at an end.
+bool await(int fd, short events)
 {
-    pollfd waited{connection, events, 0};
+    pollfd waited{fd, events, 0};
     const int longest = captureOptions.patience > 0 ? 1000 * captureOptions.patience : -1;
     int ready = 0;
     do
@@ -61,21 +71,17 @@ bool await(short events)
     return ready != 0;
 }
 
-constexpr char standsStill[] = "the wall stands still";
-
-bool sendAll(msghdr message)
+// Sends what can be sent without waiting. False when the other side is gone.
+bool sendSome(msghdr& message)
 {
     while (message.msg_iovlen > 0) {
-        const ssize_t done = sendmsg(connection, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (!isStillOwn(connection))
+            return false;
+        const ssize_t done = sendmsg(connection.fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (done < 0 && errno == EINTR)
             continue;
-        if (done < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            if (await(POLLOUT))
-                continue;
-            stop(standsStill);
-        }
         if (done < 0)
-            return false;
+            return errno == EAGAIN || errno == EWOULDBLOCK;
         auto left = static_cast<std::size_t>(done);
         while (message.msg_iovlen > 0 && left >= message.msg_iov->iov_len) {
             left -= message.msg_iov->iov_len;
@@ -90,30 +96,71 @@ bool sendAll(msghdr message)
     return true;
 }
 
+bool sendBacklog()
+{
+    iovec piece{backlog.data() + backlogSent, backlog.size() - backlogSent};
+    msghdr message{};
+    message.msg_iov = &piece;
+    message.msg_iovlen = piece.iov_len > 0;
+    const bool there = sendSome(message);
+    backlogSent = message.msg_iovlen > 0 ? backlog.size() - piece.iov_len : backlog.size();
+    if (backlogSent == backlog.size() || !there) {
+        backlog = {};
+        backlogSent = 0;
+    }
+    return there;
+}
+
+// Sends a message behind all others. What the socket does not take is kept.
+bool sendBehind(msghdr& message)
+{
+    if (!sendBacklog() || (backlog.empty() && !sendSome(message)))
+        return false;
+    for (std::size_t i = 0; i < message.msg_iovlen; ++i) {
+        const auto* from = static_cast<const unsigned char*>(message.msg_iov[i].iov_base);
+        backlog.insert(backlog.end(), from, from + message.msg_iov[i].iov_len);
+    }
+    owesBacklog |= !backlog.empty();
+    return true;
+}
+
+void waitForBacklog()
+{
+    for (bool waits = true; waits && capturing;) {
+        if (!await(connection.fd, POLLOUT))
+            stop(Reason::standsStill);
+        const std::lock_guard lock(streamLock);
+        if (capturing && !sendBacklog())
+            stop(Reason::gone);
+        if (!capturing)
+            backlog = {};
+        waits = !backlog.empty();
+    }
+}
+
 // One answer: 0 after the handshake, a number of frames later. Negative: the other side is gone.
-std::int32_t receiveAnswer(int flags)
+std::int32_t receiveAnswer(int fd, int flags)
 {
     std::int32_t answer = -1;
     ssize_t got = 0;
     do
-        got = recv(connection, &answer, sizeof answer, flags | (flags ? 0 : MSG_WAITALL));
+        got = recv(fd, &answer, sizeof answer, flags | (flags ? 0 : MSG_WAITALL));
     while (got < 0 && errno == EINTR);
     if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
         return 0;
     return got == sizeof answer ? answer : -1;
 }
 
-// The handshake, and with it the memory that is shared.
-bool sendHandshake()
+// The handshake, and with it the memory that is shared: null when that does not work.
+CaptureRing* sendHandshake(int fd)
 {
     const int memory = memfd_create("mosa-capture", MFD_CLOEXEC);
     if (memory < 0 || ftruncate(memory, sizeof(CaptureRing)) != 0)
-        return false;
+        return nullptr;
     void* const shared =
         mmap(nullptr, sizeof(CaptureRing), PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
     if (shared == MAP_FAILED)
-        return false;
-    ring = static_cast<CaptureRing*>(shared);
+        return nullptr;
     _handshake handshake = ownHandshake;
     iovec piece{&handshake, sizeof handshake};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof memory)] = {};
@@ -127,9 +174,9 @@ bool sendHandshake()
     header->cmsg_type = SCM_RIGHTS;
     header->cmsg_len = CMSG_LEN(sizeof memory);
     std::memcpy(CMSG_DATA(header), &memory, sizeof memory);
-    const bool handed = sendmsg(connection, &message, MSG_NOSIGNAL) == ssize_t{sizeof handshake};
+    const bool handed = sendmsg(fd, &message, MSG_NOSIGNAL) == ssize_t{sizeof handshake};
     close(memory);
-    return handed;
+    return handed ? static_cast<CaptureRing*>(shared) : nullptr;
 }
 
 // Room for so many bytes in one piece of the ring; negative when the reader still needs it.
@@ -154,61 +201,95 @@ std::int32_t reserveInRing(std::size_t bytes)
 
 } // namespace
 
-bool connectToWall()
+StreamLock::~StreamLock()
 {
-    if (connection >= 0)
-        return capturing;
+    const bool waits = std::exchange(owesBacklog, false);
+    streamLock.unlock();
+    if (waits)
+        waitForBacklog();
+}
+
+namespace {
+
+// A connection to the wall that is accepted, or the reason why there is none.
+struct Connected {
+    OwnDescriptor descriptor{};
+    CaptureRing* ring = nullptr;
+    std::int32_t firstHandle = 0;
+    Reason reason = Reason::noAnswer;
+};
+
+Connected connectSocket()
+{
     sockaddr_un address;
-    if (!localAddress(captureOptions.socket, address)) {
-        stop("the socket's path is too long");
-        return false;
-    }
-    connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (connect(connection, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        stop("the wall's socket does not answer");
-        return false;
+    if (!localAddress(captureOptions.socket, address))
+        return {.reason = Reason::pathTooLong};
+    const OwnDescriptor own = ownDescriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (connect(own.fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        close(own.fd);
+        return {};
     }
     constexpr int room = 4 << 20;
-    setsockopt(connection, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
-    const bool said = sendHandshake();
-    if (said && !await(POLLIN)) {
-        stop(standsStill);
+    setsockopt(own.fd, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+    CaptureRing* const shared = sendHandshake(own.fd);
+    const bool waited = !shared || await(own.fd, POLLIN);
+    const std::int32_t answer = shared && waited ? receiveAnswer(own.fd, 0) : captureTaken;
+    if (answer >= captureAccepted)
+        return {own, shared, answer};
+    close(own.fd);
+    return {.reason = waited ? Reason::taken : Reason::standsStill};
+}
+
+} // namespace
+
+bool isConnected() { return connection.fd >= 0; }
+
+bool connectToWall()
+{
+    static bool tried;
+    const std::lock_guard lock(connectLock);
+    if (std::exchange(tried, true) || !capturing)
+        return capturing;
+    const Connected made = connectSocket();
+    if (!made.ring) {
+        stop(made.reason);
         return false;
     }
-    const std::int32_t accepted = said ? receiveAnswer(0) : captureTaken;
-    if (accepted < captureAccepted) {
-        stop("another process of the program is on the wall already");
-        return false;
-    }
-    firstHandle = static_cast<std::uint32_t>(accepted);
+    const std::lock_guard streams(streamLock);
+    connection = made.descriptor;
+    ring = made.ring;
+    firstHandle = static_cast<std::uint32_t>(made.firstHandle);
     pthread_atfork(nullptr, nullptr, stopInChild);
     return true;
 }
 
 void readCaptureOptions()
 {
+    namespace names = captureVariables;
     CaptureOptions& options = captureOptions;
-    options.socket = std::getenv("MOSA_CAPTURE");
-    options.window = std::getenv("MOSA_CAPTURE_WINDOW");
-    options.fit = std::getenv("MOSA_CAPTURE_FIT");
-    const char* const as = std::getenv("MOSA_CAPTURE_AS");
+    const auto number = [](const char* name, int otherwise) {
+        const char* const text = std::getenv(name);
+        return text ? std::atoi(text) : otherwise;
+    };
+    options.socket = std::getenv(names::socket);
+    options.window = std::getenv(names::window);
+    options.fit = std::getenv(names::fit);
+    const char* const as = std::getenv(names::showing);
     options.showing = !as                            ? Showing::automatic
                       : !std::strcmp(as, "calls")    ? Showing::calls
                       : !std::strcmp(as, "pictures") ? Showing::pictures
                                                      : Showing::automatic;
-    if (const char* enlarge = std::getenv("MOSA_CAPTURE_ENLARGE"))
+    if (const char* enlarge = std::getenv(names::enlarge))
         options.enlarging = !std::strcmp(enlarge, "smooth")  ? Enlarging::smooth
                             : !std::strcmp(enlarge, "sharp") ? Enlarging::sharp
                                                              : Enlarging::automatic;
-    if (const char* ahead = std::getenv("MOSA_CAPTURE_AHEAD"))
-        options.ahead = std::atoi(ahead) > 0 ? std::atoi(ahead) : 1;
-    if (const char* frames = std::getenv("MOSA_CAPTURE_FRAMES"))
-        options.frames = std::atol(frames);
-    if (const char* samples = std::getenv("MOSA_CAPTURE_SAMPLES"))
-        options.samples = std::atoi(samples);
-    if (const char* patience = std::getenv("MOSA_CAPTURE_PATIENCE"))
-        options.patience = std::atoi(patience);
-    if (const char* wall = std::getenv("MOSA_CAPTURE_WALL"))
+    options.ahead = std::max(number(names::ahead, options.ahead), 1);
+    options.frames = number(names::frames, 0);
+    options.samples = number(names::samples, 0);
+    options.patience = number(names::patience, options.patience);
+    options.serial = number(names::serial, 0) != 0;
+    options.verbose = number(names::verbose, 0) != 0;
+    if (const char* wall = std::getenv(names::wall))
         std::sscanf(wall, "%dx%d", &options.wallWidth, &options.wallHeight);
     capturing = options.socket && *options.socket;
 }
@@ -224,12 +305,10 @@ void sendMessage(CaptureMessage what, std::span<iovec> pieces)
     msghdr message{};
     message.msg_iov = pieces.data();
     message.msg_iovlen = pieces.size();
-    if (!sendAll(message))
-        return capturing ? stop("the wall is gone") : void();
-    if (what.hdr.sync > 0) {
-        ++outstanding;
+    if (!sendBehind(message))
+        stop(Reason::gone);
+    else if (what.hdr.sync > 0)
         ++sent;
-    }
 }
 
 } // namespace
@@ -260,7 +339,7 @@ void sendReserved(std::span<const unsigned char> written, bool endsFrame)
 
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame)
 {
-    if (!capturing || !connectToWall())
+    if (!capturing || !isConnected())
         return;
     std::array<iovec, mostPieces + 1> vector;
     std::size_t size = 0;
@@ -287,7 +366,7 @@ void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool end
 void sendShown(std::uint32_t window, std::uint32_t wallWindow, bool doubleBuffered,
                const char* displayName)
 {
-    if (!capturing || connection < 0)
+    if (!capturing || !isConnected())
         return;
     CaptureShown shown{.window = window,
                        .wallWindow = wallWindow,
@@ -306,17 +385,21 @@ bool allFramesSent() { return captureOptions.frames > 0 && sent >= captureOption
 void waitForFrames()
 {
     const std::lock_guard lock(answersLock);
-    while (capturing && outstanding > 0) {
-        const bool wait = outstanding > captureOptions.ahead || allFramesSent();
-        if (wait && !await(POLLIN))
-            return stop(standsStill);
-        const std::int32_t shown = receiveAnswer(wait ? 0 : MSG_DONTWAIT);
-        if (shown < 0)
-            return stop("the wall is gone");
-        if (shown == 0)
+    while (capturing && sent > shown) {
+        const bool wait = sent - shown > captureOptions.ahead || allFramesSent();
+        if (wait && !await(connection.fd, POLLIN))
+            return stop(Reason::standsStill);
+        const std::int32_t answer =
+            isStillOwn(connection) ? receiveAnswer(connection.fd, wait ? 0 : MSG_DONTWAIT) : -1;
+        if (answer < 0)
+            return stop(Reason::gone);
+        if (answer == 0)
             return; // none has come
-        outstanding -= shown;
+        shown += answer;
     }
-    if (capturing && allFramesSent())
-        stop(nullptr);
+    if (capturing && allFramesSent()) { // it is held from here on
+        capturing = false;
+        if (isStillOwn(connection))
+            shutdown(connection.fd, SHUT_RDWR);
+    }
 }

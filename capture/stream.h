@@ -4,6 +4,7 @@
 // goes on.
 #pragma once
 
+#include "capture/locks.h"
 #include "wire/framing.h"
 
 #include <atomic>
@@ -20,18 +21,19 @@ enum class Showing { automatic, calls, pictures };
 /// How finished pictures are enlarged. `automatic`: sharp from twice their size on.
 enum class Enlarging { automatic, smooth, sharp };
 
-/// How the program is captured, from the environment.
+/// How the program is captured, from the environment: captureVariables.h has the names.
 struct CaptureOptions {
-    const char* socket = nullptr; // MOSA_CAPTURE: path of the socket; null: nothing is captured
-    int ahead = 2;                // MOSA_CAPTURE_AHEAD: frames on their way to the wall at most
-    long frames = 0;              // MOSA_CAPTURE_FRAMES: so many, then the program is held; 0: all
-    const char* window = nullptr; // MOSA_CAPTURE_WINDOW: largest, all, or a title
-    Showing showing = Showing::automatic;       // MOSA_CAPTURE_AS: calls or pictures
-    const char* fit = nullptr;                  // MOSA_CAPTURE_FIT: middle, corner or stretch
-    Enlarging enlarging = Enlarging::automatic; // MOSA_CAPTURE_ENLARGE: smooth or sharp
-    int samples = 0;                   // MOSA_CAPTURE_SAMPLES: of a pixel, that every server has
-    int wallWidth = 0, wallHeight = 0; // MOSA_CAPTURE_WALL: WxH; 0: none
-    int patience = 10; // MOSA_CAPTURE_PATIENCE: seconds to wait for the wall at most; 0: for ever
+    const char* socket = nullptr;
+    int ahead = 2;
+    long frames = 0;
+    const char* window = nullptr;
+    Showing showing = Showing::automatic;
+    const char* fit = nullptr;
+    Enlarging enlarging = Enlarging::automatic;
+    int samples = 0;
+    int wallWidth = 0, wallHeight = 0; // 0: none
+    int patience = 10;
+    bool serial = false, verbose = false;
 };
 extern CaptureOptions captureOptions;
 
@@ -48,12 +50,18 @@ struct WallCurrent {
 };
 extern WallCurrent wallCurrent;
 
-/// Connects, if that has not been done: false when there is no wall. `firstHandle` is then how many
-/// handles of contexts, visuals and windows programs before this one have used up.
+/// Connects, if that has not been done: false when there is no wall. Waits for its answer, and so
+/// without streamLock. `firstHandle` is then how many handles of contexts, visuals and windows
+/// programs before this one have used up.
 bool connectToWall();
 extern std::uint32_t firstHandle;
 
-/// Bytes of a command buffer in pieces. Connects at the first. Any thread, one at a time.
+// What follows, down to sendShown, is for who holds a StreamLock.
+
+/// Whether that has been done.
+bool isConnected();
+
+/// Bytes of a command buffer in pieces.
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame);
 
 /// Room in the memory that is shared with the other side, for a large buffer that is to be written

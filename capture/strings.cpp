@@ -1,8 +1,8 @@
 #include "capture/strings.h"
+#include "capture/reasons.h"
 #include "capture/stream.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <set>
@@ -119,9 +119,9 @@ constexpr std::string_view glxExtensions[] = {
 // A text that lives as long as the process, as the callers expect.
 const char* kept(const std::string& text)
 {
-    static std::mutex lock;
+    static std::mutex textsLock;
     static auto& all = *new std::set<std::string>;
-    const std::lock_guard guard(lock);
+    const std::lock_guard lock(textsLock);
     return all.insert(text).first->c_str();
 }
 
@@ -174,15 +174,10 @@ bool isCarried(const AskedVersion& asked, bool& asPicture)
     if (byCalls || captureOptions.showing == Showing::pictures)
         return true;
     const bool refused = captureOptions.showing == Showing::calls;
-    // A program may try one version after the other.
-    static std::once_flag once;
-    std::call_once(once, [&] {
-        std::fprintf(stderr,
-                     "MOSA: capture: a context of %s %d.%d%s is %s: the wall carries the calls of "
-                     "OpenGL %d.%d\n",
-                     asked.api, asked.major, asked.minor, asked.core ? " core" : "",
-                     refused ? "refused" : "shown by its finished pictures", carriedMajor,
-                     carriedMinor);
-    });
+    static_assert(carriedMajor == 1 && carriedMinor == 5); // as the texts say
+    tell(refused ? Reason::refusedContext
+                 : Reason::pictureContext, // of all versions that are tried
+         std::string(asked.api) + " " + std::to_string(asked.major) + "." +
+             std::to_string(asked.minor) + (asked.core ? " core" : ""));
     return !refused;
 }

@@ -1,4 +1,5 @@
 #include "capture/wallSlots.h"
+#include "capture/reasons.h"
 #include "capture/stream.h"
 
 #include <algorithm>
@@ -57,6 +58,8 @@ void giveWallContext(std::uint32_t context, const UsedNames& used)
 {
     const bool few =
         used.texture <= mostTextures && used.list <= mostLists && used.program <= mostPrograms;
+    if (!few)
+        tell(Reason::slotUsedUp);
     if (context > 0 && few) {
         Slot& slot = slots[context - firstHandle - 1];
         slot.isFree = true;

@@ -1,17 +1,91 @@
 #include "capture/windows.h"
 
+#include "capture/descriptors.h"
+
+#include <X11/Xauth.h>
+
+#include <cstddef>
+#include <cstring>
 #include <map>
+
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace {
 
 xcb_connection_t* connection;
+OwnDescriptor descriptor; // of the connection
 auto& known =
     *new std::map<xcb_window_t, WindowState>; // those of which nothing has been told since
 
+int connectSocket(std::string path, bool isAbstract)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.insert(0, isAbstract ? 1 : 0, '\0');
+    if (path.size() >= sizeof address.sun_path)
+        return -1;
+    path.copy(address.sun_path, path.size());
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0)
+        return fd;
+    close(fd);
+    return -1;
+}
+
+// A connection to a display of this machine, by a descriptor of this library's own. Null where that
+// cannot be.
+xcb_connection_t* connectHere(const char* displayName)
+{
+    char* host = nullptr;
+    int number = 0;
+    if (!xcb_parse_display(displayName, &host, &number, nullptr))
+        return nullptr;
+    const std::string machine = host;
+    std::free(host);
+    if (!machine.empty() && machine != "unix")
+        return nullptr;
+    const std::string digits = std::to_string(number);
+    const std::string path = "/tmp/.X11-unix/X" + digits;
+    int fd = connectSocket(path, true);
+    if (fd < 0)
+        fd = connectSocket(path, false);
+    if (fd < 0)
+        return nullptr;
+    descriptor = ownDescriptor(fd);
+    char own[256] = {};
+    gethostname(own, sizeof own - 1);
+    char kind[] = "MIT-MAGIC-COOKIE-1";
+    const auto length = [](const auto& text) {
+        return static_cast<unsigned short>(std::strlen(text));
+    };
+    Xauth* const right = XauGetAuthByAddr(FamilyLocal, length(own), own, length(digits.c_str()),
+                                          digits.c_str(), length(kind), kind);
+    xcb_auth_info_t info{};
+    if (right)
+        info = {right->name_length, right->name, right->data_length, right->data};
+    xcb_connection_t* const made = xcb_connect_to_fd(descriptor.fd, right ? &info : nullptr);
+    if (right)
+        XauDisposeAuth(right);
+    return made;
+}
+
+// One that the program has closed is left as it is: its number may be another's.
 bool isConnected(const char* displayName)
 {
-    if (!connection)
-        connection = xcb_connect(displayName, nullptr);
+    if (connection && descriptor.fd >= 0 && !isStillOwn(descriptor)) {
+        connection = nullptr;
+        known.clear();
+    }
+    if (!connection) {
+        connection = connectHere(displayName);
+        if (!connection)
+            connection = xcb_connect(displayName, nullptr);
+        const int fd = xcb_get_file_descriptor(connection);
+        if (fd != descriptor.fd)
+            descriptor = fd >= 0 ? identified(fd) : OwnDescriptor{};
+    }
     return !xcb_connection_has_error(connection);
 }
 

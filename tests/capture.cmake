@@ -7,7 +7,8 @@ add_executable(captureProgram captureProgram.cpp)
 # The capture library takes the place of what it is linked with.
 target_link_libraries(captureProgram PRIVATE mosa_settings GL X11::X11)
 add_executable(smallProgram smallProgram.cpp)
-target_link_libraries(smallProgram PRIVATE mosa_settings GL X11::X11 Threads::Threads)
+target_link_libraries(smallProgram PRIVATE mosa_settings GL ${SYSTEM_libEGL.so.1} X11::X11
+    Threads::Threads)
 add_executable(capture_test capture_test.cpp)
 set(QUOTED ${CAPTURE_SYSTEM_LIBRARIES})
 list(TRANSFORM QUOTED REPLACE "(.+)" "\"\\1\"")
@@ -18,3 +19,14 @@ target_link_libraries(capture_test PRIVATE mosa_describe mosa_wire mosa_image mo
     mosa_stream_file GTest::gtest_main)
 add_dependencies(capture_test captureProgram smallProgram server play mosa-wall capture)
 gtest_discover_tests(capture_test NO_PRETTY_VALUES PROPERTIES ${PICTURE_TEST} ${NO_LEAKS})
+
+# Programs with several threads, always under the thread sanitizer, and the library with them.
+if(TARGET capture_threads)
+    add_executable(smallProgram_threads smallProgram.cpp)
+    target_compile_options(smallProgram_threads PRIVATE -fsanitize=thread -O1 -g1)
+    target_link_options(smallProgram_threads PRIVATE -fsanitize=thread)
+    target_link_libraries(smallProgram_threads PRIVATE mosa_settings GL ${SYSTEM_libEGL.so.1} X11::X11
+        Threads::Threads)
+    target_compile_definitions(capture_test PRIVATE WITH_THREADS)
+    add_dependencies(capture_test capture_threads smallProgram_threads)
+endif()

@@ -30,6 +30,7 @@ std::size_t sizeOf(unsigned number)
 
 void sendOne(unsigned number)
 {
+    const StreamLock lock;
     const std::size_t size = sizeOf(number);
     const auto value = static_cast<unsigned char>(number);
     if (const auto room = number % 3 ? reserveRoom(size) : std::span<unsigned char>();
@@ -54,6 +55,7 @@ TEST(CaptureRing, BytesStayUntilTheyHaveBeenRead)
     setenv("MOSA_CAPTURE", path.c_str(), 1);
     readCaptureOptions();
     std::thread program([] {
+        EXPECT_TRUE(connectToWall());
         for (unsigned number = 0; number < buffers; ++number) {
             if (number % 50 == 10) {
                 const pid_t child = fork();

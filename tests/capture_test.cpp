@@ -196,6 +196,7 @@ TEST_P(Small, EndsAndAnswersAsItDoesAlone)
     EXPECT_EQ(captured.status, alone.status) << captured.err;
     EXPECT_EQ(captured.out, alone.out);
     EXPECT_EQ(alone.status, 5);
+    EXPECT_LE(occurrences(captured.err, "MOSA: capture: "), 1) << captured.err;
     int frames = 0;
     std::map<std::string, int> counts = operationsIn(file, frames);
     EXPECT_GT(frames, 0);
@@ -218,8 +219,42 @@ INSTANTIATE_TEST_SUITE_P(Programs, Small,
                                          SmallProgram{"shaders", 4}, SmallProgram{"forks", 2},
                                          SmallProgram{"figures", 70}, SmallProgram{"openList", 2},
                                          SmallProgram{"exits", 0}, SmallProgram{"reconnects", 6},
-                                         SmallProgram{"returns", 7}),
+                                         SmallProgram{"returns", 7}, SmallProgram{"queries", 0},
+                                         SmallProgram{"closesFiles", 0}),
                          [](const auto& test) { return std::string(test.param.name); });
+
+// What is told of a program, and how it is captured, are not in its environment but people's.
+TEST(Environment, TellsEachReasonAndSerialises)
+{
+    const auto runWith = [](const char* variable, const char* name) {
+        return run({"record", "-o", temporaryFile(""), "--", "env", variable,
+                    PROGRAMS "/tests/smallProgram", name});
+    };
+    const char list[] = "a list is kept here, and sent in parts when it is called";
+    expectSaid(runWith("A=0", "within"), list, 0);
+    expectSaid(runWith("MOSA_CAPTURE_VERBOSE=1", "within"), std::string(list) + " (glEndList)");
+    const Ending serial = runWith("MOSA_CAPTURE_SERIAL=1", "threads");
+    EXPECT_EQ(serial.status, 5) << serial.err;
+    EXPECT_EQ(serial.out, "threads 0\n");
+}
+
+#ifdef WITH_THREADS
+// The thread sanitizer ends a program with another status. It is to see the library alone: what
+// others do between would make an order where there is none, and report theirs.
+TEST(Threads, GuardWhatTheyShare)
+{
+    for (const auto& [name, shown] : {std::pair{"threads", "largest"},
+                                      {"threads", "all"},
+                                      {"sharing", "largest"},
+                                      {"destroyed", "largest"}}) {
+        const Ending ending = run({"record", "-o", temporaryFile(""), "--window", shown, "--",
+                                   "env", "LD_LIBRARY_PATH=" PROGRAMS "/tests/capture",
+                                   "TSAN_OPTIONS=halt_on_error=1:ignore_noninstrumented_modules=1",
+                                   PROGRAMS "/tests/smallProgram_threads", name});
+        EXPECT_EQ(ending.status, 5) << ending.err;
+    }
+}
+#endif
 
 // A program that rests does not tell that its window is closed or hidden. The wall is black then,
 // or shows the window that is left.
@@ -414,7 +449,8 @@ TEST(Faults, AProgramThatIsKilledLeavesWholeFrames)
     EXPECT_GT(frames, 0);
 }
 
-// A wall that takes the handshake and nothing else.
+// A wall that takes the handshake and nothing else: the program goes on, and what asks at the same
+// time waits for nothing.
 TEST(Faults, AWallThatStandsStillIsLeft)
 {
     const std::string path = temporaryFile("") + ".socket";
@@ -424,24 +460,26 @@ TEST(Faults, AWallThatStandsStillIsLeft)
     const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(listen(listener, 1), 0);
-    Command command = mosaWall({});
-    command.argv = {PROGRAMS "/tests/captureProgram", "images", "30"};
-    command.environment.insert(command.environment.end(),
-                               {"LD_LIBRARY_PATH=" PROGRAMS "/capture", "MOSA_CAPTURE=" + path,
-                                "MOSA_CAPTURE_PATIENCE=1"});
-    Process program = startProcess(command);
-    pollfd connecting{listener, POLLIN, 0};
-    ASSERT_EQ(poll(&connecting, 1, 30'000), 1);
-    const int wall = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    const std::int32_t accepted = captureAccepted;
-    ASSERT_EQ(send(wall, &accepted, sizeof accepted, 0), ssize_t{sizeof accepted});
-    const Ending ending = finishProcess(program, std::chrono::seconds(30));
-    EXPECT_FALSE(ending.timedOut);
-    EXPECT_EQ(ending.status, 5);
-    EXPECT_NE(ending.err.find("the wall stands still; the program goes on without the wall"),
-              std::string::npos)
-        << ending.err;
-    close(wall);
+    for (const Strings& program : {Strings{PROGRAMS "/tests/captureProgram", "images", "30"},
+                                   {PROGRAMS "/tests/smallProgram", "queries"}}) {
+        Command command = mosaWall({});
+        command.argv = program;
+        command.environment.insert(command.environment.end(),
+                                   {"LD_LIBRARY_PATH=" PROGRAMS "/capture", "MOSA_CAPTURE=" + path,
+                                    "MOSA_CAPTURE_PATIENCE=3"});
+        Process process = startProcess(command);
+        pollfd connecting{listener, POLLIN, 0};
+        ASSERT_EQ(poll(&connecting, 1, 30'000), 1);
+        const int wall = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const std::int32_t accepted = captureAccepted;
+        ASSERT_EQ(send(wall, &accepted, sizeof accepted, 0), ssize_t{sizeof accepted});
+        const Ending ending = finishProcess(process, std::chrono::seconds(30));
+        EXPECT_FALSE(ending.timedOut);
+        EXPECT_EQ(ending.status, 5);
+        expectSaid(ending, "the wall stands still; the program goes on without the wall");
+        EXPECT_EQ(ending.out.find("waits 1"), std::string::npos);
+        close(wall);
+    }
     close(listener);
     std::filesystem::remove(path);
 }

@@ -10,5 +10,7 @@ done < <({
     grep -rhoE '"(Error |Attention )?MOSA: [^"\\%]*' coding overload shuffle client
     grep -rhoE '(fputs|fprintf)\([^"]*"[A-Za-z][^"\\%]{9,}' coding overload shuffle
     grep -hoE '^ +"[A-Za-z][^"\\%]{9,}' overload/loader.cpp
+    # Of capture's reasons each whole text, whose parts stand on lines of their own.
+    tr -d '\n' < capture/reasons.cpp | sed 's/" *"//g' | grep -oE 'Told::[a-zA-Z]+, +"[^"]*'
 } | sed -E 's/^[^"]*"//; s/[[:space:](<]+$//' | sort -u)
 exit $missing

@@ -1,10 +1,15 @@
 // Small legal programs that do something unusual, each under its name. What one prints (answers of
 // OpenGL, errors, sums) and how it ends must be the same with and without capture.
 #define GL_GLEXT_PROTOTYPES
+#include <EGL/egl.h>
 #include <GL/gl.h>
 #include <GL/glext.h>
 #include <GL/glx.h>
 
+#include <algorithm>
+#include <atomic>
+#include <barrier>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,11 +17,13 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
 
 constexpr int width = 240, height = 180;
+constexpr int pbufferSize[] = {GLX_PBUFFER_WIDTH, 8, GLX_PBUFFER_HEIGHT, 8, None};
 Display* dpy;
 XVisualInfo* visual;
 Window window;
@@ -246,17 +253,79 @@ void sharing()
     int count = 0;
     const int attributes[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT | GLX_WINDOW_BIT, None};
     GLXFBConfig* const configs = glXChooseFBConfig(dpy, DefaultScreen(dpy), attributes, &count);
-    const int size[] = {GLX_PBUFFER_WIDTH, 8, GLX_PBUFFER_HEIGHT, 8, None};
     std::vector<std::thread> threads;
     GLXContext first = glXCreateNewContext(dpy, configs[0], GLX_RGBA_TYPE, nullptr, True);
     for (int i = 0; i < 3; ++i) {
         GLXContext own = glXCreateNewContext(dpy, configs[0], GLX_RGBA_TYPE, first, True);
-        threads.emplace_back(fill, own, glXCreatePbuffer(dpy, configs[0], size));
+        threads.emplace_back(fill, own, glXCreatePbuffer(dpy, configs[0], pbufferSize));
     }
     XSync(dpy, False);
     for (std::thread& thread : threads)
         thread.join();
     frame();
+}
+
+// Threads do at once whatever the capture library guards: contexts that share lists and buffers,
+// windows of which another is the largest, connections, drawables, surfaces, texts.
+void threads()
+{
+    constexpr int number = 3;
+    std::barrier start(number);
+    const auto work = [&start](GLXContext shared, Window where, GLuint name) {
+        Display* const connection = XOpenDisplay(nullptr);
+        GLXContext own = glXCreateContext(connection, visual, shared, True);
+        const int screen = DefaultScreen(connection);
+        int count = 0;
+        const int kind[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, None};
+        GLXFBConfig* const configs = glXChooseFBConfig(connection, screen, kind, &count);
+        EGLDisplay display = eglGetDisplay(connection);
+        EGLConfig config = nullptr;
+        eglInitialize(display, nullptr, nullptr);
+        eglChooseConfig(display, nullptr, &config, 1, &count);
+        start.arrive_and_wait();
+        glXMakeCurrent(connection, where, own);
+        const GLubyte bits[4] = {};
+        for (int i = 0; i < 25; ++i) {
+            glXDestroyContext(connection, glXCreateContext(connection, visual, nullptr, True));
+            glXDestroyPbuffer(connection, glXCreatePbuffer(connection, configs[0], pbufferSize));
+            eglDestroySurface(display, eglCreateWindowSurface(display, config, where, nullptr));
+            glNewList(name, GL_COMPILE);
+            glBitmap(8, 1, 0, 0, 1, 1, bits);
+            for (int again = 0; again < 20; ++again) {
+                glGetString(GL_EXTENSIONS);
+                glCopyPixels(0, 0, 1, 1, GL_COLOR);
+            }
+            glEndList();
+            glBindBuffer(GL_ARRAY_BUFFER, name);
+            glBufferData(GL_ARRAY_BUFFER, 4, bits, GL_STATIC_DRAW);
+            glClear(GL_COLOR_BUFFER_BIT);
+            glCallList(name);
+            glViewport(0, 0, i, 40);
+            glXSwapBuffers(connection, where);
+            glDeleteLists(name, 1);
+            glDeleteBuffers(1, &name);
+        }
+        for (int i = 0; i < 3; ++i) {
+            GLXContext another = glXCreateContext(connection, visual, nullptr, True);
+            glXMakeCurrent(connection, where, another);
+            glXDestroyContext(connection, another);
+            glXSwapBuffers(connection, where);
+        }
+        glXMakeCurrent(connection, None, nullptr);
+        eglTerminate(display);
+        XCloseDisplay(connection);
+    };
+    std::vector<std::thread> started;
+    for (int i = 1; i <= number; ++i) {
+        const Window made = createWindow(width + 10 * i, height);
+        XMapWindow(dpy, made);
+        XSync(dpy, False);
+        started.emplace_back(work, i == 1 ? nullptr : context, made, GLuint(i));
+    }
+    for (std::thread& thread : started)
+        thread.join();
+    frame();
+    tellError("threads");
 }
 
 // A context that is destroyed while it is current in another thread lives until it is released.
@@ -449,6 +518,57 @@ void reconnects()
     tellError("reconnects");
 }
 
+// One thread draws, and waits for the wall perhaps; another asks, and waits for nobody.
+void queries()
+{
+    using Clock = std::chrono::steady_clock;
+    frame();
+    std::atomic<bool> done;
+    std::thread asking([&done] {
+        Display* const connection = XOpenDisplay(nullptr);
+        auto start = Clock::now();
+        GLXContext own = glXCreateContext(connection, visual, nullptr, True);
+        const Pixmap pixmap = XCreatePixmap(connection, window, 8, 8, unsigned(visual->depth));
+        const GLXPixmap where = glXCreateGLXPixmap(connection, visual, pixmap);
+        Clock::duration longest{};
+        do {
+            glXMakeCurrent(connection, where, own);
+            get(GL_MAX_TEXTURE_SIZE);
+            glFlush();
+            glXMakeCurrent(connection, None, nullptr);
+            longest = std::max(longest, Clock::now() - std::exchange(start, Clock::now()));
+        } while (!done);
+        tell("waits", longest > std::chrono::seconds(1));
+    });
+    const std::vector<unsigned char> pixels(std::size_t{4} * width * height);
+    for (int i = 0; i < 100; ++i)
+        glDrawPixels(width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+    done = true;
+    asking.join();
+    frame();
+}
+
+// All files are closed that are not known to be its own, and their numbers are used for others.
+void closesFiles()
+{
+    frame();
+    tell("lowest number", dup(1) - ConnectionNumber(dpy));
+    constexpr int numbers = 1024;
+    for (int fd = 3; fd < numbers; ++fd)
+        if (fd != ConnectionNumber(dpy))
+            close(fd);
+    const int file = fileno(std::tmpfile());
+    for (int fd = 3; fd < numbers - 1; ++fd)
+        if (fd != ConnectionNumber(dpy) && fd != file)
+            dup2(file, fd);
+    for (int i = 0; i < 3; ++i) {
+        glViewport(0, 0, width - i, height);
+        frame();
+    }
+    tell("written", lseek(file, 0, SEEK_END));
+    tellError("frames");
+}
+
 const struct {
     const char* name;
     void (*run)();
@@ -458,6 +578,7 @@ const struct {
     {"shaders", shaders},   {"forks", forks},       {"figures", figures},
     {"openList", openList}, {"hides", hides},       {"closes", closes},
     {"returns", returns},   {"exits", exits},       {"reconnects", reconnects},
+    {"threads", threads},   {"queries", queries},   {"closesFiles", closesFiles},
 };
 
 } // namespace

@@ -25,7 +25,8 @@ gtest_discover_tests(wallTerminal_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 
 # The hub is the overload library's, without a server around it; the stream the capture library's.
 add_executable(wallNeighbours_test wallNeighbours_test.cpp captureRing_test.cpp
-    ${PROJECT_SOURCE_DIR}/overload/frameLock/hub.cpp ${PROJECT_SOURCE_DIR}/capture/stream.cpp)
+    ${PROJECT_SOURCE_DIR}/overload/frameLock/hub.cpp ${PROJECT_SOURCE_DIR}/capture/stream.cpp
+    ${PROJECT_SOURCE_DIR}/capture/reasons.cpp)
 target_link_libraries(wallNeighbours_test PRIVATE
     mosa_process mosa_capture_socket mosa_wire X11::X11 Threads::Threads GTest::gtest_main)
 target_compile_definitions(wallNeighbours_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")

@@ -1,5 +1,6 @@
 #include "tools/liveProgram.h"
 #include "client/captureSocket.h"
+#include "client/captureVariables.h"
 #include "tools/usersProgram.h"
 
 #include <algorithm>
@@ -142,7 +143,7 @@ int runLive(Job job, const LiveOptions& options, Size wall, int ahead, const Las
             .ahead = ahead,
             .environment = desk.environment,
             .watch = startWatch(job, to)};
-    run.environment.push_back("MOSA_CAPTURE_WALL=" + toText(wall));
+    run.environment.push_back(captureVariables::wall + ("=" + toText(wall)));
 
     State state = State::starting;
     while (state != State::ended)

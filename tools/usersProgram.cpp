@@ -1,4 +1,5 @@
 #include "tools/usersProgram.h"
+#include "client/captureVariables.h"
 #include "client/locations.h"
 #include "tools/started.h"
 
@@ -51,25 +52,28 @@ std::vector<std::string> waylandEnvironment()
 std::vector<std::string> captureEnvironment(const LiveOptions& options, const std::string& socket,
                                             int ahead)
 {
+    namespace names = captureVariables;
     const char* before = std::getenv("LD_LIBRARY_PATH");
     std::vector<std::string> environment{
         "LD_LIBRARY_PATH=" + libraryFolder("capture", "libGL.so.1") +
-            (before && *before ? ":" + std::string(before) : ""),
-        "MOSA_CAPTURE=" + socket,
-        "MOSA_CAPTURE_AHEAD=" + std::to_string(ahead),
-        "MOSA_CAPTURE_FRAMES=" + std::to_string(options.frames),
-        "MOSA_CAPTURE_WINDOW=" + options.window,
-        "MOSA_CAPTURE_FIT=" + options.fit,
-        "MOSA_CAPTURE_ENLARGE=" + options.enlarge,
-        "MOSA_CAPTURE_PATIENCE=" + std::to_string(options.patience),
-        "MOSA_CAPTURE_AS=" + options.showing,
-        "MOSA_CAPTURE_SAMPLES=" + std::to_string(options.samples),
+        (before && *before ? ":" + std::string(before) : "")};
+    const auto set = [&environment](const char* name, const std::string& value) {
+        environment.push_back(name + ("=" + value));
     };
-    for (const auto& [variable, library] : {std::pair{"MOSA_CAPTURE_GLX=", "libGLX.so.0"},
-                                            {"MOSA_CAPTURE_OPENGL=", "libOpenGL.so.0"},
-                                            {"MOSA_CAPTURE_EGL=", "libEGL.so.1"}})
+    set(names::socket, socket);
+    set(names::ahead, std::to_string(ahead));
+    set(names::frames, std::to_string(options.frames));
+    set(names::window, options.window);
+    set(names::fit, options.fit);
+    set(names::enlarge, options.enlarge);
+    set(names::patience, std::to_string(options.patience));
+    set(names::showing, options.showing);
+    set(names::samples, std::to_string(options.samples));
+    for (const auto& [name, library] : {std::pair{names::glx, "libGLX.so.0"},
+                                        {names::openGL, "libOpenGL.so.0"},
+                                        {names::egl, "libEGL.so.1"}})
         if (const std::string path = libraryPath(library); !path.empty())
-            environment.push_back(variable + path);
+            set(name, path);
     return environment;
 }
 
