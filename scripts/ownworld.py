@@ -65,6 +65,7 @@ def in_own_world(work, kept, limit):
         status = 1
         try:
             call(libc.prctl, DIE_WITH_PARENT, signal.SIGKILL, 0, 0, 0)
+            signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's & has it ignored
             furnish(kept)
             status = work()
         except KeyboardInterrupt:
