@@ -1,5 +1,5 @@
-"""A part of the machine that nobody else uses: what a script leaves behind there is its own, and ends
-with it."""
+"""A part of the machine that nobody else uses: what a script leaves behind there is its own, and
+ends with it."""
 import ctypes
 import os
 import signal
@@ -52,13 +52,13 @@ def furnish(kept):
 
 
 def in_own_world(work, kept, limit):
-    """Does some work as process 1 of namespaces of its own, within so many seconds; whatever is left
-    of it then ends. Ctrl-C and SIGTERM interrupt it as Ctrl-C does. Returns its status."""
+    """Does some work as process 1 of namespaces of its own, within so many seconds; whatever is
+    left of it then ends. Ctrl-C and SIGTERM interrupt it. Returns its status."""
     try:
         leave(os.getuid(), os.getgid())
     except OSError as refused:
-        sys.exit(f"{os.path.basename(sys.argv[0])}: needs namespaces of its own, as root or where users "
-                 f"may have them: {refused}")
+        sys.exit(f"{os.path.basename(sys.argv[0])}: needs namespaces of its own, as root or where "
+                 f"users may have them: {refused}")
     sys.stdout.flush()
     child = os.fork()
     if child == 0:

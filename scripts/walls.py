@@ -17,7 +17,8 @@ def prepare(packages, *more):
     subprocess.run(["cmake", "--preset", "release"], cwd=ROOT, check=True,
                    stdout=subprocess.DEVNULL)
     subprocess.run(["cmake", "--build", BUILD, "-j", str(os.cpu_count()), "--target", "server",
-                    "play", "mosa-wall", "capture", "streamdump", *more], check=True, stdout=subprocess.DEVNULL)
+                    "play", "mosa-wall", "capture", "streamdump", *more], check=True,
+                   stdout=subprocess.DEVNULL)
 
 
 @contextlib.contextmanager

@@ -1,5 +1,6 @@
 """A small X client: what the clients of a display hold (by the extension X-Resource), and its
-windows. One connection for each display; what is asked of a window that is gone is answered by None."""
+windows. One connection for each display; what is asked of a window that is gone is answered by
+None."""
 import socket
 import struct
 
@@ -24,7 +25,8 @@ def connect(name):
     if status != 1:
         raise ConnectionError(f"{name} refuses its clients")
     vendor, formats = struct.unpack_from("<H", rest, 16)[0], rest[21]
-    connection["root"], = struct.unpack_from("<I", rest, 32 + len(padded(bytes(vendor))) + 8 * formats)
+    screen = 32 + len(padded(bytes(vendor))) + 8 * formats
+    connection["root"], = struct.unpack_from("<I", rest, screen)
     answer = request(connection, EXTENSION, 0, struct.pack("<Hxx", 10) + padded(b"X-Resource"))
     if not answer or not answer[8]:
         raise ConnectionError(f"{name} has no extension X-Resource")
