@@ -11,13 +11,14 @@ LIMIT = 60  # seconds for a run, besides its own
 NEAR = 4    # levels of 255 that a pixel may differ by and count as the same
 
 
-def prepare(packages):
-    """Installs what is missing, and builds what shows programs."""
+def prepare(packages, *more):
+    """Installs what is missing, and builds what shows programs, and more targets."""
     subprocess.run([os.path.join(ROOT, "scripts", "install-packages"), packages], check=True)
     subprocess.run(["cmake", "--preset", "release"], cwd=ROOT, check=True,
                    stdout=subprocess.DEVNULL)
     subprocess.run(["cmake", "--build", BUILD, "-j", str(os.cpu_count()), "--target", "server",
-                    "play", "mosa-wall", "capture", "streamdump"], check=True, stdout=subprocess.DEVNULL)
+                    "play", "mosa-wall", "capture", "streamdump", *more], check=True,
+                   stdout=subprocess.DEVNULL)
 
 
 @contextlib.contextmanager
@@ -41,14 +42,19 @@ def displays(sizes):
             server.wait(10)
 
 
-def mosa_wall(arguments, desk, seconds):
-    """What a run says, and its status."""
+def environment_on(desk):
     environment = dict(os.environ, DISPLAY=desk, LIBGL_ALWAYS_SOFTWARE="1", MOSA_BANNER_TIME="0")
     environment.pop("WAYLAND_DISPLAY", None)
+    return environment
+
+
+def mosa_wall(arguments, desk, seconds):
+    """What a run says, and its status."""
     try:
-        done = subprocess.run([os.path.join(BUILD, "mosa-wall"), *arguments], env=environment,
-                              stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                              errors="replace", timeout=seconds + LIMIT)
+        done = subprocess.run([os.path.join(BUILD, "mosa-wall"), *arguments],
+                              env=environment_on(desk), stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, errors="replace",
+                              timeout=seconds + LIMIT)
         return done.stdout + done.stderr, done.returncode
     except subprocess.TimeoutExpired as late:
         return f"mosa-wall: no end within {late.timeout} seconds", -1

@@ -1,5 +1,6 @@
 // Small legal programs that do something unusual, each under its name. What one prints (answers of
-// OpenGL, errors, sums) and how it ends must be the same with and without capture.
+// OpenGL, errors, sums) and how it ends must be the same with and without capture. A number behind
+// the name: it is done so many times.
 #define GL_GLEXT_PROTOTYPES
 #include <EGL/egl.h>
 #include <GL/gl.h>
@@ -37,6 +38,7 @@ Window createWindow(int w = width, int h = height)
     const Window made =
         XCreateWindow(dpy, DefaultRootWindow(dpy), 0, 0, w, h, 0, visual->depth, InputOutput,
                       visual->visual, CWColormap | CWOverrideRedirect, &attributes);
+    XFreeColormap(dpy, attributes.colormap);
     return made;
 }
 
@@ -423,6 +425,7 @@ void openList()
     glCallList(3);
     tellError("list");
     glXSwapBuffers(dpy, window);
+    glXDestroyContext(dpy, other);
 }
 
 // The window is hidden, and nothing is called after it.
@@ -509,6 +512,7 @@ void reconnects()
         XCloseDisplay(dpy);
         dpy = XOpenDisplay(nullptr);
         int attributes[] = {GLX_RGBA, GLX_DOUBLEBUFFER, GLX_RED_SIZE, 8, GLX_DEPTH_SIZE, 16, None};
+        XFree(visual);
         visual = glXChooseVisual(dpy, DefaultScreen(dpy), attributes);
         window = openWindow();
         context = glXCreateContext(dpy, visual, nullptr, True);
@@ -596,7 +600,8 @@ int main(int argc, char** argv)
     glXMakeCurrent(dpy, window, context);
     XMapWindow(dpy, window); // seen only now
     for (const auto& program : programs)
-        if (std::strcmp(program.name, argv[1]) == 0)
+        for (int n = argc > 2 ? std::atoi(argv[2]) : 1;
+             n > 0 && std::strcmp(program.name, argv[1]) == 0; --n)
             program.run();
     return 5;
 }

@@ -402,6 +402,15 @@ TEST(WallProgram, IsFollowedByTheNext)
     EXPECT_EQ(record({}, before + last), 3);
     EXPECT_EQ(record({}, "(" + before + last + ") &"), 3); // whose parent is gone at once
     EXPECT_EQ(record({"--frames", "3"}, before + last), 1);
+
+    // What is left drawing has no more time than the program.
+    for (const Strings& how : {Strings{"run", "--wall", wallFile}, {"record", "-o", live}}) {
+        Strings arguments = how;
+        arguments.insert(arguments.end(), {"--seconds", "2"});
+        const Clock::time_point start = Clock::now();
+        EXPECT_EQ(show(arguments, program + " lines & true").status, 0);
+        EXPECT_LT(Clock::now() - start, std::chrono::seconds(30));
+    }
     stopDisplays(displays);
 }
 

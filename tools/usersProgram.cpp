@@ -152,10 +152,11 @@ bool isTimeOver(const UsersProgram& program) { return JobClock::now() >= program
 
 void stopUsersProgram(UsersProgram& program)
 {
-    if (program.process.pid < 0)
-        return;
-    program.ending = stopProcess(program.process, programGrace);
-    program.stopped = true;
+    if (program.process.pid > 0) {
+        program.ending = stopProcess(program.process, programGrace);
+        program.stopped = true;
+    } else if (isTimeOver(program)) // what it has left would draw on
+        endOrphans(Origin::program, programGrace);
 }
 
 void sayDrewNothing(const LiveOptions& options)

@@ -47,7 +47,7 @@ bool isHeld(UsersProgram& program, const LiveOptions& options, const Drawing& dr
 
 bool isTimeOver(const UsersProgram& program);
 
-/// Ends it, as the options say.
+/// Ends it, as the options say; when its time is over also what it has left behind.
 void stopUsersProgram(UsersProgram& program);
 
 /// Says why the wall or a recording has shown nothing.
