@@ -403,7 +403,7 @@ TEST(WallTool, HelpAndManualPageAgree)
     const std::string page = pageOf("mosa-wall");
     const std::set<std::string> commands = matchesIn(page, "\n\\.SS ([a-z]+)\n");
     EXPECT_EQ(commands, matchesIn(tool({"--help"}).out, "\n  ([a-z]+)  "));
-    EXPECT_EQ(commands.size(), 7U);
+    EXPECT_EQ(commands.size(), 13U);
     for (const std::string& command : commands) {
         const std::size_t from = page.find(".SS " + command + "\n");
         compare(optionsIn(page.substr(from, page.find("\n.S", from + 1) - from)),
