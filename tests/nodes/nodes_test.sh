@@ -41,6 +41,11 @@ said "server 1 on node2 was the last at"
 timeout 60 "$build/mosa-wall" demo "$gears" --wall 2x1 --tile 150x300 -o one.png >out 2>&1 || fail demo
 cmp one.png two.png || fail "the pictures differ"
 
+# An area that one display shows alone has its server on that node.
+wall run --wall wall.conf --hosts hosts --at 100x100+180+20 "$gears" || fail "an area"
+said "MOSA: Server node2 completed MPI_Init as task 1"
+! grep -q "as task 2" out || fail "more than one server"
+
 # Before a job starts, what is wrong with a node is said in one line that names it.
 faulty() { # how, back again, what is said
     "$nodes" in 2 bash -c "$1"
