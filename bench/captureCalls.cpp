@@ -74,13 +74,25 @@ void measureCalls()
     });
     glEnd();
     measure("glTranslatef", many, [] { glTranslatef(0, 0, 0); });
-    measure("glGetError", many, [] { glGetError(); });
+    measure("glBegin + glEnd", many, [] {
+        glBegin(GL_POINTS);
+        glEnd();
+    });
+    // As programs do between two draws: what asks, and what changes nothing.
+    constexpr int some = 5000;
+    GLint value = 0;
+    measure("glGetError", some, [] { glGetError(); });
+    measure("glGetIntegerv", some, [&] { glGetIntegerv(GL_MATRIX_MODE, &value); });
+    measure("glShadeModel", some, [] { glShadeModel(GL_SMOOTH); });
+    measure("glEnable", some, [] { glEnable(GL_DITHER); });
+    measure("glDepthFunc", some, [] { glDepthFunc(GL_LESS); });
     std::vector<GLfloat> vertices(3 * 10'000, 9.0F);
     std::vector<GLuint> indices(10'000);
     for (GLuint i = 0; i < 10'000; ++i)
         indices[i] = i;
     glEnableClientState(GL_VERTEX_ARRAY);
     glVertexPointer(3, GL_FLOAT, 0, vertices.data());
+    measure("glDrawArrays of 4", 20'000, [] { glDrawArrays(GL_POINTS, 0, 4); });
     measure("glDrawElements of 10,000", 50,
             [&] { glDrawElements(GL_POINTS, 10'000, GL_UNSIGNED_INT, indices.data()); });
     std::vector<unsigned char> pixels(1 << 20);

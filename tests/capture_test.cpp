@@ -247,10 +247,11 @@ TEST(Threads, GuardWhatTheyShare)
                                       {"threads", "all"},
                                       {"sharing", "largest"},
                                       {"destroyed", "largest"}}) {
-        const Ending ending = run({"record", "-o", temporaryFile(""), "--window", shown, "--",
-                                   "env", "LD_LIBRARY_PATH=" PROGRAMS "/tests/capture",
-                                   "TSAN_OPTIONS=halt_on_error=1:ignore_noninstrumented_modules=1",
-                                   PROGRAMS "/tests/smallProgram_threads", name});
+        const Ending ending =
+            run({"record", "-o", temporaryFile(""), "--window", shown, "--", "env",
+                 "LD_LIBRARY_PATH=" PROGRAMS "/tests/capture", "MOSA_CAPTURE_AHEAD=1",
+                 "TSAN_OPTIONS=halt_on_error=1:ignore_noninstrumented_modules=1",
+                 PROGRAMS "/tests/smallProgram_threads", name});
         EXPECT_EQ(ending.status, 5) << ending.err;
     }
 }

@@ -285,10 +285,12 @@ void threads()
         eglInitialize(display, nullptr, nullptr);
         eglChooseConfig(display, nullptr, &config, 1, &count);
         start.arrive_and_wait();
+        for (int i = 0; i < 20; ++i)
+            glXDestroyContext(connection, glXCreateContext(connection, visual, nullptr, True));
+        start.arrive_and_wait();
         glXMakeCurrent(connection, where, own);
         const GLubyte bits[4] = {};
-        for (int i = 0; i < 25; ++i) {
-            glXDestroyContext(connection, glXCreateContext(connection, visual, nullptr, True));
+        for (int i = 0; i < 20; ++i) {
             glXDestroyPbuffer(connection, glXCreatePbuffer(connection, configs[0], pbufferSize));
             eglDestroySurface(display, eglCreateWindowSurface(display, config, where, nullptr));
             glNewList(name, GL_COMPILE);
@@ -303,7 +305,8 @@ void threads()
             glClear(GL_COLOR_BUFFER_BIT);
             glCallList(name);
             glViewport(0, 0, i, 40);
-            glXSwapBuffers(connection, where);
+            for (int again = 0; again < 3; ++again)
+                glXSwapBuffers(connection, where);
             glDeleteLists(name, 1);
             glDeleteBuffers(1, &name);
         }
