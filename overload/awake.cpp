@@ -99,7 +99,6 @@ void wake(xcb_connection_t* x)
         request.suspend = 1;
         tell(x, screenSaver, X_ScreenSaverSuspend, request);
     }
-
     xcb_force_screen_saver(x, XCB_SCREEN_SAVER_RESET);
     if (!isThere(x, powerManagement))
         return;
