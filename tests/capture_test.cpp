@@ -296,7 +296,7 @@ TEST(Exports, AreTheSystemsNamesAndNothingElse)
     for (const std::string& name : systems)
         EXPECT_TRUE(own.contains(name) || !(name.starts_with("gl") || name.starts_with("egl")))
             << name;
-    for (const char* library : {"exactTiles", "frameLock", "lifeline"})
+    for (const char* library : {"awake", "exactTiles", "frameLock", "lifeline"})
         EXPECT_EQ(namesIn({PROGRAMS "/overload/mosa-" + std::string(library) + ".so"}),
                   std::set<std::string>{"Overload"});
 }

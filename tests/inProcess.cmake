@@ -48,8 +48,8 @@ target_include_directories(in_process_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_compile_definitions(in_process_test PRIVATE
     TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data"
     RECORDER_LIBRARY="$<TARGET_FILE:recorder>"
-    OVERLOAD_DIR="${CMAKE_BINARY_DIR}/tests")
-add_dependencies(in_process_test recorder overload_first overload_second)
+    OVERLOAD_DIR="${CMAKE_BINARY_DIR}/tests" AWAKE_LIBRARY="$<TARGET_FILE:awake>")
+add_dependencies(in_process_test awake recorder overload_first overload_second)
 # What overload libraries refer to.
 target_link_options(in_process_test PRIVATE
     -Wl,--dynamic-list=${PROJECT_SOURCE_DIR}/overload/exports.list)

@@ -5,7 +5,7 @@ target_compile_definitions(wallTool_test PRIVATE
     MANUALS="${PROJECT_SOURCE_DIR}/docs/man")
 target_link_libraries(wallTool_test PRIVATE
     mosa_wall_tool mosa_process mosa_stream_file mosa_image mosa_wall_file mosa_play_options mosa_capture_socket
-    GTest::gtest_main)
+    PkgConfig::XCB GTest::gtest_main)
 add_dependencies(wallTool_test server play mosa-wall streamdump)
 gtest_discover_tests(wallTool_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 

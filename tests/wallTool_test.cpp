@@ -12,6 +12,10 @@
 #include "tools/wallDrawing.h"
 
 #include <X11/Xlib.h>
+#include <X11/Xmd.h>
+#include <X11/extensions/saverproto.h>
+#include <xcb/xcb.h>
+#include <xcb/xcbext.h>
 
 #include <algorithm>
 #include <csignal>
@@ -20,6 +24,7 @@
 #include <regex>
 #include <set>
 
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -526,6 +531,90 @@ TEST(WallTool, PatternOutlinesEachTileInItsOwnColour)
 
     expectEnd(tool({"pattern", "--wall", wall, "--frames", "7", "--then", "false"}, environment), 1,
               "7 frames");
+    stopDisplays(displays);
+}
+
+// An X display's screen saver.
+struct ScreenSaver {
+    xcb_connection_t* x;
+    xcb_extension_t extension{"MIT-SCREEN-SAVER", 0};
+    explicit ScreenSaver(const std::string& display) : x(xcb_connect(display.c_str(), nullptr)) {}
+    ~ScreenSaver() { xcb_disconnect(x); }
+};
+
+bool isDark(ScreenSaver& saver)
+{
+    xScreenSaverQueryInfoReq request{};
+    request.drawable = xcb_setup_roots_iterator(xcb_get_setup(saver.x)).data->root;
+    iovec parts[3]{{}, {}, {&request, sizeof request}};
+    const xcb_protocol_request_t protocol{1, &saver.extension, X_ScreenSaverQueryInfo, 0};
+    auto* const reply = static_cast<xScreenSaverQueryInfoReply*>(
+        xcb_wait_for_reply(saver.x, xcb_send_request(saver.x, 0, parts + 2, &protocol), nullptr));
+    constexpr CARD8 on = 1;
+    const bool dark = reply && reply->state == on;
+    std::free(reply);
+    return dark;
+}
+
+bool waitUntil(const std::function<bool()>& holds, Timeout longest)
+{
+    const auto until = std::chrono::steady_clock::now() + longest;
+    while (!holds() && std::chrono::steady_clock::now() < until)
+        poll(nullptr, 0, 20);
+    return holds();
+}
+
+// A display that is dark is woken for a job, stays so in spite of its own settings, and follows
+// them again after it, or those that the job leaves.
+TEST(WallTool, DisplaysAreAwakeWhileAJobRuns)
+{
+    const Folder folder;
+    std::vector<VirtualDisplay> displays{startDisplay(100, 100)};
+    const std::string display = displays[0].name;
+    const std::string wall = temporaryFile(display + " 100 100 0 0 100 100\n");
+    const auto arguments = [&wall](const Strings& more) {
+        Strings all{built("mosa-wall"), "run", "--wall", wall, "--force", EXAMPLES "/gears.mws"};
+        all.insert(all.end(), more.begin(), more.end());
+        return Command{.argv = all,
+                       .environment = virtualWallEnvironment("replaced"),
+                       .output = Output::capture};
+    };
+    ScreenSaver saver(display);
+    xcb_set_screen_saver(saver.x, 1, 0, XCB_BLANKING_PREFERRED, XCB_EXPOSURES_ALLOWED);
+    xcb_force_screen_saver(saver.x, XCB_SCREEN_SAVER_ACTIVE);
+    ASSERT_TRUE(isDark(saver));
+    const fs::path shown = folder.path / "shown", seen = folder.path / "seen";
+    Process job =
+        startProcess(arguments({"--then", "touch " + shown.string() + "; while [ ! -e " +
+                                              seen.string() + " ]; do sleep 0.05; done"}));
+    ASSERT_TRUE(waitUntil([&shown] { return fs::exists(shown); }, jobTime));
+    EXPECT_FALSE(waitUntil([&saver] { return isDark(saver); }, std::chrono::milliseconds(2500)));
+    std::ofstream{seen};
+    EXPECT_EQ(finishProcess(job, jobTime).status, 0);
+    EXPECT_TRUE(waitUntil([&saver] { return isDark(saver); }, jobTime));
+
+    // Commands around it have the wall file; one that fails is a line, and no more.
+    const Ending ending =
+        runProcess(arguments({"--blank-after", "7", "--before", "echo before $MOSA_DISPLAY; false",
+                              "--after", "echo after $MOSA_DISPLAY"}),
+                   jobTime);
+    expectEnd(ending, 0, "mosa-wall: the command failed: echo before ");
+    EXPECT_LT(ending.out.find("before " + wall), ending.out.find("after " + wall)) << ending.out;
+    EXPECT_NE(ending.out.find("after " + wall), std::string::npos) << ending.out;
+    xcb_get_screen_saver_reply_t* const now =
+        xcb_get_screen_saver_reply(saver.x, xcb_get_screen_saver(saver.x), nullptr);
+    EXPECT_EQ(now->timeout, 7 * 60);
+    std::free(now);
+
+    // And that of after it however it ends.
+    Process told = startProcess(
+        arguments({"--loop", "1000000", "--before", "touch " + (folder.path / "begun").string(),
+                   "--after", "touch " + (folder.path / "ended").string() + "; exit 4"}));
+    ASSERT_TRUE(waitUntil([&folder] { return fs::exists(folder.path / "begun"); }, jobTime));
+    kill(told.pid, SIGTERM);
+    const Ending end = finishProcess(told, jobTime);
+    expectEnd(end, 128 + SIGTERM, "mosa-wall: the command failed: touch ");
+    EXPECT_TRUE(fs::exists(folder.path / "ended"));
     stopDisplays(displays);
 }
 

@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -27,6 +29,44 @@ std::atomic<long> lastLook, stoppedTime; // nanoseconds; the first of CLOCK_MONO
 
 constexpr long graceAtEnd = 5000;                           // milliseconds
 constexpr Timeout graceOfHelpers = std::chrono::seconds(1); // without a launcher
+
+// What runs at the end, made ready before: a signal handler makes no strings.
+struct LastCommand {
+    std::string text;
+    std::vector<std::string> environment;
+    std::vector<char*> argv, pointers;
+};
+LastCommand lastCommand;
+std::atomic<bool> hasLastCommand;
+
+// Async-signal-safe, as cleanUp.
+void runLastCommand()
+{
+    constexpr int longest = 30'000; // milliseconds
+    if (!hasLastCommand.exchange(false))
+        return;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setsid();
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+        execve("/bin/sh", lastCommand.argv.data(), lastCommand.pointers.data());
+        _exit(127);
+    }
+    int status = -1;
+    pollfd end{static_cast<int>(syscall(SYS_pidfd_open, pid, 0)), POLLIN, 0};
+    if (pid > 0 && poll(&end, 1, longest) == 0)
+        kill(-pid, SIGKILL);
+    if (pid > 0)
+        waitpid(pid, &status, 0);
+    if (status == 0)
+        return;
+    sayAtOnce("mosa-wall: the command failed: ");
+    sayAtOnce(lastCommand.text.c_str());
+    sayAtOnce("\n");
+}
 
 // Async-signal-safe.
 void cleanUp()
@@ -58,6 +98,7 @@ void cleanUp()
     for (int i = nFiles; i-- > 0;) // folders were listed before what is in them
         if (const char* name = files[static_cast<std::size_t>(i)]; *name && unlink(name) != 0)
             rmdir(name);
+    runLastCommand();
     owner = 0;
 }
 
@@ -183,6 +224,23 @@ void dieOf(int signal)
     std::fflush(nullptr);
     raiseAsDefault(signal);
     _exit(128 + signal);
+}
+
+void runAtEnd(const std::string& command, const std::string& environment)
+{
+    installCleanUp();
+    LastCommand& last = lastCommand;
+    last = {.text = command, .environment = {environment}, .argv = {}, .pointers = {}};
+    const std::string name = environment.substr(0, environment.find('=') + 1);
+    for (char** entry = environ; *entry; ++entry)
+        if (!std::string_view(*entry).starts_with(name))
+            last.environment.emplace_back(*entry);
+    for (std::string& entry : last.environment)
+        last.pointers.push_back(entry.data());
+    last.pointers.push_back(nullptr);
+    static char shell[] = "sh", asCommand[] = "-c";
+    last.argv = {shell, asCommand, last.text.data(), nullptr};
+    hasLastCommand = true;
 }
 
 bool listFile(const std::string& name)

@@ -9,6 +9,10 @@
 /// Makes this process the one that adopts what others leave behind, and has it clean up at its end.
 void installCleanUp();
 
+/// A shell command that runs when all of that is done, with so much more in its environment; it has
+/// half a minute. Once.
+void runAtEnd(const std::string& command, const std::string& environment);
+
 /// Lists a file or folder to be removed. False when there are too many, or the name is too long.
 bool listFile(const std::string& name);
 void unlistFile(const std::string& name);

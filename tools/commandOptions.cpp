@@ -83,6 +83,20 @@ void addAt(CLI::App& command, AtOptions& options, std::string& name)
                        "what list, move, raise and stop call it; without it the program's name");
 }
 
+void addDisplays(CLI::App& command, DisplayOptions& options)
+{
+    constexpr int most = 540; // that X's screen saver counts to
+    command
+        .add_option("--blank-after", options.blankAfter,
+                    "minutes after the last job in which displays with nothing on them go dark; 0: "
+                    "never; without it as each is set")
+        ->check(CLI::Range(0, most));
+    command.add_option("--before", options.before,
+                       "shell command on this machine before the job starts, as for panels with a "
+                       "control of their own; MOSA_DISPLAY is the wall file there");
+    command.add_option("--after", options.after, "likewise after the job, however that has ended");
+}
+
 void addJobFlags(CLI::App& command, JobOptions& options)
 {
     command.add_flag("--dry-run", options.dryRun,

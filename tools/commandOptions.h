@@ -22,6 +22,9 @@ void addPlain(CLI::App& command, bool& plain);
 /// Where it stands on the wall, and how it is called.
 void addAt(CLI::App& command, AtOptions& options, std::string& name);
 
+/// What becomes of the displays before and after a job.
+void addDisplays(CLI::App& command, DisplayOptions& options);
+
 /// --dry-run and --force.
 void addJobFlags(CLI::App& command, JobOptions& options);
 

@@ -20,7 +20,8 @@ int showPattern(const CLI::App& command, const Options& options)
     if (!options.output.empty())
         refuse(command,
                {"--loop", "--ahead", "--loose", "--hold", "--then", "--hosts", "--at", "--name",
-                "--plain", "--snapshot", "--dry-run", "--force"},
+                "--plain", "--snapshot", "--dry-run", "--force", "--blank-after", "--before",
+                "--after"},
                "does not go with -o: the pattern is written, not played");
     const ChosenWall chosen = chooseWall(options.choice, readUsableWall);
     const std::vector<OutgoingBuffer> stream = patternStream(chosen.wall, options.frames);
@@ -51,6 +52,7 @@ Action add(CLI::App& command)
     addPlain(command, job.plain);
     command.add_option("--snapshot", job.picture,
                        "PNG file for a picture of the wall with the last frame");
+    addDisplays(command, job.displays);
     addJobFlags(command, job);
     command.footer(
         "Geometry: the grid and the diagonals run straight on across the seams, the circles, of "

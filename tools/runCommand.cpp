@@ -36,7 +36,9 @@ int run(const CLI::App& command, Options& options, const Program& program)
     requireOneKind(command, program, "STREAM");
     const bool isWall = !usualWall(options.choice.wall).empty();
     if (!isWall)
-        refuse(command, {"--hosts", "--label", "--stats", "--force", "--dry-run"},
+        refuse(command,
+               {"--hosts", "--label", "--stats", "--force", "--dry-run", "--blank-after",
+                "--before", "--after"},
                "goes with a wall: name its file by --wall");
     if (!isLive && options.streams.empty())
         throw std::runtime_error("name stream files, or a program behind --");
@@ -82,6 +84,7 @@ Action add(CLI::App& command)
                      "say at the end how busy each server was, and who waited for whom");
     addAt(command, job.at, job.name);
     addPlain(command, job.plain);
+    addDisplays(command, job.displays);
     addJobFlags(command, job);
     command.footer(
         "First every server's node is asked, the way the job reaches it, whether the wall file,\n"

@@ -1,10 +1,12 @@
 #include "tools/wallJob.h"
 #include "client/locations.h"
+#include "tools/cleanUp.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 
 namespace {
@@ -16,6 +18,27 @@ void printJob(const Job& job)
     for (const std::string& secret : job.secrets)
         std::printf("%s ", secret.c_str());
     std::printf("%s\n", shellLine(jobLine(job)).c_str());
+}
+
+// Displays that a job wakes and keeps awake, and what becomes of them after it.
+void keepAwake(Job& job, const DisplayOptions& displays)
+{
+    if (!std::getenv("MOSA_AWAKE"))
+        job.environment.emplace_back("MOSA_AWAKE=1");
+    if (displays.blankAfter >= 0)
+        job.environment.push_back("MOSA_BLANK_AFTER=" + std::to_string(displays.blankAfter));
+}
+
+// The operator's own commands around a job; that of after it, however mosa-wall ends.
+void runCommandsOf(const DisplayOptions& displays, const Wall& wall)
+{
+    const std::string environment = "MOSA_DISPLAY=" + std::filesystem::absolute(wall.file).string();
+    if (!displays.after.empty())
+        runAtEnd(displays.after, environment);
+    if (!displays.before.empty() &&
+        runProcess({.argv = {"sh", "-c", displays.before}, .environment = {environment}}, noLimit)
+                .status != 0)
+        std::fprintf(stderr, "mosa-wall: the command failed: %s\n", displays.before.c_str());
 }
 
 } // namespace
@@ -72,8 +95,13 @@ int playOnWall(const ChosenWall& chosen, const std::vector<std::string>& files,
     putOnWall(job, onto.wall, onto.hosts);
     if (area)
         putInArea(job, *area, size);
-    const bool locks = loadOverloads(job, options.plain) && job.servers > 1 &&
-                       !options.play.loose && mayLockFrames();
+    const bool loads = loadOverloads(job, options.plain);
+    if (loads)
+        keepAwake(job, options.displays);
+    else if (options.displays.blankAfter >= 0)
+        throw std::runtime_error("MOSA_OVERLOAD_FILE names libraries of its own: --blank-after "
+                                 "needs those that come with the system");
+    const bool locks = loads && job.servers > 1 && !options.play.loose && mayLockFrames();
     job.label = options.label;
     // A server that is ended says no more: the latest figures are then those of the last second.
     job.keepsFigures = options.stats && !std::getenv("MOSA_STATS");
@@ -95,6 +123,7 @@ int playOnWall(const ChosenWall& chosen, const std::vector<std::string>& files,
         throw std::runtime_error("the wall is not ready; --force goes on");
     if (locks && answers.hubPort > 0)
         lockFrames(job, hub, answers.hubPort);
+    runCommandsOf(options.displays, wall);
     live.samples = answers.samples;
     job.about = aboutJob(onto, options.name, shownBy(files, live), size, area);
     if (isLive)

@@ -7,8 +7,15 @@
 #include "tools/wallArea.h"
 #include "tools/wallRun.h"
 
+/// The displays around a job.
+struct DisplayOptions {
+    int blankAfter = -1;       // minutes after it; 0: never; -1: as they are set
+    std::string before, after; // shell commands on this machine
+};
+
 struct JobOptions {
     PlayOptions play;
+    DisplayOptions displays = {};
     AtOptions at = {};
     std::string name;    // for list, move, raise and stop; empty: what it shows
     std::string picture; // of the wall with the last frame; empty: none
