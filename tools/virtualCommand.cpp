@@ -59,8 +59,7 @@ Action add(CLI::App& command)
         "wall ends with it.\n\n"
         "Example:\n"
         "  mosa-wall virtual 3x2 400x300 --show\n"
-        "  mosa-wall run --at left -- glxgears &\n"
-        "  mosa-wall run --at right -- glxgears &\n"
+        "  mosa-wall run -- glxgears &\n"
         "  mosa-wall snapshot\n"
         "  exit");
     return [options](const Program& program) { return runInside(*options, program); };
