@@ -2,8 +2,8 @@
 #include "capture/stream.h"
 
 #include <cstdio>
+#include <map>
 #include <mutex>
-#include <set>
 #include <string>
 #include <utility>
 
@@ -84,9 +84,9 @@ static_assert([] { // in the order of the reasons
 bool isNew(Reason reason, std::string_view detail)
 {
     static std::mutex toldLock;
-    static auto& told = *new std::set<std::pair<Reason, std::string>>;
+    static auto& times = *new std::map<std::pair<Reason, std::string>, long>;
     const std::lock_guard lock(toldLock);
-    return told.emplace(reason, detail).second;
+    return ++times[{reason, std::string(detail)}] == 1;
 }
 
 } // namespace

@@ -429,6 +429,8 @@ TEST(Faults, EndWithOneLineAndTheRightStatus)
          1, titled);
     ends(Strings{"record", "-o", file, "--window", "no such"} + program("single", 3), 5, titled);
     ends(Strings{"record", "-o", file, "--calls"} + program("modern", 3), 1, "3.3 core is refused");
+    ends({"record", "-o", file, "--", PROGRAMS "/tests/smallProgram", "closesFiles"}, 5,
+         "the program has closed the wall's socket; the program goes on without the wall");
     ends(Strings{"record", "-o", "/dev/full"} + program("images", 50), 1, "No space left");
 }
 
