@@ -136,7 +136,12 @@ const WindowState& windowState(const char* displayName, unsigned long window, bo
     const auto found = known.find(id);
     if (found != known.end() && !anew)
         return found->second;
-    return known[id] = ask(id);
+    const WindowState state = ask(id);
+    if (!state.exists) { // or was closed before it was asked for: nobody would tell
+        known.erase(id);
+        return none;
+    }
+    return known[id] = state;
 }
 
 std::string windowTitle(const char* displayName, unsigned long window)
