@@ -208,7 +208,7 @@ TEST(Areas, StandOverEachOtherAndMove)
                 "beyond the edge", isLit);
     const Ending followed = tool(wall, {"move", "it", "--follow"}, "+5+5\\nnowhere\\n+60+40\\n");
     EXPECT_EQ(followed.status, 1);
-    EXPECT_PRED_FORMAT2(testing::IsSubstring, "\"nowhere\" is no area", followed.err);
+    EXPECT_PRED_FORMAT2(testing::IsSubstring, "\"nowhere\" is no place", followed.err);
     expectShown(wall, painted({all, {150, 30, 80, 30, green}, {60, 40, 80, 30, blue}}), "followed",
                 isLit);
     const struct {
@@ -217,7 +217,8 @@ TEST(Areas, StandOverEachOtherAndMove)
     } refused[] = {{{"move", "it-2", "+5+5"}, "it-2 stays where it is: start it with --movable"},
                    {{"raise", "none"}, "no job is called \"none\""},
                    {{"stop"}, "name one of the jobs that run: "},
-                   {{"move", "it", "81x30+1+1"}, "an area keeps its size, 80x30"}};
+                   {{"move", "it", "+240+5"}, "nothing of it would be on the wall, 240x90"},
+                   {{"move", "it", "all"}, "an area keeps its size, 80x30"}};
     for (const auto& [arguments, refusal] : refused) {
         const Ending ending = tool(wall, arguments);
         EXPECT_EQ(ending.status, 1) << refusal;

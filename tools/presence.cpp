@@ -9,12 +9,14 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <functional>
+#include <filesystem>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -107,6 +109,9 @@ std::string moveArea(const Request& request)
     if (!job.isMovable)
         throw std::runtime_error(about.name + " stays where it is: start it with --movable");
     const PixelArea place = parsePlace(request.argument, about.wall, {job.area.w, job.area.h});
+    if (place.x >= about.wall.w || place.x + place.w <= 0 || place.y >= about.wall.h ||
+        place.y + place.h <= 0)
+        throw std::runtime_error("nothing of it would be on the wall, " + toText(about.wall));
     steer(request, moveLine(place.x, about.wall.h - place.y - place.h));
     job.area = place;
     return {};
@@ -158,8 +163,6 @@ bool answer(Presence& presence, const NodeWatch& nodes, int steering, Asker& ask
     return asker.line.size() < longestRequest;
 }
 
-} // namespace
-
 std::string freeName(const std::string& wanted)
 {
     std::string base;
@@ -177,11 +180,32 @@ std::string freeName(const std::string& wanted)
     return name;
 }
 
+// Jobs take their names one after the other: a lock on the folder in which each has its own. Who
+// does not get it in time goes on without it.
+struct NamesLock {
+    explicit NamesLock(const std::string& socket)
+        : fd(open(std::filesystem::path(socket).parent_path().parent_path().c_str(),
+                  O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        constexpr int attempts = 200, pause = 10; // milliseconds
+        for (int i = 0; i < attempts && flock(fd, LOCK_EX | LOCK_NB) != 0; ++i)
+            poll(nullptr, 0, pause);
+    }
+    ~NamesLock() { close(fd); }
+    NamesLock(const NamesLock&) = delete;
+    NamesLock& operator=(const NamesLock&) = delete;
+    int fd;
+};
+
+} // namespace
+
 void appear(Presence& presence, const About& about)
 {
     presence.about = about;
     presence.since = static_cast<long>(std::time(nullptr));
     presence.path = temporaryName(fileName);
+    const NamesLock lock(presence.path);
+    presence.about.name = freeName(about.name);
     presence.listening = openSocket(presence.path, bindAndListen);
     if (presence.listening < 0)
         std::fprintf(stderr,

@@ -12,10 +12,6 @@
 
 #include <poll.h>
 
-/// Makes a name of what a job shows, or takes the one that is wanted: without blanks, and such that
-/// no job that runs has it.
-std::string freeName(const std::string& wanted);
-
 struct Asker {
     int fd;
     std::string line;
@@ -31,7 +27,8 @@ struct Presence {
     bool mustStop = false; // has been asked for
 };
 
-/// Begins to listen. A job that cannot be asked says why in a line, and runs.
+/// Begins to listen, under the name that is wanted, without blanks and with a number where a job
+/// that runs has it. A job that cannot be asked says why in a line, and runs.
 void appear(Presence& presence, const About& about);
 void disappear(Presence& presence);
 

@@ -114,21 +114,28 @@ PixelArea parsePlace(const std::string& text, Size wall, Size size)
         requireSize(text, area);
         return area;
     }
-    PixelArea area = parseArea(text, wall);
-    if (area.w != size.w || area.h != size.h) {
-        // Named places are for areas of their size; others keep to the same side, or the middle.
-        PixelArea named{};
-        if (!namedArea(text, wall, named))
-            throw std::runtime_error("an area keeps its size, " + toText(size) +
-                                     ": name its place alone, like +480+270");
+    PixelArea named{};
+    if (namedArea(text, wall, named) && text != "all") {
+        // For an area of its own size: on the same side, or in the middle.
         const auto along = [](int at, int extent, int room, int own) {
             return at == 0 && extent < room        ? 0
                    : at > 0 && at + extent >= room ? room - own
                                                    : (room - own) / 2;
         };
-        area = {along(named.x, named.w, wall.w, size.w), along(named.y, named.h, wall.h, size.h),
+        return {along(named.x, named.w, wall.w, size.w), along(named.y, named.h, wall.h, size.h),
                 size.w, size.h};
     }
+    PixelArea area{};
+    try {
+        area = parseArea(text, wall);
+    } catch (const std::runtime_error&) {
+        throw std::runtime_error("\"" + text +
+                                 "\" is no place on the wall: it should read like +480+270, left, "
+                                 "top-right or center");
+    }
+    if (area.w != size.w || area.h != size.h)
+        throw std::runtime_error("an area keeps its size, " + toText(size) +
+                                 ": name its place alone, like +480+270");
     return area;
 }
 

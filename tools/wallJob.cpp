@@ -69,7 +69,7 @@ WallAnswers askNodes(const ChosenWall& chosen, const Job& job, std::FILE* to, in
 About aboutJob(const ChosenWall& onto, const std::string& name, const std::string& shows, Size wall,
                const std::optional<JobArea>& area)
 {
-    About about{.name = freeName(name.empty() ? shows.substr(0, shows.find(' ')) : name),
+    About about{.name = name.empty() ? shows.substr(0, shows.find(' ')) : name,
                 .shows = shows,
                 .wall = wall,
                 .area = area};
