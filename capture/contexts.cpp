@@ -371,10 +371,7 @@ bool isOnWall()
     return current && isShown(*current);
 }
 
-WindowSize currentWindowSize()
-{
-    return current ? current->group->size.load() : WindowSize{};
-}
+WindowSize currentWindowSize() { return current ? current->group->size.load() : WindowSize{}; }
 
 // ---- Lists -------------------------------------------------------------------------------------
 

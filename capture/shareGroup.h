@@ -15,7 +15,7 @@ struct ShareGroup {
     int members = 0;
     Context* main = nullptr; // the one whose state the wall has
     bool onWall = false;
-    unsigned long window = 0; // of the program, which that stands for
+    unsigned long window = 0;       // of the program, which that stands for
     std::atomic<WindowSize> size{}; // read at any time by threads of the group
 
     // What was called before the wall has the context.
