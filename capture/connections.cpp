@@ -2,7 +2,6 @@
 #include "capture/contexts.h"
 #include "capture/entered.h"
 
-#include <mutex>
 #include <set>
 
 // Of Xlibint.h, whose macros take away too many names.
@@ -11,14 +10,13 @@ extern "C" int (*XESetCloseDisplay(Display*, int, int (*)(Display*, XExtCodes*))
 
 namespace {
 
-std::mutex watchedLock;
-auto& watched = *new std::set<const Display*>;
+auto& watched = *new std::set<const Display*>; // under streamLock
 
 int closes(Display* dpy, XExtCodes*)
 {
     const Entered entered("XCloseDisplay");
     {
-        const std::lock_guard lock(watchedLock);
+        const StreamLock lock;
         watched.erase(dpy);
     }
     connectionIsGone(dpy);
@@ -30,7 +28,7 @@ int closes(Display* dpy, XExtCodes*)
 void watchConnection(Display* dpy)
 {
     {
-        const std::lock_guard lock(watchedLock);
+        const StreamLock lock;
         if (!dpy || !watched.insert(dpy).second)
             return;
     }

@@ -5,7 +5,7 @@
 //   answersLock  (stream.cpp)  held while the wall is waited for, with none behind it
 //   connectLock  (stream.cpp)  held while the wall answers the first time
 //   streamLock   (here)  held for as long as nothing is waited for but the X server
-//   buffersLock of a share group, listsLock (lists.cpp), watchedLock (connections.cpp),
+//   buffersLock of a share group, listsLock (lists.cpp),
 //   drawablesLock (glx.cpp), surfacesLock (egl.cpp), textsLock (strings.cpp),
 //   toldLock (reasons.cpp)  held for a look into what they guard, with nothing behind them
 #pragma once
@@ -17,7 +17,7 @@
 extern std::recursive_mutex serialLock;
 
 /// Guards the contexts and their groups, what is passed on, and what passOn.h, stream.h, windows.h
-/// and wallSlots.h have. Taken by a StreamLock.
+/// and wallSlots.h have, and which connections are watched. Taken by a StreamLock.
 extern std::mutex streamLock;
 
 /// Holds streamLock. What the wall does not take at once is waited for at the end, by the thread

@@ -272,10 +272,13 @@ void sharing()
 void threads()
 {
     constexpr int number = 3;
-    std::barrier start(number);
-    const auto work = [&start](GLXContext shared, Window where, GLuint name) {
+    std::barrier together(number);
+    const auto work = [&together](GLXContext shared, Window where, GLuint name) {
         Display* const connection = XOpenDisplay(nullptr);
+        together.arrive_and_wait();
         GLXContext own = glXCreateContext(connection, visual, shared, True);
+        for (int i = 0; i < 20; ++i)
+            glXDestroyContext(connection, glXCreateContext(connection, visual, nullptr, True));
         const int screen = DefaultScreen(connection);
         int count = 0;
         const int kind[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, None};
@@ -284,10 +287,7 @@ void threads()
         EGLConfig config = nullptr;
         eglInitialize(display, nullptr, nullptr);
         eglChooseConfig(display, nullptr, &config, 1, &count);
-        start.arrive_and_wait();
-        for (int i = 0; i < 20; ++i)
-            glXDestroyContext(connection, glXCreateContext(connection, visual, nullptr, True));
-        start.arrive_and_wait();
+        together.arrive_and_wait();
         glXMakeCurrent(connection, where, own);
         const GLubyte bits[4] = {};
         for (int i = 0; i < 20; ++i) {
@@ -318,6 +318,7 @@ void threads()
         }
         glXMakeCurrent(connection, None, nullptr);
         eglTerminate(display);
+        together.arrive_and_wait();
         XCloseDisplay(connection);
     };
     std::vector<std::thread> started;
