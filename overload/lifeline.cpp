@@ -33,6 +33,9 @@ void breakAfter(int fd)
     setsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &quiet, sizeof quiet);
     setsockopt(fd, IPPROTO_TCP, TCP_KEEPINTVL, &between, sizeof between);
     setsockopt(fd, IPPROTO_TCP, TCP_KEEPCNT, &unanswered, sizeof unanswered);
+    // What has been said and is not acknowledged is asked after in another way, for as long.
+    constexpr unsigned unacknowledged = 1000 * (quiet + between * unanswered); // milliseconds
+    setsockopt(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledged, sizeof unacknowledged);
 }
 
 std::atomic<std::uint64_t> frames;
