@@ -16,7 +16,6 @@
 
 #include <X11/extensions/Xcomposite.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 
@@ -41,12 +40,6 @@ Frame frame;
 {
     std::fprintf(stderr, "Error MOSA: area: %s\n", why.c_str());
     std::exit(1);
-}
-
-PixelArea common(const PixelArea& a, const PixelArea& b)
-{
-    const int x = std::max(a.x, b.x), y = std::max(a.y, b.y);
-    return {x, y, std::min(a.x + a.w, b.x + b.w) - x, std::min(a.y + a.h, b.y + b.h) - y};
 }
 
 std::string asked(const char* name)
@@ -231,8 +224,8 @@ extern "C" void Overload(glOp* table)
     frame.drawn = frame.area;
     frame.isMovable = asked(areaMovableVariable) == "1";
     if (!frame.isMovable)
-        frame.drawn = common(frame.area, frame.tile);
-    if (frame.drawn.w < 1 || frame.drawn.h < 1)
+        frame.drawn = commonArea(frame.area, frame.tile);
+    if (isEmpty(frame.drawn))
         fail("the display " + frame.entry.dpyName + " shows nothing of " + asked(areaVariable));
     writeWallFile();
     openFrame();

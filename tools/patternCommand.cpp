@@ -33,7 +33,10 @@ int showPattern(const CLI::App& command, const Options& options)
         requireWritable(job.picture);
     const std::string file = temporaryName("pattern");
     writeStreamFile(file, stream);
-    return playOnWall(chosen, {file}, job);
+    JobOptions named = job;
+    if (named.name.empty())
+        named.name = "pattern"; // not the temporary file's
+    return playOnWall(chosen, {file}, named);
 }
 
 Action add(CLI::App& command)

@@ -109,8 +109,7 @@ std::string moveArea(const Request& request)
     if (!job.isMovable)
         throw std::runtime_error(about.name + " stays where it is: start it with --movable");
     const PixelArea place = parsePlace(request.argument, about.wall, {job.area.w, job.area.h});
-    if (place.x >= about.wall.w || place.x + place.w <= 0 || place.y >= about.wall.h ||
-        place.y + place.h <= 0)
+    if (isEmpty(commonArea(place, {0, 0, about.wall.w, about.wall.h})))
         throw std::runtime_error("nothing of it would be on the wall, " + toText(about.wall));
     steer(request, moveLine(place.x, about.wall.h - place.y - place.h));
     job.area = place;

@@ -150,8 +150,7 @@ JobArea areaOn(const Wall& wall, const AtOptions& options)
         const WallEntry& entry = wall.tiles[n].entry;
         const PixelArea tile = areaOf(entry);
         const bool isKnown = entry.rect.w != 0; // else its screen may show some of it
-        const bool shows = area.x < tile.x + tile.w && tile.x < area.x + area.w &&
-                           area.y < tile.y + tile.h && tile.y < area.y + area.h;
+        const bool shows = !isEmpty(commonArea(area, tile));
         if (options.isMovable || !isKnown || shows)
             job.tiles.push_back(static_cast<int>(n));
     }

@@ -19,15 +19,6 @@ std::string pixelsText(const PixelArea& area)
     return text.str();
 }
 
-bool isEmpty(const PixelArea& area) { return area.w <= 0 || area.h <= 0; }
-
-PixelArea commonArea(const PixelArea& a, const PixelArea& b)
-{
-    const int x = std::max(a.x, b.x);
-    const int y = std::max(a.y, b.y);
-    return {x, y, std::min(a.x + a.w, b.x + b.w) - x, std::min(a.y + a.h, b.y + b.h) - y};
-}
-
 // The wall's size as most entries have it, so that one wrong line is the one that is reported.
 Size prevailingSize(const Wall& wall)
 {

@@ -1,5 +1,6 @@
 #include "coding/display/wallFile.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -49,4 +50,11 @@ PixelArea areaOf(const WallEntry& entry)
     const int x = whole(rect.x);
     const int y = whole(rect.y);
     return {x, y, whole(double{rect.x} + rect.w) - x, whole(double{rect.y} + rect.h) - y};
+}
+
+PixelArea commonArea(const PixelArea& a, const PixelArea& b)
+{
+    const int x = std::max(a.x, b.x);
+    const int y = std::max(a.y, b.y);
+    return {x, y, std::min(a.x + a.w, b.x + b.w) - x, std::min(a.y + a.h, b.y + b.h) - y};
 }

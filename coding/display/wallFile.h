@@ -37,3 +37,7 @@ bool parseWallEntry(const std::string& line, WallEntry& entry);
 /// What a tile shows, in whole pixels: fractions truncate, at both edges. The size is that of the
 /// screen, 0 here, for a rectangle of width 0.
 PixelArea areaOf(const WallEntry& entry);
+
+/// What two areas have in common; where that is nothing it is empty.
+PixelArea commonArea(const PixelArea& a, const PixelArea& b);
+inline bool isEmpty(const PixelArea& area) { return area.w <= 0 || area.h <= 0; }
