@@ -242,7 +242,7 @@ TEST(Areas, StandOverEachOtherAndMove)
     wall.jobs.resize(1);
 }
 
-// No tile shows the new place before the others can.
+// A server that stands still holds the move of all: its part of the stream reaches nobody.
 TEST(Areas, MoveOnAllTilesTogether)
 {
     TestWall wall;
