@@ -2,6 +2,7 @@
 // has in another form, and the ends of frames.
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "capture/keptDraws.h"
 #include "capture/strings.h"
 #include "wire/sizes.h"
 
@@ -149,6 +150,9 @@ void end()
 
 void listBase(GLuint base)
 {
+    constexpr GLuint reach = 1 << 16; // of names of two bytes, in both directions
+    if (base >= firstKeptDraw - reach)
+        noteListNames(firstKeptDraw, 1);
     pass<Op::glListBase>(base);
     currentContext().listBaseKnown = false;
 }

@@ -133,7 +133,8 @@ Pictures picturesOf(const Strings& command, int frames, const std::string& wall)
 
 Pictures picturesOf(const std::string& scene, WallShape shape)
 {
-    return picturesOf(program(scene), scene == "modern" ? 5 : 3, wallFile(shape));
+    return picturesOf(program(scene), scene == "modern" || scene == "kept" ? 5 : 3,
+                      wallFile(shape));
 }
 
 void expectSame(const Image& shown, const Image& expected, bool exact, const std::string& what)
@@ -171,7 +172,8 @@ TEST_P(Captured, LooksLikeTheProgramsOwnWindow)
 
 INSTANTIATE_TEST_SUITE_P(Scenes, Captured,
                          testing::Values("arrays", "multitexture", "images", "lists", "rasters",
-                                         "lines", "seams", "boxes", "unseen", "single", "modern"),
+                                         "lines", "seams", "boxes", "kept", "unseen", "single",
+                                         "modern"),
                          [](const auto& test) { return std::string(test.param); });
 
 // ---- Small programs, beside themselves alone ---------------------------------------------------
