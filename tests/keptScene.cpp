@@ -180,6 +180,14 @@ void addOthers(Kept& kept)
         glRecti(20, 1, 23, 8);
         glPolygonMode(GL_FRONT_AND_BACK, GL_FILL);
     });
+    kept.cells.emplace_back([] { // smaller by a call of the extension's form
+        for (const GLfloat times : {4.0F, 1.0F}) {
+            const GLfloat attenuation[] = {times, 0, 0};
+            glPointParameterfvARB(GL_POINT_DISTANCE_ATTENUATION, attenuation);
+            if (times > 1)
+                glDrawArrays(GL_POINTS, 0, corners);
+        }
+    });
     for (int unit = 0; unit < 2; ++unit)
         kept.cells.emplace_back([=] {
             from(values);
@@ -314,7 +322,7 @@ void drawKeptScene(void (*inSharing)(void (*change)()))
     glEnable(GL_LIGHT0);
     glEnable(GL_COLOR_MATERIAL);
     glShadeModel(GL_SMOOTH);
-    glPointSize(3);
+    glPointSize(6);
     for (const auto& draw : kept.cells) {
         const Cell place;
         glColor4f(1, 0.8F, 0.2F, 1);
