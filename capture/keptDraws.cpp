@@ -3,6 +3,7 @@
 #include "capture/lists.h"
 #include "capture/native.h"
 #include "capture/shareGroup.h"
+#include "capture/stream.h"
 
 #include <algorithm>
 #include <array>
@@ -12,6 +13,10 @@
 namespace {
 
 constexpr std::size_t mostSeen = 1 << 14; // draws that are not kept
+
+// The bytes of vertices, as servers have them, that the lists of a share group may have, and one.
+std::size_t mostBytes() { return static_cast<std::size_t>(std::max(captureOptions.keep, 0)) << 20; }
+constexpr std::size_t mostBytesOfDraw = 16 << 20;
 
 const ClientVertexState& client() { return currentContext().client.now; }
 KeptDraws& keptDraws() { return currentContext().group->keptDraws; }
@@ -196,7 +201,7 @@ std::size_t bytesAtServers(const DrawCall& call)
 bool makeRoom(KeptDraws& kept, std::size_t bytes, std::vector<GLuint>& dropped)
 {
     const auto fits = [&] {
-        return kept.bytes + bytes <= mostKeptBytes &&
+        return kept.bytes + bytes <= mostBytes() &&
                (!kept.freeLists.empty() || kept.lists < mostKeptDraws);
     };
     if (fits())

@@ -62,9 +62,6 @@ struct KeptDraws {
 /// has there ends the keeping in its share group.
 inline constexpr GLuint firstKeptDraw = 0xf0000000, mostKeptDraws = 1 << 16;
 
-/// The bytes of vertices, as servers have them, that lists may have in a share group, and one list.
-inline constexpr std::size_t mostKeptBytes = 128 << 20, mostBytesOfDraw = 16 << 20;
-
 /// Records a draw of the current context: by a call of its list where it is kept or can be, or else
 /// by `plain`. The arrays that it reads are ready (contentsOf).
 void recordKeptDraw(const DrawCall& call, bool asCalls, void (*plain)(const DrawCall&));

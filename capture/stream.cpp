@@ -287,6 +287,7 @@ void readCaptureOptions()
     options.frames = number(names::frames, 0);
     options.samples = number(names::samples, 0);
     options.patience = number(names::patience, options.patience);
+    options.keep = number(names::keep, options.keep);
     options.serial = number(names::serial, 0) != 0;
     options.verbose = number(names::verbose, 0) != 0;
     if (const char* wall = std::getenv(names::wall))
