@@ -4,6 +4,7 @@
 #include "capture/bufferObjects.h"
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "capture/locks.h"
 #include "capture/shareGroup.h"
 
 #include <cstring>
@@ -31,7 +32,7 @@ BufferPointer bufferObject(GLuint name)
     if (!hasContext() || name == 0)
         return {};
     ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(group.buffersLock);
+    const std::lock_guard lock(buffersLock);
     BufferPointer& object = group.buffers[name];
     if (!object)
         object = std::make_shared<BufferObject>(
@@ -44,7 +45,7 @@ void deleteBufferObject(GLuint name)
     if (!hasContext())
         return;
     ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(group.buffersLock);
+    const std::lock_guard lock(buffersLock);
     if (const auto found = group.buffers.find(name); found != group.buffers.end()) {
         found->second->name = 0;
         group.buffers.erase(found);
@@ -57,7 +58,7 @@ bool mustReadBack(BufferObject& object)
     if (!hasContext() || object.name == 0)
         return false;
     ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(group.buffersLock);
+    const std::lock_guard lock(buffersLock);
     const bool old = object.alwaysChanging || object.readAt != group.unseenChanges;
     object.readAt = group.unseenChanges;
     return old;
@@ -210,7 +211,7 @@ void noteBuffersChanged()
     if (!hasContext())
         return;
     ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(group.buffersLock);
+    const std::lock_guard lock(buffersLock);
     ++group.unseenChanges;
 }
 

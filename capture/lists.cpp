@@ -1,5 +1,6 @@
 #include "capture/lists.h"
 #include "capture/contexts.h"
+#include "capture/locks.h"
 #include "capture/native.h"
 #include "capture/raster.h"
 #include "capture/reasons.h"
@@ -8,11 +9,9 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 
 namespace {
 
-std::mutex listsLock; // guards the lists of all groups, not what they consist of
 using Records = std::shared_ptr<const std::vector<unsigned char>>;
 
 constexpr int mostDepth = 64; // of calls, as OpenGL has it
