@@ -1,10 +1,13 @@
-// The memory that a captured program shares with the taker of its stream: both sides in one
-// process.
-#include <gtest/gtest.h>
+// The memory that a captured program shares with the taker of its stream, both sides in one
+// process; and what the taker sees of the program's window.
+#include <gtest/gtest.h> // before X and its macros
 
 #include "capture/stream.h"
 #include "client/captureSocket.h"
 #include "tools/process.h"
+#include "tools/virtualDisplays.h"
+
+#include <X11/Xlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -12,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -178,6 +182,37 @@ TEST(CaptureRing, ExtentsLieWithinIt)
             if (small)
                 break;
         }
+}
+
+// A window that is hidden while it is asked for: that is noticed now, or there is something to
+// read.
+TEST(WindowWatch, MissesNoChange)
+{
+    std::vector<VirtualDisplay> displays = startDisplays(1, 64, 64);
+    Display* const dpy = XOpenDisplay(displays[0].name.c_str());
+    WindowWatch watch;
+    for (int round = 0; round < 400; ++round) {
+        const Window window = XCreateSimpleWindow(dpy, DefaultRootWindow(dpy), 0, 0, 9, 9, 0, 0, 0);
+        XMapWindow(dpy, window);
+        XSync(dpy, False);
+        CaptureShown shown{static_cast<std::uint32_t>(window), 1, 1, {}, {}};
+        displays[0].name.copy(shown.display, sizeof shown.display - 1);
+        std::thread program([=] {
+            for (int i = 0; i < round % 40; ++i)
+                std::this_thread::yield();
+            XUnmapWindow(dpy, window);
+            XSync(dpy, False);
+        });
+        showsWindow(watch, shown);
+        program.join();
+        pollfd readable{watchFd(watch), POLLIN, 0};
+        while (!watch.gone && poll(&readable, 1, 5000) > 0)
+            lookAtWindow(watch);
+        ASSERT_TRUE(watch.gone) << round;
+        XDestroyWindow(dpy, window);
+    }
+    XCloseDisplay(dpy);
+    stopDisplays(displays);
 }
 
 } // namespace
