@@ -4,6 +4,7 @@
 #include "capture/bufferObjects.h"
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "capture/locks.h"
 #include "capture/shareGroup.h"
 
 #include <cstring>
@@ -45,7 +46,7 @@ BufferPointer bufferObject(GLuint name)
     if (!hasContext() || name == 0)
         return {};
     ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(group.buffersLock);
+    const std::lock_guard lock(buffersLock);
     BufferPointer& object = group.buffers[name];
     if (!object) {
         object = std::make_shared<BufferObject>();
@@ -61,7 +62,7 @@ void deleteBufferObject(GLuint name)
     if (!hasContext())
         return;
     ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(group.buffersLock);
+    const std::lock_guard lock(buffersLock);
     if (const auto found = group.buffers.find(name); found != group.buffers.end()) {
         found->second->name = 0;
         hasChanged(*found->second);
@@ -75,7 +76,7 @@ bool mustReadBack(BufferObject& object)
     if (!hasContext() || object.name == 0)
         return false;
     ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(group.buffersLock);
+    const std::lock_guard lock(buffersLock);
     const bool old = object.alwaysChanging || object.readAt != group.unseenChanges;
     object.readAt = group.unseenChanges;
     return old;
@@ -232,7 +233,7 @@ void noteBuffersChanged()
     if (!hasContext())
         return;
     ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(group.buffersLock);
+    const std::lock_guard lock(buffersLock);
     ++group.unseenChanges;
 }
 

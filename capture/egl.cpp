@@ -1,6 +1,7 @@
 // EGL on X: the same as glx.cpp for contexts and surfaces of EGL.
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "capture/locks.h"
 #include "capture/strings.h"
 #include "client/programWindow.h"
 
@@ -13,7 +14,6 @@
 #include <cstring>
 #include <iterator>
 #include <map>
-#include <mutex>
 
 #include <dlfcn.h>
 
@@ -26,7 +26,6 @@ namespace {
         return found;                                                                              \
     }()))
 
-std::mutex surfacesLock;
 auto& surfaces = *new std::map<EGLSurface, Window>;
 // What a display was made of: only an X11 one has a connection that can be used here.
 struct NativeDisplay {

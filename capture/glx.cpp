@@ -14,7 +14,6 @@
 namespace {
 
 // What drawables that are no windows stand for: a GLXWindow for its window, others for none.
-std::mutex drawablesLock;
 auto& drawables = *new std::map<GLXDrawable, Window>;
 
 void setDrawable(GLXDrawable drawable, Window window)

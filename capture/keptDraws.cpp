@@ -1,6 +1,7 @@
 #include "capture/keptDraws.h"
 #include "capture/contexts.h"
 #include "capture/lists.h"
+#include "capture/locks.h"
 #include "capture/native.h"
 #include "capture/shareGroup.h"
 #include "capture/stream.h"
@@ -263,7 +264,7 @@ struct Found {
 Found find(const DrawCall& call, std::span<const std::uint64_t> key)
 {
     KeptDraws& kept = keptDraws();
-    const std::lock_guard lock(kept.keptDrawsLock);
+    const std::lock_guard lock(keptDrawsLock);
     if (kept.off)
         return {};
     const auto found = kept.draws.find(key);
@@ -353,7 +354,7 @@ void endFrameOfKeptDraws()
     std::vector<GLuint> dropped;
     {
         KeptDraws& kept = keptDraws();
-        const std::lock_guard lock(kept.keptDrawsLock);
+        const std::lock_guard lock(keptDrawsLock);
         const std::uint64_t changes = kept.changes;
         const bool changed = std::exchange(kept.changesSeen, changes) != changes;
         const bool many = kept.draws.size() > mostSeen + kept.lists;
@@ -379,7 +380,7 @@ bool hasKeptDraws()
     if (!hasContext())
         return false;
     KeptDraws& kept = keptDraws();
-    const std::lock_guard lock(kept.keptDrawsLock);
+    const std::lock_guard lock(keptDrawsLock);
     return kept.lists > 0;
 }
 
@@ -393,7 +394,7 @@ void noteListNames(GLuint list, GLsizei range)
     GLuint lists = 0;
     {
         KeptDraws& kept = keptDraws();
-        const std::lock_guard lock(kept.keptDrawsLock);
+        const std::lock_guard lock(keptDrawsLock);
         kept.off = true;
         kept.draws.clear();
         lists = std::exchange(kept.lists, 0);

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <unordered_map>
 #include <vector>
@@ -44,9 +43,8 @@ struct KeptDraw {
     std::vector<Source> sources{};
 };
 
-/// Those of a share group.
+/// Those of a share group, under keptDrawsLock.
 struct KeptDraws {
-    std::mutex keptDrawsLock; // guards all of it, with no lock behind it
     std::unordered_map<DrawKey, KeptDraw, DrawKeyHash, DrawKeyEqual> draws;
     std::vector<GLuint> freeLists;
     GLuint lists = 0;      // names that were given out, from firstKeptDraw on

@@ -1,6 +1,7 @@
 #include "capture/lists.h"
 #include "capture/contexts.h"
 #include "capture/keptDraws.h"
+#include "capture/locks.h"
 #include "capture/native.h"
 #include "capture/raster.h"
 #include "capture/reasons.h"
@@ -9,11 +10,9 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 
 namespace {
 
-std::mutex listsLock; // guards the lists of all groups, not what they consist of
 using Records = std::shared_ptr<const std::vector<unsigned char>>;
 
 constexpr int mostDepth = 64; // of calls, as OpenGL has it

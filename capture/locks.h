@@ -5,9 +5,12 @@
 //   answersLock  (stream.cpp)  held while the wall is waited for, with none behind it
 //   connectLock  (stream.cpp)  held while the wall answers the first time
 //   streamLock   (here)  held for as long as nothing is waited for but the X server
-//   buffersLock of a share group, listsLock (lists.cpp),
-//   drawablesLock (glx.cpp), surfacesLock (egl.cpp), textsLock (strings.cpp),
-//   toldLock (reasons.cpp)  held for a look into what they guard, with nothing behind them
+//   buffersLock, listsLock, keptDrawsLock, drawablesLock, surfacesLock, textsLock,
+//   toldLock  (here)
+//                held for a look into what they guard, with nothing behind them
+//
+// A process that forks waits until no other thread holds any, and holds them itself meanwhile: in
+// the child nobody would ever release them. Of answersLock and connectLock a child has no need.
 #pragma once
 
 #include <mutex>
@@ -19,6 +22,13 @@ extern std::recursive_mutex serialLock;
 /// Guards the contexts and their groups, what is passed on, and what passOn.h, stream.h, windows.h
 /// and wallSlots.h have, and which connections are watched. Taken by a StreamLock.
 extern std::mutex streamLock;
+
+/// For a look: into the names of buffer objects of all groups, not the contents, which are the
+/// program's to guard; into the lists of all groups, not what they consist of; into the draws that
+/// are kept; into drawables of
+/// GLX; surfaces and displays of EGL; texts that were handed out; reasons that were told.
+extern std::mutex buffersLock, listsLock, keptDrawsLock, drawablesLock, surfacesLock, textsLock,
+    toldLock;
 
 /// Holds streamLock. What the wall does not take at once is waited for at the end, by the thread
 /// that has sent it, without the lock: a wall that stands still holds up nobody else.

@@ -83,7 +83,6 @@ static_assert([] { // in the order of the reasons
 
 bool isNew(Reason reason, std::string_view detail)
 {
-    static std::mutex toldLock;
     static auto& times = *new std::map<std::pair<Reason, std::string>, long>;
     const std::lock_guard lock(toldLock);
     return ++times[{reason, std::string(detail)}] == 1;

@@ -29,10 +29,10 @@ struct ShareGroup {
     std::size_t pendingBytes = 0;
     bool lost = false; // it became too much
 
-    std::mutex buffersLock; // guards the map and the count, not the contents: those are the
-                            // program's to guard
+    // Under buffersLock.
     std::map<GLuint, BufferPointer> buffers;
     std::uint64_t unseenChanges = 0;
+
     KeptLists lists;
     KeptDraws keptDraws;
 };

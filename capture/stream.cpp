@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -24,7 +25,8 @@ std::atomic<bool> capturing;
 WallCurrent wallCurrent;
 std::uint32_t firstHandle;
 std::recursive_mutex serialLock;
-std::mutex streamLock;
+std::mutex streamLock, buffersLock, listsLock, keptDrawsLock, drawablesLock, surfacesLock,
+    textsLock, toldLock;
 
 namespace {
 
@@ -48,15 +50,6 @@ void stop(Reason why)
         tell(isStillOwn(connection) || connection.fd < 0 ? why : Reason::closed);
     if (isStillOwn(connection)) // it stays open: another thread may be about to use its number
         shutdown(connection.fd, SHUT_RDWR);
-}
-
-// The child must not write into its parent's stream.
-void stopInChild()
-{
-    if (isStillOwn(connection))
-        close(connection.fd);
-    connection = {};
-    capturing = false;
 }
 
 // Waits until a connection is ready. False when patience is at an end.
@@ -259,12 +252,63 @@ bool connectToWall()
     connection = made.descriptor;
     ring = made.ring;
     firstHandle = static_cast<std::uint32_t>(made.firstHandle);
-    pthread_atfork(nullptr, nullptr, stopInChild);
     return true;
 }
 
+// ---- A process that forks ----------------------------------------------------------------------
+
+namespace {
+
+std::mutex* const heldByFork[] = {&streamLock,    &buffersLock,  &listsLock, &keptDrawsLock,
+                                  &drawablesLock, &surfacesLock, &textsLock, &toldLock};
+bool isConnecting; // a thread, while this one forks
+
+void beforeFork()
+{
+    if (captureOptions.serial)
+        serialLock.lock();
+    isConnecting = !connectLock.try_lock();
+    for (std::mutex* const one : heldByFork)
+        one->lock();
+}
+
+void releaseForked()
+{
+    for (std::mutex* const one : heldByFork)
+        one->unlock();
+    if (!isConnecting)
+        connectLock.unlock();
+}
+
+void inParent()
+{
+    releaseForked();
+    if (captureOptions.serial)
+        serialLock.unlock();
+}
+
+// The child must not write into its parent's stream. One that was forked before there is any may
+// have its own.
+void inChild()
+{
+    releaseForked();
+    std::construct_at(&serialLock); // its owner's number is not this thread's
+    if (connection.fd < 0 && !isConnecting)
+        return;
+    if (isStillOwn(connection))
+        close(connection.fd);
+    connection = {};
+    capturing = false;
+    if (ring) // a tape may lie in it
+        mmap(ring, sizeof *ring, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED,
+             -1, 0);
+}
+
+} // namespace
+
 void readCaptureOptions()
 {
+    pthread_atfork(beforeFork, inParent, inChild);
     namespace names = captureVariables;
     CaptureOptions& options = captureOptions;
     const auto number = [](const char* name, int otherwise) {

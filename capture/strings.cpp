@@ -119,7 +119,6 @@ constexpr std::string_view glxExtensions[] = {
 // A text that lives as long as the process, as the callers expect.
 const char* kept(const std::string& text)
 {
-    static std::mutex textsLock;
     static auto& all = *new std::set<std::string>;
     const std::lock_guard lock(textsLock);
     return all.insert(text).first->c_str();

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -71,6 +72,13 @@ xcb_connection_t* connectHere(const char* displayName)
     return made;
 }
 
+// The child must not talk on its parent's.
+void closeInChild()
+{
+    if (isStillOwn(descriptor))
+        close(descriptor.fd);
+}
+
 // One that the program has closed is left as it is: its number may be another's.
 bool isConnected(const char* displayName)
 {
@@ -79,6 +87,7 @@ bool isConnected(const char* displayName)
         known.clear();
     }
     if (!connection) {
+        [[maybe_unused]] static const int watched = pthread_atfork(nullptr, nullptr, closeInChild);
         connection = connectHere(displayName);
         if (!connection)
             connection = xcb_connect(displayName, nullptr);

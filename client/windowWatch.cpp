@@ -78,8 +78,8 @@ void showsWindow(WindowWatch& watch, const CaptureShown& shown)
     watch.gone = false;
     if (watch.connection) {
         listen(watch.connection, shown.window);
-        lookAtWindow(watch);
         setGone(watch, seenPixels(watch.connection, shown.window) == 0);
+        lookAtWindow(watch);
     }
 }
 
@@ -88,10 +88,11 @@ int watchFd(const WindowWatch& watch)
     return watch.connection ? xcb_get_file_descriptor(watch.connection) : -1;
 }
 
-void lookAtWindow(WindowWatch& watch)
+namespace {
+
+// Takes in what has been heard: whether it is to be asked what can be seen.
+bool takeEvents(WindowWatch& watch)
 {
-    if (!watch.connection)
-        return;
     bool changed = false;
     while (const Reply<xcb_generic_event_t> event{xcb_poll_for_event(watch.connection)})
         switch (event->response_type & 0x7f) {
@@ -107,11 +108,20 @@ void lookAtWindow(WindowWatch& watch)
         default:
             break;
         }
-    const bool lost = xcb_connection_has_error(watch.connection);
-    if (lost)
-        disconnect(watch);
-    else if (changed && watch.isShown)
+    return changed && watch.isShown;
+}
+
+} // namespace
+
+// An event that comes along with an answer leaves nothing to be read: it is looked for behind each.
+void lookAtWindow(WindowWatch& watch)
+{
+    if (!watch.connection)
+        return;
+    while (takeEvents(watch))
         setGone(watch, seenPixels(watch.connection, watch.windows.back().window) == 0);
+    if (xcb_connection_has_error(watch.connection))
+        disconnect(watch);
 }
 
 long stillShown(const WindowWatch& watch)
@@ -145,6 +155,7 @@ CommandBuffer takeWindowAway(WindowWatch& watch, std::uint32_t wallCurrent)
         encode<Op::MWRaiseWindow>(out, Window{now.wallWindow});
         encode<Op::glXSwapBuffers>(out, asParameter<Display*>(capturedDisplay),
                                    GLXDrawable{now.wallWindow});
+        lookAtWindow(watch);
     } else if (wallCurrent == before.wallWindow)
         encodeBlack(out, capturedDisplay, AppDrawable(before.wallWindow), before.doubleBuffered);
     return out;

@@ -1,10 +1,13 @@
-// The memory that a captured program shares with the taker of its stream: both sides in one
-// process.
-#include <gtest/gtest.h>
+// The memory that a captured program shares with the taker of its stream, both sides in one
+// process; and what the taker sees of the program's window.
+#include <gtest/gtest.h> // before X and its macros
 
 #include "capture/stream.h"
 #include "client/captureSocket.h"
 #include "tools/process.h"
+#include "tools/virtualDisplays.h"
+
+#include <X11/Xlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -12,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -45,6 +49,36 @@ void sendOne(unsigned number)
     sendBuffer(pieces, false);
 }
 
+// While another thread holds a lock, as good as always; a tape lies in the ring. The child waits
+// for nobody and changes nothing.
+void forkOne()
+{
+    std::span<unsigned char> tape;
+    {
+        const StreamLock lock;
+        tape = reserveRoom(1 << 16);
+    }
+    std::ranges::fill(tape, 1);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(5);
+        std::ranges::fill(tape, 2);
+        sendOne(77);
+        for (std::mutex* const one : {&buffersLock, &toldLock})
+            one->lock();
+        connectToWall();
+        const std::lock_guard serial(serialLock);
+        _exit(capturing ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(std::ranges::count(tape, 2), 0);
+    const StreamLock lock;
+    if (!tape.empty())
+        sendReserved(tape.first(0), false);
+}
+
 // The writer is as fast as it can be, and forks between two buffers; the reader looks late.
 TEST(CaptureRing, BytesStayUntilTheyHaveBeenRead)
 {
@@ -53,20 +87,20 @@ TEST(CaptureRing, BytesStayUntilTheyHaveBeenRead)
     CaptureSocket socket;
     listenForProgram(socket, path);
     setenv("MOSA_CAPTURE", path.c_str(), 1);
+    setenv("MOSA_CAPTURE_SERIAL", "1", 1);
     readCaptureOptions();
     std::thread program([] {
         EXPECT_TRUE(connectToWall());
-        for (unsigned number = 0; number < buffers; ++number) {
-            if (number % 50 == 10) {
-                const pid_t child = fork();
-                if (child == 0) {
-                    sendOne(77);
-                    _exit(capturing ? 1 : 0);
-                }
-                int status = -1;
-                waitpid(child, &status, 0);
-                EXPECT_EQ(status, 0);
+        std::jthread other([](const std::stop_token& end) {
+            for (std::mutex* one = &toldLock; !end.stop_requested();
+                 one = one == &toldLock ? &streamLock : &toldLock) {
+                const std::lock_guard lock(*one);
+                std::this_thread::yield();
             }
+        });
+        for (unsigned number = 0; number < buffers; ++number) {
+            if (number % 20 == 1)
+                forkOne();
             sendOne(number);
         }
     });
@@ -148,6 +182,37 @@ TEST(CaptureRing, ExtentsLieWithinIt)
             if (small)
                 break;
         }
+}
+
+// A window that is hidden while it is asked for: that is noticed now, or there is something to
+// read.
+TEST(WindowWatch, MissesNoChange)
+{
+    std::vector<VirtualDisplay> displays = startDisplays(1, 64, 64);
+    Display* const dpy = XOpenDisplay(displays[0].name.c_str());
+    WindowWatch watch;
+    for (int round = 0; round < 400; ++round) {
+        const Window window = XCreateSimpleWindow(dpy, DefaultRootWindow(dpy), 0, 0, 9, 9, 0, 0, 0);
+        XMapWindow(dpy, window);
+        XSync(dpy, False);
+        CaptureShown shown{static_cast<std::uint32_t>(window), 1, 1, {}, {}};
+        displays[0].name.copy(shown.display, sizeof shown.display - 1);
+        std::thread program([=] {
+            for (int i = 0; i < round % 40; ++i)
+                std::this_thread::yield();
+            XUnmapWindow(dpy, window);
+            XSync(dpy, False);
+        });
+        showsWindow(watch, shown);
+        program.join();
+        pollfd readable{watchFd(watch), POLLIN, 0};
+        while (!watch.gone && poll(&readable, 1, 5000) > 0)
+            lookAtWindow(watch);
+        ASSERT_TRUE(watch.gone) << round;
+        XDestroyWindow(dpy, window);
+    }
+    XCloseDisplay(dpy);
+    stopDisplays(displays);
 }
 
 } // namespace

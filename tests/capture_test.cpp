@@ -264,17 +264,19 @@ TEST(Kept, DrawsAreCallsOfListsWithinTheirBounds)
 
 #ifdef WITH_THREADS
 // The thread sanitizer ends a program with another status. It is to see the library alone: what
-// others do between would make an order where there is none, and report theirs.
+// others do between would make an order where there is none, and report theirs. A sleep at the end
+// of the process would let threads use libraries of the system's that have ended already.
 TEST(Threads, GuardWhatTheyShare)
 {
     for (const auto& [name, shown] : {std::pair{"threads", "largest"},
                                       {"threads", "all"},
                                       {"sharing", "largest"},
-                                      {"destroyed", "largest"}}) {
+                                      {"destroyed", "largest"},
+                                      {"exits", "largest"}}) {
         const Ending ending =
             run({"record", "-o", temporaryFile(""), "--window", shown, "--", "env",
                  "LD_LIBRARY_PATH=" PROGRAMS "/tests/capture", "MOSA_CAPTURE_AHEAD=1",
-                 "TSAN_OPTIONS=halt_on_error=1:ignore_noninstrumented_modules=1",
+                 "TSAN_OPTIONS=atexit_sleep_ms=0:halt_on_error=1:ignore_noninstrumented_modules=1",
                  PROGRAMS "/tests/smallProgram_threads", name});
         EXPECT_EQ(ending.status, 5) << ending.err;
     }

@@ -2,6 +2,7 @@
 #include "tests/jobSupport.h"
 #include "tools/frameLock.h"
 #include "tools/virtualDisplays.h"
+#include "wire/areaMessages.h"
 
 namespace {
 
@@ -31,20 +32,16 @@ protected:
     }
 };
 
-const Strings manyFrames{"send", "1", "1",         openWindow,     "send",
-                         "40",   "1", swapBuffers, "acknowledged", "41"};
-
-Strings operator+(Strings a, const Strings& b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
-// The client is told nothing of it, and sends as fast as it can.
+// The client is told nothing of it, and sends as fast as it can. A move of the area is held like a
+// frame; telling where to is not.
 TEST_F(FrameLock, HoldsFastTilesBack)
 {
+    const std::string where = "MWRaiseWindow i:" + std::to_string(areaMessage(AreaWord::left, 9));
+    const std::string move =
+        " MWRaiseWindow i:" + std::to_string(areaMessage(AreaWord::move)) + " ";
     const Ending ending =
-        run(jobOf(manyFrames + Strings{"end"},
+        run(jobOf({"send", "1", "1", openWindow, "send", "20", "1", where + move + swapBuffers,
+                   "acknowledged", "21", "end"},
                   {"MOSA_TEST_PAUSES=1:0:20", "MOSA_STATS=100", "MOSA_FRAMELOCK_HOLD=60000"}));
     EXPECT_EQ(ending.status, 0);
     expectSaid(ending, "MOSA: framelock: 3 servers swap together, by network\n");
@@ -55,7 +52,9 @@ TEST_F(FrameLock, HoldsFastTilesBack)
 
 TEST_F(FrameLock, LeavesItToHardware)
 {
-    const Ending ending = run(jobOf(manyFrames + Strings{"end"}, {"MOSA_TEST_HARDWARE=1"}));
+    const Ending ending = run(jobOf(
+        {"send", "1", "1", openWindow, "send", "40", "1", swapBuffers, "acknowledged", "41", "end"},
+        {"MOSA_TEST_HARDWARE=1"}));
     EXPECT_EQ(ending.status, 0);
     expectSaid(ending, "MOSA: framelock: 3 servers swap together, by their hardware\n");
     expectSaid(ending, "bound by hardware\n", 2 * servers);

@@ -1,10 +1,11 @@
 // An overload library for whole jobs. glIndexi counts as long as each number is one more than the
 // last; glEnd says how many there were. glFinish lasts until the stream has ended; as it begins, it
-// counts an acknowledgement, so that the client knows. glFlush reports itself. glXSwapBuffers adds
-// the server's number to the file MOSA_TEST_SHOWN, and takes its time for it as MOSA_TEST_PAUSES
-// says: "SERVER:FRAME:MILLISECONDS ...", frame 0 for all. With MOSA_TEST_HARDWARE there is hardware
-// for swap groups.
+// counts an acknowledgement, so that the client knows. glFlush reports itself. glXSwapBuffers, and
+// a move of the area, add the server's number to the file MOSA_TEST_SHOWN, and take their time for
+// it as MOSA_TEST_PAUSES says: "SERVER:FRAME:MILLISECONDS ...", frame 0 for all. With
+// MOSA_TEST_HARDWARE there is hardware for swap groups.
 #include "coding/wire.h"
+#include "wire/areaMessages.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -66,6 +67,12 @@ void noteFrame()
         std::abort();
 }
 
+void noteMove(unsigned long window)
+{
+    if (window == areaMessage(AreaWord::move))
+        noteFrame();
+}
+
 const char* hardwareExtension() { return "GLX_EXT_other GLX_NV_swap_group"; }
 
 int hardwareGroups(void*, int, unsigned* groups, unsigned* barriers)
@@ -91,6 +98,7 @@ extern "C" void Overload(glOp* table)
     table[indexOf(Op::glFinish)] = blockUntilEnd;
     table[indexOf(Op::glFlush)] = reportFlush;
     table[indexOf(Op::glXSwapBuffers)] = noteFrame;
+    table[indexOf(Op::MWRaiseWindow)] = reinterpret_cast<glOp>(noteMove);
     if (std::getenv("MOSA_TEST_HARDWARE")) {
         table[indexOf(Op::glXQueryExtensionsString)] = reinterpret_cast<glOp>(hardwareExtension);
         table[indexOf(Op::glXQueryMaxSwapGroupsNV)] = reinterpret_cast<glOp>(hardwareGroups);
