@@ -133,7 +133,6 @@ void setShape(PointerServers& servers, const PointerShape& shape,
 
 void tellServers(PointerServers& servers)
 {
-    constexpr std::chrono::milliseconds patience(100);
     accept(servers);
     std::erase_if(servers.all, [&servers](PointerServer& server) {
         const bool isGone = hear(server, servers.secret);
@@ -152,7 +151,7 @@ void tellServers(PointerServers& servers)
             tellPlace(servers, server, shows);
     }
     const bool isSeenElsewhere = std::ranges::any_of(servers.all, [&](const PointerServer& server) {
-        return !isSettled(server) && Clock::now() - server.toldAt < patience;
+        return !isSettled(server) && Clock::now() - server.toldAt < servers.patience;
     });
     for (PointerServer& server : servers.all)
         if (!isSeenElsewhere && !server.showsIt && isFree(server) &&

@@ -30,6 +30,7 @@ struct PointerServer {
 struct PointerServers {
     std::vector<int> listening;
     std::string secret;
+    std::chrono::milliseconds patience{100}; // with an answer
     std::list<PointerServer> all;
     PointerPlace place = {}; // as it is
     PointerShape shape = {};

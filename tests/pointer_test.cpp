@@ -1,6 +1,7 @@
 // The mouse pointer of a running program on the wall.
 #include <gtest/gtest.h> // before X and its macros
 
+#include "client/pointerServers.h"
 #include "client/pointerWall.h"
 #include "client/windowState.h"
 #include "tests/testWall.h"
@@ -23,6 +24,100 @@ TEST(Pointer, HasItsPlaceHoweverThePictureFits)
         EXPECT_EQ(std::tuple(place.x, place.y, place.scaleX, place.scaleY),
                   std::tuple(x, y, scaleX, scaleY));
     }
+}
+
+// A server's side of a connection.
+struct Tile {
+    int fd;
+    PointerPlace place = {};
+    bool isTold = false; // since it was asked last
+};
+
+Tile connectTile(PointerServers& servers, int left, const std::string& secret)
+{
+    const std::string address =
+        "127.0.0.1:" + std::to_string(net::portOf(servers.listening.front()));
+    Tile tile{net::connectWithin(address.c_str(), 5000)};
+    PointerHello hello{pointerMark, left, 0, 120, 90, {}};
+    secret.copy(hello.secret, sizeof hello.secret);
+    EXPECT_TRUE(net::sendRecord(tile.fd, hello));
+    const auto isGreeted = [&] {
+        return !servers.all.empty() && servers.all.back().tile.x == left &&
+               servers.all.back().isGreeted;
+    };
+    for (const auto until = Clock::now() + jobTime;
+         secret == servers.secret && !isGreeted() && Clock::now() < until;)
+        tellServers(servers);
+    return tile;
+}
+
+// Moves the pointer, and looks who is told.
+void move(PointerServers& servers, double x, std::initializer_list<Tile*> tiles)
+{
+    if (x >= 0)
+        servers.place = {0, 1, x, 40, 1, 1};
+    else
+        servers.place.window = 0;
+    tellServers(servers);
+    for (Tile* tile : tiles) {
+        char bytes[4096];
+        const ssize_t got = recv(tile->fd, bytes, sizeof bytes, 0);
+        tile->isTold = got >= ssize_t{sizeof tile->place};
+        if (tile->isTold) // the last that was said
+            std::memcpy(&tile->place, bytes + got - sizeof tile->place, sizeof tile->place);
+    }
+}
+
+void answer(PointerServers& servers, const Tile& tile)
+{
+    net::sendRecord(tile.fd, PointerAnswer{tile.place.number});
+    std::vector<pollfd> events;
+    addDescriptors(servers, events);
+    EXPECT_GT(poll(events.data(), events.size(), 10'000), 0);
+}
+
+// A tile that the pointer comes to shows it only when the one that it has left does no more, unless
+// that one is silent for too long; others are told nothing.
+TEST(Pointer, IsNowhereSeenTwice)
+{
+    PointerServers servers;
+    servers.listening = net::listenOn("127.0.0.1", 0);
+    servers.secret = "known";
+    servers.patience = std::chrono::hours(1);
+    setShape(servers, {8, 4, 2, 1}, std::vector<std::uint32_t>(32, ~0U));
+    Tile left = connectTile(servers, 0, "known"), right = connectTile(servers, 120, "known"),
+         far = connectTile(servers, 240, "known");
+    const auto told = [&] { return std::tuple(left.isTold, right.isTold, far.isTold); };
+    const auto moveTo = [&](double x) {
+        move(servers, x, {&left, &right, &far});
+        return told();
+    };
+    EXPECT_EQ(moveTo(60), std::tuple(true, false, false));
+    EXPECT_EQ(moveTo(70), std::tuple(false, false, false)); // it owes an answer
+    answer(servers, left);
+    EXPECT_EQ(moveTo(70), std::tuple(true, false, false));
+    answer(servers, left);
+    EXPECT_EQ(moveTo(180), std::tuple(true, false, false));
+    EXPECT_EQ(moveTo(181), std::tuple(false, false, false));
+    answer(servers, left);
+    EXPECT_EQ(moveTo(182), std::tuple(false, true, false));
+    EXPECT_EQ(right.place.x, 182);
+    servers.patience = {};
+    EXPECT_EQ(moveTo(300), std::tuple(false, false, true)); // the right one is silent
+    answer(servers, far);
+    EXPECT_EQ(moveTo(-1), std::tuple(false, false, true)); // in no window
+    const std::size_t before = servers.all.size();
+    const Tile stranger = connectTile(servers, 0, "guessed");
+    char byte = 0;
+    pollfd closed{stranger.fd, POLLIN, 0};
+    for (const auto until = Clock::now() + jobTime;
+         poll(&closed, 1, 1) == 0 && Clock::now() < until;)
+        tellServers(servers);
+    EXPECT_EQ(recv(stranger.fd, &byte, 1, 0), 0);
+    EXPECT_EQ(servers.all.size(), before);
+    for (const int fd : {left.fd, right.fd, far.fd, stranger.fd})
+        close(fd);
+    closeServers(servers);
 }
 
 // A desk, whose pointer is moved, and a program on it that rests (smallProgram's "pointed").
