@@ -15,15 +15,18 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Often enough for a pointer that is at most a frame of 60 Hz late.
-constexpr std::chrono::milliseconds lookEvery(8);
+// Often enough for a pointer that moves to be less than a frame of 60 Hz late; one that rests, or
+// is elsewhere, begins with such a frame at most.
+constexpr std::chrono::milliseconds lookEvery(8), lookSometimes(16);
+constexpr std::chrono::seconds restsAfter(1);
 
 struct Watching {
     PointerServers servers;
     DeskPointer desk;
     PointerWall wall;
     std::uint32_t wallWindow = 0;
-    Clock::time_point next = {};
+    PointerSeen seen = {};
+    Clock::time_point next = {}, moved = {};
 };
 
 void say(const char* why) { std::fprintf(stderr, "play: no pointer on the wall: %s\n", why); }
@@ -52,6 +55,9 @@ void look(Watching& watching)
     PointerServers& servers = watching.servers;
     DeskPointer& desk = watching.desk;
     const PointerSeen seen = seePointer(desk);
+    if (seen.isInside && (seen.x != watching.seen.x || seen.y != watching.seen.y))
+        watching.moved = Clock::now();
+    watching.seen = seen;
     servers.place.window = 0;
     if (!seen.isInside)
         return;
@@ -70,7 +76,9 @@ void watchPointer(Pointer& pointer, Watching& watching)
         const bool isDue = looks && Clock::now() >= watching.next;
         if (isDue || !looks) {
             look(watching);
-            watching.next = std::max(watching.next + lookEvery, Clock::now());
+            const bool rests = Clock::now() - watching.moved > restsAfter;
+            watching.next =
+                std::max(watching.next + (rests ? lookSometimes : lookEvery), Clock::now());
         }
         tellServers(watching.servers);
         events.assign(1, {pointer.wake, POLLIN, 0});
