@@ -174,6 +174,20 @@ TEST(Areas, MoveOnAllTilesTogether)
     expectShown(wall, painted({{100, 40, 80, 30, blue}}), "moved");
 }
 
+// Where nothing runs the nodes are asked.
+TEST(Areas, StatusOfAWallThatRests)
+{
+    TestWall wall;
+    EXPECT_EQ(occurrences(said(wall, {"status"}), " MiB\n"), 2);
+    const std::string half =
+        temporaryFile(wall.displays[0].name + " 240 90 0 0 120 90\n:5999 240 90 120 0 120 90\n");
+    const Ending ending = tool(wall, {"status", "--wall", half});
+    EXPECT_EQ(ending.status, 1);
+    EXPECT_EQ(occurrences(ending.out, " MiB\n"), 1);
+    EXPECT_PRED_FORMAT2(testing::IsSubstring, "(line 2): the display :5999 cannot be opened\n",
+                        ending.out);
+}
+
 // ---- Running programs --------------------------------------------------------------------------
 
 class Fits : public testing::TestWithParam<const char*> {};
