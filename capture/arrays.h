@@ -3,6 +3,7 @@
 
 #include "wire/prototypes.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -12,6 +13,8 @@
 struct BufferObject {
     GLuint name = 0; // 0: deleted
     std::vector<unsigned char> bytes{};
+    std::atomic<std::uint64_t> version = 0; // another one with each change, and than any other's
+    std::atomic<bool> isKept = false;       // by a list at the servers
     std::uint64_t readAt = 0;     // the group's count of changes that are not seen, as it was then
     bool alwaysChanging = false;  // mapped for good
     const void* mapped = nullptr; // the library's own mapping, written to

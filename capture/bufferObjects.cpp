@@ -26,6 +26,20 @@ F* nodes(const char* name)
 
 ClientVertexState& client() { return currentContext().client.now; }
 
+std::uint64_t nextVersion()
+{
+    static constinit std::atomic<std::uint64_t> latest = 0;
+    return ++latest;
+}
+
+// The contents are others, or nobody's any more.
+void hasChanged(BufferObject& object)
+{
+    object.version = nextVersion();
+    if (object.isKept.exchange(false))
+        ++currentContext().group->keptDraws.changes;
+}
+
 // The buffer object of a name in the current share group, made if need be; null for 0.
 BufferPointer bufferObject(GLuint name)
 {
@@ -34,9 +48,12 @@ BufferPointer bufferObject(GLuint name)
     ShareGroup& group = *currentContext().group;
     const std::lock_guard lock(buffersLock);
     BufferPointer& object = group.buffers[name];
-    if (!object)
-        object = std::make_shared<BufferObject>(
-            BufferObject{.name = name, .readAt = group.unseenChanges - (group.unseenChanges > 0)});
+    if (!object) {
+        object = std::make_shared<BufferObject>();
+        object->name = name;
+        object->version = nextVersion();
+        object->readAt = group.unseenChanges - (group.unseenChanges > 0);
+    }
     return object;
 }
 
@@ -48,6 +65,7 @@ void deleteBufferObject(GLuint name)
     const std::lock_guard lock(buffersLock);
     if (const auto found = group.buffers.find(name); found != group.buffers.end()) {
         found->second->name = 0;
+        hasChanged(*found->second);
         group.buffers.erase(found);
     }
 }
@@ -113,6 +131,7 @@ void keepData(GLenum target, GLsizeiptr size, const void* data)
     if (size < 0 || sizeOf(target) != size)
         return;
     object->mapped = nullptr;
+    hasChanged(*object);
     object->bytes.assign(static_cast<std::size_t>(size), 0);
     if (data && size > 0)
         std::memcpy(object->bytes.data(), data, static_cast<std::size_t>(size));
@@ -138,8 +157,10 @@ void bufferSubData(GLenum target, GLintptr offset, GLsizeiptr size, const void* 
         noteBuffersChanged();
     else if (const auto room = static_cast<GLsizeiptr>(object->bytes.size());
              offset >= 0 && size > 0 && offset <= room && size <= room - offset && data &&
-             !object->mapped)
+             !object->mapped) {
         std::memcpy(object->bytes.data() + offset, data, static_cast<std::size_t>(size));
+        hasChanged(*object);
+    }
 }
 
 void noteMapping(GLenum target, const void* mapped, GLintptr at, GLsizeiptr bytes, bool writes,
@@ -184,6 +205,7 @@ GLboolean unmapBuffer(GLenum target)
             std::memcpy(object->bytes.data() + object->mappedAt, object->mapped,
                         object->mappedBytes);
         object->mapped = nullptr;
+        hasChanged(*object);
     } else if (!object)
         noteBuffersChanged();
     return NODES(glUnmapBuffer)(target);
@@ -222,9 +244,13 @@ const std::vector<unsigned char>& contentsOf(const BufferPointer& object)
         tell(Reason::readBack);
         NODES(glBindBuffer)(GL_ARRAY_BUFFER, object->name);
         const GLint size = sizeOf(GL_ARRAY_BUFFER);
-        object->bytes.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+        std::vector<unsigned char> now(size > 0 ? static_cast<std::size_t>(size) : 0);
         if (size > 0)
-            NODES(glGetBufferSubData)(GL_ARRAY_BUFFER, 0, size, object->bytes.data());
+            NODES(glGetBufferSubData)(GL_ARRAY_BUFFER, 0, size, now.data());
+        if (now != object->bytes) {
+            object->bytes = std::move(now);
+            hasChanged(*object);
+        }
         NODES(glBindBuffer)(GL_ARRAY_BUFFER, bound);
     }
     return object->bytes;

@@ -1,6 +1,7 @@
 #include "capture/contexts.h"
 #include "capture/connections.h"
 #include "capture/entries.h"
+#include "capture/keptDraws.h"
 #include "capture/reasons.h"
 #include "capture/shownWindow.h"
 #include "capture/stream.h"
@@ -84,7 +85,8 @@ void leaveGroup(Context& c)
         group->main = nullptr;
     group->used = {std::max(group->used.texture, c.used.texture),
                    std::max(group->used.list, c.used.list),
-                   std::max(group->used.program, c.used.program)};
+                   std::max(group->used.program, c.used.program),
+                   std::max(group->used.keptDraws, c.used.keptDraws)};
     if (--group->members > 0)
         return;
     if (group->onWall && shownWindow == group->window) {
@@ -318,6 +320,8 @@ void endFrame(bool swap)
         return leaveFrame(c);
     if (c.asPicture)
         recordPicture(c.picture, !swap);
+    else
+        endFrameOfKeptDraws();
     if (swap || c.asPicture)
         record<Op::glXSwapBuffers, Effect::draws>(asParameter<Display*>(wallDisplay),
                                                   GLXDrawable{wallWindow});

@@ -42,6 +42,7 @@ struct Context {
     GLuint listBase = 0;  // as at the latest glBegin, where that had to be known
     bool listBaseKnown = true;
     bool listPassedOn = false; // a part of it, for its size
+    bool drawsOnWall = false;  // what it draws is shown, not only kept back
     bool frontBuffer = false;
     bool scissorOn = false;
     UsedNames used{};

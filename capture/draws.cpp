@@ -2,6 +2,7 @@
 #include "capture/bufferObjects.h"
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "capture/keptDraws.h"
 
 #include <algorithm>
 #include <array>
@@ -296,15 +297,19 @@ bool drawsAnything(GLsizei count)
            areReadable();
 }
 
+void drawRow(const DrawCall& call)
+{
+    const Elements elements{call.first, call.count};
+    if (!fitsTheWall())
+        return recordAsCalls(call.mode, elements);
+    recordArrays(elements);
+    draw<Op::glDrawArrays>(call.mode, 0, call.count);
+}
+
 void recordDrawArrays(GLenum mode, GLint first, GLsizei count)
 {
-    if (!drawsAnything(count) || first < 0)
-        return;
-    const Elements elements{first, count};
-    if (!fitsTheWall())
-        return recordAsCalls(mode, elements);
-    recordArrays(elements);
-    draw<Op::glDrawArrays>(mode, 0, count);
+    if (drawsAnything(count) && first >= 0)
+        recordKeptDraw({mode, first, count}, !fitsTheWall(), drawRow);
 }
 
 template <class Index>
@@ -335,10 +340,10 @@ void recordIndexed(GLenum mode, GLsizei count, GLenum type, const Index* indices
     draw<Op::glDrawElements>(mode, count, type, Block{rebased.data(), count});
 }
 
-void recordDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices)
+void drawIndexed(const DrawCall& call)
 {
-    if (!drawsAnything(count))
-        return;
+    const auto& [mode, first, count, type, at] = call;
+    const void* indices = at;
     if (client().elementBuffer) {
         const std::vector<unsigned char>& contents = contentsOf(client().elementBuffer);
         const auto offset = reinterpret_cast<std::uintptr_t>(indices);
@@ -356,6 +361,15 @@ void recordDrawElements(GLenum mode, GLsizei count, GLenum type, const void* ind
         recordIndexed(mode, count, type, static_cast<const GLushort*>(indices));
     else if (type == GL_UNSIGNED_INT)
         recordIndexed(mode, count, type, static_cast<const GLuint*>(indices));
+}
+
+void recordDrawElements(GLenum mode, GLsizei count, GLenum type, const void* indices)
+{
+    if (!drawsAnything(count))
+        return;
+    if (client().elementBuffer)
+        contentsOf(client().elementBuffer); // which decides whether it is the same draw
+    recordKeptDraw({mode, 0, count, type, indices}, !fitsTheWall(), drawIndexed);
 }
 
 // ---- Entries -----------------------------------------------------------------------------------

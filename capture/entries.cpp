@@ -66,13 +66,15 @@ struct Entry<op, sent, R(P...)> {
     }
 };
 
-// The vectors of multitexture's first form have no length on the wire; the core's have.
+// Vectors of extensions that have no length on the wire: the core's have.
 constexpr Op sentAs(Op op)
 {
     if (op >= Op::glMultiTexCoord1dARB && op <= Op::glMultiTexCoord4svARB)
         return Op(indexOf(op) - indexOf(Op::glMultiTexCoord1dARB) + indexOf(Op::glMultiTexCoord1d));
     if (op == Op::glBindTextureEXT)
         return Op::glBindTexture;
+    if (op == Op::glPointParameterfvARB)
+        return Op::glPointParameterfv;
     return op;
 }
 static_assert(sentAs(Op::glMultiTexCoord4svARB) == Op::glMultiTexCoord4sv);

@@ -1,5 +1,6 @@
 #include "capture/lists.h"
 #include "capture/contexts.h"
+#include "capture/keptDraws.h"
 #include "capture/locks.h"
 #include "capture/native.h"
 #include "capture/raster.h"
@@ -178,8 +179,24 @@ thread_local struct {
 
 } // namespace
 
+void recordList(GLuint list, const std::vector<unsigned char>& records)
+{
+    constexpr Effect defines = Effect::defines;
+    const std::int64_t opening = recordBytes<Op::glNewList>(list, GLenum{GL_COMPILE});
+    const auto bytes = static_cast<std::int64_t>(records.size());
+    Tape& tape = *currentTape;
+    if (!hasRoom<defines>(tape, opening + bytes + recordBytes<Op::glEndList>()))
+        return;
+    record<Op::glNewList, defines>(list, GLenum{GL_COMPILE});
+    if (bytes > 0)
+        std::memcpy(tape.at, records.data(), records.size());
+    tape.at += bytes;
+    record<Op::glEndList, defines>();
+}
+
 void beginList(GLuint list, GLenum mode)
 {
+    noteListNames(list, 1);
     compiled = {list, mode, stateOf(GL_MATRIX_MODE, GL_MODELVIEW) == GL_PROJECTION};
     beginListTape(list, mode);
     currentContext().client.knownOnWall = 0;
@@ -198,16 +215,8 @@ void endList()
     const Contents contents = contentsOf(records, compiled.projection);
     if (contents.placed)
         tell(Reason::placedList);
-    else {
-        Tape& tape = *currentTape;
-        const auto size = static_cast<std::int64_t>(records.size());
-        record<Op::glNewList, Effect::defines>(compiled.list, GLenum{GL_COMPILE});
-        if (size > 0 && hasRoom<Effect::defines>(tape, size)) {
-            std::memcpy(tape.at, records.data(), records.size());
-            tape.at += size;
-        }
-        record<Op::glEndList, Effect::defines>();
-    }
+    else
+        recordList(compiled.list, records);
     Parts parts;
     const bool calls = executes && isRecorded<Effect::draws>();
     GLuint base = calls ? listBase() : 0;
@@ -268,6 +277,7 @@ bool isKept(GLuint list)
 
 void recordCallList(GLuint list)
 {
+    noteListNames(list, 1);
     if (!isRecorded<Effect::draws>())
         return;
     if (currentContext().inList || !isKept(list) || !recordKept({list}, listBase()))
@@ -278,6 +288,10 @@ void recordCallLists(GLsizei n, GLenum type, const void* lists)
 {
     if (n <= 0 || !lists || !isRecorded<Effect::draws>())
         return;
+    constexpr int near = 2; // bytes of names: then the base says whether they can be of kept draws
+    if (listNameBytes(1, type) > near && !currentContext().inList && hasKeptDraws())
+        for (const GLuint name : namesOf(listBase(), n, type, lists))
+            noteListNames(name, 1);
     if (!currentContext().inList && areKept()) {
         const GLuint base = listBase();
         if (recordKept(namesOf(base, n, type, lists), base))
@@ -290,6 +304,7 @@ void recordCallLists(GLsizei n, GLenum type, const void* lists)
 void recordDeleteLists(GLuint list, GLsizei range)
 {
     record<Op::glDeleteLists, Effect::defines>(list, range);
+    noteListNames(list, range);
     if (range <= 0 || !hasContext())
         return;
     const std::lock_guard lock(listsLock);
@@ -300,6 +315,7 @@ void recordDeleteLists(GLuint list, GLsizei range)
 
 void keepList(GLuint list, std::vector<unsigned char> records)
 {
+    noteListNames(list, 1);
     const std::lock_guard lock(listsLock);
     keptLists()[list] = {std::make_shared<const std::vector<unsigned char>>(std::move(records)),
                          true, true};

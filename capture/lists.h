@@ -41,6 +41,10 @@ void eachRecord(const std::vector<unsigned char>& records, Visit visit)
 void beginList(GLuint list, GLenum mode);
 void endList();
 
+/// Records the whole of a list that only the wall is to compile: what other threads draw does not
+/// come in between.
+void recordList(GLuint list, const std::vector<unsigned char>& records);
+
 /// Calls lists, as the wall shows them. Nothing is recorded where drawing is not wanted.
 void recordCallList(GLuint list);
 void recordCallLists(GLsizei n, GLenum type, const void* lists);

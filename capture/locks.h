@@ -5,7 +5,8 @@
 //   answersLock  (stream.cpp)  held while the wall is waited for, with none behind it
 //   connectLock  (stream.cpp)  held while the wall answers the first time
 //   streamLock   (here)  held for as long as nothing is waited for but the X server
-//   buffersLock, listsLock, drawablesLock, surfacesLock, textsLock, toldLock  (here)
+//   buffersLock, listsLock, keptDrawsLock, drawablesLock, surfacesLock, textsLock,
+//   toldLock  (here)
 //                held for a look into what they guard, with nothing behind them
 //
 // A process that forks waits until no other thread holds any, and holds them itself meanwhile: in
@@ -23,9 +24,11 @@ extern std::recursive_mutex serialLock;
 extern std::mutex streamLock;
 
 /// For a look: into the names of buffer objects of all groups, not the contents, which are the
-/// program's to guard; into the lists of all groups, not what they consist of; into drawables of
+/// program's to guard; into the lists of all groups, not what they consist of; into the draws that
+/// are kept; into drawables of
 /// GLX; surfaces and displays of EGL; texts that were handed out; reasons that were told.
-extern std::mutex buffersLock, listsLock, drawablesLock, surfacesLock, textsLock, toldLock;
+extern std::mutex buffersLock, listsLock, keptDrawsLock, drawablesLock, surfacesLock, textsLock,
+    toldLock;
 
 /// Holds streamLock. What the wall does not take at once is waited for at the end, by the thread
 /// that has sent it, without the lock: a wall that stands still holds up nobody else.

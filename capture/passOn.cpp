@@ -132,6 +132,7 @@ void setEnds(Context& c)
     unsigned char* const limit = tape.begin + tape.room;
     const ShareGroup& group = *c.group;
     tape.definesEnd = tape.stateEnd = tape.drawsEnd = nullptr;
+    c.drawsOnWall = false;
     if (!capturing || (!group.onWall && group.lost) || (c.asPicture && !c.drawsPicture))
         return;
     tape.definesEnd = limit;
@@ -140,6 +141,7 @@ void setEnds(Context& c)
     if (c.inList ||
         ((isShown(c) || isUndecided(c)) && group.main == &c && c.renderMode == GL_RENDER))
         tape.drawsEnd = limit;
+    c.drawsOnWall = tape.drawsEnd && group.onWall && group.main == &c && !c.asPicture;
 }
 
 void passOnTape(Context& c, bool endsFrame)

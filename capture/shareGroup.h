@@ -2,6 +2,7 @@
 #pragma once
 
 #include "capture/contexts.h"
+#include "capture/keptDraws.h"
 
 #include <atomic>
 #include <map>
@@ -33,4 +34,5 @@ struct ShareGroup {
     std::uint64_t unseenChanges = 0;
 
     KeptLists lists;
+    KeptDraws keptDraws;
 };

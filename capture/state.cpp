@@ -2,6 +2,7 @@
 // has in another form, and the ends of frames.
 #include "capture/contexts.h"
 #include "capture/entries.h"
+#include "capture/keptDraws.h"
 #include "capture/strings.h"
 #include "wire/sizes.h"
 
@@ -97,6 +98,14 @@ void popAttrib()
         recordScissor();
 }
 
+// Its vector has no length on the wire.
+void attribute4Nusv(GLuint index, const GLushort* v)
+{
+    const auto part = [v](int i) { return static_cast<GLfloat>(v[i]) / 65535.0F; };
+    record<Op::glVertexAttrib4fARB, Effect::state>(index, part(0), part(1), part(2), part(3));
+    callNative<Op::glVertexAttrib4NusvARB>(index, v);
+}
+
 void clear(GLbitfield mask)
 {
     if (!isOnWall())
@@ -149,6 +158,9 @@ void end()
 
 void listBase(GLuint base)
 {
+    constexpr GLuint reach = 1 << 16; // of names of two bytes, in both directions
+    if (base >= firstKeptDraw - reach)
+        noteListNames(firstKeptDraw, 1);
     pass<Op::glListBase>(base);
     currentContext().listBaseKnown = false;
 }
@@ -287,6 +299,7 @@ void installState()
     install<Op::glScissor>(scissor);
     install<Op::glEnable>(enable<Op::glEnable>);
     install<Op::glDisable>(enable<Op::glDisable>);
+    install<Op::glVertexAttrib4NusvARB>(attribute4Nusv);
     install<Op::glPopAttrib>(popAttrib);
     install<Op::glClear>(clear);
     install<Op::glBegin>(begin);

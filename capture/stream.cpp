@@ -25,7 +25,8 @@ std::atomic<bool> capturing;
 WallCurrent wallCurrent;
 std::uint32_t firstHandle;
 std::recursive_mutex serialLock;
-std::mutex streamLock, buffersLock, listsLock, drawablesLock, surfacesLock, textsLock, toldLock;
+std::mutex streamLock, buffersLock, listsLock, keptDrawsLock, drawablesLock, surfacesLock,
+    textsLock, toldLock;
 
 namespace {
 
@@ -258,8 +259,8 @@ bool connectToWall()
 
 namespace {
 
-std::mutex* const heldByFork[] = {&streamLock,   &buffersLock, &listsLock, &drawablesLock,
-                                  &surfacesLock, &textsLock,   &toldLock};
+std::mutex* const heldByFork[] = {&streamLock,    &buffersLock,  &listsLock, &keptDrawsLock,
+                                  &drawablesLock, &surfacesLock, &textsLock, &toldLock};
 bool isConnecting; // a thread, while this one forks
 
 void beforeFork()
@@ -330,6 +331,7 @@ void readCaptureOptions()
     options.frames = number(names::frames, 0);
     options.samples = number(names::samples, 0);
     options.patience = number(names::patience, options.patience);
+    options.keep = number(names::keep, options.keep);
     options.serial = number(names::serial, 0) != 0;
     options.verbose = number(names::verbose, 0) != 0;
     if (const char* wall = std::getenv(names::wall))

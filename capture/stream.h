@@ -33,6 +33,7 @@ struct CaptureOptions {
     int samples = 0;
     int wallWidth = 0, wallHeight = 0; // 0: none
     int patience = 10;
+    int keep = 128; // MiB
     bool serial = false, verbose = false;
 };
 extern CaptureOptions captureOptions;

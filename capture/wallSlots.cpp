@@ -1,4 +1,5 @@
 #include "capture/wallSlots.h"
+#include "capture/keptDraws.h"
 #include "capture/reasons.h"
 #include "capture/stream.h"
 
@@ -91,6 +92,8 @@ void encodeReset(CommandBuffer& out, const UsedNames& used)
     encodeDelete<Op::glDeleteProgramsARB>(out, used.program);
     if (used.list > 0)
         encode<Op::glDeleteLists>(out, GLuint{1}, static_cast<GLsizei>(used.list));
+    if (used.keptDraws > 0)
+        encode<Op::glDeleteLists>(out, GLuint{firstKeptDraw}, static_cast<GLsizei>(used.keptDraws));
 }
 
 std::vector<WallWindow>& wallWindows()

@@ -13,6 +13,7 @@
 /// The largest names that a context has used, of those that outlive its state.
 struct UsedNames {
     GLuint texture = 0, list = 0, program = 0;
+    GLuint keptDraws = 0; // how many lists of these there are
 };
 
 /// A context of the servers'.

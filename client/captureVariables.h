@@ -20,8 +20,9 @@ inline constexpr char glx[] = "MOSA_CAPTURE_GLX";
 inline constexpr char openGL[] = "MOSA_CAPTURE_OPENGL";
 inline constexpr char egl[] = "MOSA_CAPTURE_EGL";
 // People's own: whatever is captured one call at a time; every reason for which something is not
-// followed each time.
+// followed each time; how many MiB of draws from buffer objects servers keep as lists.
 inline constexpr char serial[] = "MOSA_CAPTURE_SERIAL";
 inline constexpr char verbose[] = "MOSA_CAPTURE_VERBOSE";
+inline constexpr char keep[] = "MOSA_CAPTURE_KEEP";
 
 } // namespace captureVariables

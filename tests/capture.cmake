@@ -3,7 +3,7 @@ if(NOT TARGET mosa-wall OR NOT TARGET capture)
     return()
 endif()
 
-add_executable(captureProgram captureProgram.cpp)
+add_executable(captureProgram captureProgram.cpp keptScene.cpp)
 # The capture library takes the place of what it is linked with.
 target_link_libraries(captureProgram PRIVATE mosa_settings GL X11::X11)
 add_executable(smallProgram smallProgram.cpp)

@@ -1,6 +1,8 @@
 // A program for the tests of capturing: opens a window of 240 x 180 pixels, draws one scene in
 // every frame and swaps, until it is ended or as often as its second argument says.
 #define GL_GLEXT_PROTOTYPES
+#include "keptScene.h"
+
 #include <GL/gl.h>
 #include <GL/glext.h>
 #include <GL/glx.h>
@@ -603,6 +605,18 @@ void modernFrame(int frame)
         std::exit(6);
 }
 
+// Buffers are the business of a thread's contexts, whatever they draw into.
+void inSharing(void (*change)())
+{
+    static const Window small = openWindow(8, 8, false);
+    static GLXContext sharing = glXCreateContext(dpy, visual, context, True);
+    glXMakeCurrent(dpy, small, sharing);
+    change();
+    glXMakeCurrent(dpy, window, context);
+}
+
+void kept() { drawKeptScene(inSharing); }
+
 struct Scene {
     const char* name;
     void (*draw)();
@@ -611,7 +625,7 @@ constexpr Scene scenes[] = {{"arrays", arrays},   {"multitexture", multitexture}
                             {"images", images},   {"lists", lists},
                             {"rasters", rasters}, {"lines", lines},
                             {"seams", seams},     {"unseen", unseen},
-                            {"boxes", boxes}};
+                            {"boxes", boxes},     {"kept", kept}};
 
 } // namespace
 

@@ -133,7 +133,8 @@ Pictures picturesOf(const Strings& command, int frames, const std::string& wall)
 
 Pictures picturesOf(const std::string& scene, WallShape shape)
 {
-    return picturesOf(program(scene), scene == "modern" ? 5 : 3, wallFile(shape));
+    return picturesOf(program(scene), scene == "modern" || scene == "kept" ? 5 : 3,
+                      wallFile(shape));
 }
 
 void expectSame(const Image& shown, const Image& expected, bool exact, const std::string& what)
@@ -171,7 +172,8 @@ TEST_P(Captured, LooksLikeTheProgramsOwnWindow)
 
 INSTANTIATE_TEST_SUITE_P(Scenes, Captured,
                          testing::Values("arrays", "multitexture", "images", "lists", "rasters",
-                                         "lines", "seams", "boxes", "unseen", "single", "modern"),
+                                         "lines", "seams", "boxes", "kept", "unseen", "single",
+                                         "modern"),
                          [](const auto& test) { return std::string(test.param); });
 
 // ---- Small programs, beside themselves alone ---------------------------------------------------
@@ -220,7 +222,8 @@ INSTANTIATE_TEST_SUITE_P(Programs, Small,
                                          SmallProgram{"figures", 70}, SmallProgram{"openList", 2},
                                          SmallProgram{"exits", 0}, SmallProgram{"reconnects", 6},
                                          SmallProgram{"returns", 7}, SmallProgram{"queries", 0},
-                                         SmallProgram{"closesFiles", 0}),
+                                         SmallProgram{"closesFiles", 0},
+                                         SmallProgram{"steady", 13}),
                          [](const auto& test) { return std::string(test.param.name); });
 
 // What is told of a program, and how it is captured, are not in its environment but people's.
@@ -236,6 +239,27 @@ TEST(Environment, TellsEachReasonAndSerialises)
     const Ending serial = runWith("MOSA_CAPTURE_SERIAL=1", "threads");
     EXPECT_EQ(serial.status, 5) << serial.err;
     EXPECT_EQ(serial.out, "threads 0\n");
+}
+
+// Draws that stay the same are lists from their second time on, within bounds: of two and two there
+// is room for two, and old ones go first.
+TEST(Kept, DrawsAreCallsOfListsWithinTheirBounds)
+{
+    const auto countsWith = [](const char* keep) {
+        const std::string file = temporaryFile("");
+        run({"record", "-o", file, "--", "env", keep, PROGRAMS "/tests/smallProgram", "steady"});
+        int frames = 0;
+        return operationsIn(file, frames);
+    };
+    using Counts = std::map<std::string, int>;
+    Counts counts = countsWith("MOSA_CAPTURE_KEEP=1");
+    EXPECT_EQ(counts["glNewList"], 4 + 1); // the last is the program's
+    EXPECT_EQ(counts["glDeleteLists"], 2 + 1);
+    EXPECT_EQ(counts["glCallList"], (3 + 4) * 2 + 3); // in the first frame nothing is shown yet
+    EXPECT_EQ(counts["glDrawArrays"], (1 + 2 + 2) * 2 + 3);
+    counts = countsWith("MOSA_CAPTURE_KEEP=0");
+    EXPECT_EQ(counts["glCallList"], 3);
+    EXPECT_EQ(counts["glDrawArrays"], 10 * 2 + 3);
 }
 
 #ifdef WITH_THREADS

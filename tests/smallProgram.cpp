@@ -577,6 +577,36 @@ void closesFiles()
     tellError("frames");
 }
 
+// Draws of half a MiB each from buffers that stay: in each frame two, later two others.
+void steady()
+{
+    constexpr GLsizei points = 1 << 16;
+    GLuint buffer = 0;
+    glGenBuffers(1, &buffer);
+    glBindBuffer(GL_ARRAY_BUFFER, buffer);
+    glBufferData(GL_ARRAY_BUFFER, 4 * points * GLsizeiptr{2 * sizeof(float)}, nullptr,
+                 GL_STATIC_DRAW);
+    glVertexPointer(2, GL_FLOAT, 0, nullptr);
+    glEnableClientState(GL_VERTEX_ARRAY);
+    for (int i = 0; i < 10; ++i) {
+        for (int half = 0; half < 2; ++half)
+            glDrawArrays(GL_POINTS, (i / 5 * 2 + half) * points, points);
+        frame();
+    }
+    // A name like the wall's for its own lists: the program's is the one that counts.
+    constexpr GLuint theirs = 0xf0000000;
+    glNewList(theirs, GL_COMPILE);
+    glRectf(-0.9F, 0.6F, -0.6F, 0.9F);
+    glEndList();
+    for (int i = 0; i < 3; ++i) {
+        glClear(GL_COLOR_BUFFER_BIT);
+        glDrawArrays(GL_POINTS, 0, points);
+        glCallList(theirs);
+        glXSwapBuffers(dpy, window);
+    }
+    tellError("steady");
+}
+
 const struct {
     const char* name;
     void (*run)();
@@ -587,6 +617,7 @@ const struct {
     {"openList", openList}, {"hides", hides},       {"closes", closes},
     {"returns", returns},   {"exits", exits},       {"reconnects", reconnects},
     {"threads", threads},   {"queries", queries},   {"closesFiles", closesFiles},
+    {"steady", steady},
 };
 
 } // namespace
