@@ -654,11 +654,12 @@ int main(int argc, char** argv)
     const bool single = name == "single";
     chooseVisual(!single);
     probe();
-    if (name == "forkMeanwhile") { // the child looks, too, with a connection of its own
+    if (name == "forkMeanwhile") { // the child looks around, with a connection of its own
         if (fork() == 0) {
             dpy = XOpenDisplay(nullptr);
             chooseVisual(true);
-            probe();
+            for (int i = 0; i < 12; ++i)
+                probe();
             _exit(0);
         }
         wait(nullptr);
