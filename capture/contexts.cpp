@@ -105,7 +105,7 @@ void leaveGroup(Context& c)
 // Nothing of a context that was never shown reaches the wall once it is gone.
 void forget(Context& c)
 {
-    std::free(c.ownTape.begin ? c.ownTape.begin : c.tape.begin);
+    freeTape(c);
     leaveGroup(c);
 }
 
@@ -337,6 +337,7 @@ void endFrame(bool swap)
     }
     waitForFrames(); // without the lock: other threads draw on
     const StreamLock lock;
+    reserveTape(c, tapeRoom);
     setEnds(c);
     if (swap || c.asPicture)
         recordMarginsOfFrame(c);

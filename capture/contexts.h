@@ -8,6 +8,7 @@
 #include "capture/pictures.h"
 #include "capture/tape.h"
 #include "capture/wallSlots.h"
+#include "client/placement.h"
 
 #include <X11/Xlib.h>
 
@@ -115,11 +116,7 @@ WindowSize currentWindowSize();
 /// How much of the current context's calls is recorded follows from its state anew.
 void updateRecording();
 
-/// Where the window's lower-left corner lies in the area that is stretched over the wall, and that
-/// area's size, in the program's pixels.
-struct Placement {
-    int dx, dy, width, height;
-};
+/// Where the window stands in the area that is stretched over the wall, in the program's pixels.
 Placement placementOf(WindowSize size);
 
 /// The same, and the window's size in that area: its own, but for finished pictures where the wall

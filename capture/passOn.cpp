@@ -16,7 +16,6 @@ using Bytes = std::span<const unsigned char>;
 
 namespace {
 
-constexpr std::size_t sharedTapeRoom = 1 << 20;
 constexpr std::size_t mostPending = 64 << 20;
 constexpr std::size_t mostUndecided = 16 << 20; // while draws are kept back, too
 constexpr std::size_t mostListRoom = 8 << 20;   // that a list is kept whole for
@@ -53,25 +52,34 @@ void sendMakeCurrent(const ShareGroup& group)
     wallCurrent = {&group, group.wallWindow};
 }
 
-void sendRecords(const ShareGroup& group, bool ofMain, Bytes records, bool endsFrame, bool reserved)
+namespace {
+
+// What has to stand around a context's records.
+struct Enclosure {
+    CommandBuffer before, after;
+};
+
+Enclosure enclosureOf(const ShareGroup& group, bool ofMain)
 {
-    CommandBuffer before;
+    Enclosure around;
+    auto& [before, after] = around;
     if (wallCurrent.group != &group || wallCurrent.window != group.wallWindow) {
         encode<Op::glXMakeCurrent>(before, makeCurrentBlock(programWindow(group)));
         wallCurrent = {&group, group.wallWindow};
     }
-    CommandBuffer after;
     if (!ofMain) {
         encode<Op::glPushAttrib>(before, GLbitfield{GL_ALL_ATTRIB_BITS});
         encode<Op::glPopAttrib>(after);
     }
-    if (reserved) {
-        const Bytes piece[] = {before};
-        sendBuffer(piece, false);
-        sendReserved(records, endsFrame);
-        return;
-    }
-    const Bytes pieces[] = {before, records, after};
+    return around;
+}
+
+} // namespace
+
+void sendRecords(const ShareGroup& group, bool ofMain, Bytes records, bool endsFrame)
+{
+    const Enclosure around = enclosureOf(group, ofMain);
+    const Bytes pieces[] = {around.before, records, around.after};
     sendBuffer(pieces, endsFrame);
 }
 
@@ -149,10 +157,16 @@ void passOnTape(Context& c, bool endsFrame)
     Tape& tape = c.tape;
     const Bytes records(tape.begin, static_cast<std::size_t>(tape.at - tape.begin));
     tape.at = tape.begin;
-    if (const bool reserved = c.ownTape.begin) {
+    if (c.ownTape.begin) {
+        const std::span<unsigned char> room(tape.begin, tape.room);
         tape = std::exchange(c.ownTape, {});
         setEnds(c);
-        sendRecords(*c.group, c.group->main == &c, records, endsFrame, reserved);
+        const Enclosure around =
+            records.empty() ? Enclosure{} : enclosureOf(*c.group, c.group->main == &c);
+        const Bytes before[] = {around.before}, after[] = {around.after};
+        sendBuffer(before, false);
+        sendReserved(room, records.size(), endsFrame);
+        sendBuffer(after, false);
         return;
     }
     if (!capturing || (records.empty() && !endsFrame))
@@ -170,11 +184,19 @@ void resizeTape(Tape& tape, std::size_t room)
     tape.room = tape.begin ? room : 0;
 }
 
+void freeTape(Context& c)
+{
+    if (c.ownTape.begin)
+        giveRoomBack({c.tape.begin, c.tape.room});
+    std::free(c.ownTape.begin ? c.ownTape.begin : c.tape.begin);
+    c.tape = c.ownTape = {};
+}
+
 bool reserveTape(Context& c, std::size_t bytes)
 {
-    if (!c.group->onWall || c.group->main != &c || c.inList)
+    if (c.ownTape.begin || !c.group->onWall || c.group->main != &c || c.inList)
         return false;
-    const std::span<unsigned char> room = reserveRoom(std::max(bytes, sharedTapeRoom));
+    const std::span<unsigned char> room = reserveRoom(std::max(bytes, tapeRoom));
     if (room.empty())
         return false;
     c.ownTape = c.tape;

@@ -36,10 +36,9 @@ ProgramWindow programWindow(const ShareGroup& group);
 void sendMakeCurrent(const ShareGroup& group);
 
 /// Sends records of one of a group's contexts, which is on the wall. Another than the one whose
-/// state the wall has (`ofMain`) leaves that as it was. `reserved`: they lie where the wall reads
-/// them.
+/// state the wall has (`ofMain`) leaves that as it was.
 void sendRecords(const ShareGroup& group, bool ofMain, std::span<const unsigned char> records,
-                 bool endsFrame, bool reserved = false);
+                 bool endsFrame);
 
 /// How much of a context's calls is recorded follows from its state anew.
 void setEnds(Context& c);
@@ -49,9 +48,12 @@ void passOnTape(Context& c, bool endsFrame);
 
 void resizeTape(Tape& tape, std::size_t room);
 
-/// A large record, and what follows until there is no more room, is written where the wall's
-/// process reads it. False where it cannot be.
+/// From here on, until it is passed on, the tape of a context that is on the wall lies where the
+/// wall's process reads it. False where it cannot.
 bool reserveTape(Context& c, std::size_t bytes);
+
+/// The context is gone, and its tape with it.
+void freeTape(Context& c);
 
 /// A list stays in one piece until it is too large. Then what there is of it is passed on, behind a
 /// glNewList, and the result is false.

@@ -9,22 +9,10 @@
 
 Placement placementOf(WindowSize size)
 {
-    Placement area{0, 0, size.width, size.height};
-    const char* const fit = captureOptions.fit;
-    const int wallWidth = captureOptions.wallWidth, wallHeight = captureOptions.wallHeight;
-    if (!fit || std::strcmp(fit, "middle") != 0 || wallWidth <= 0 || wallHeight <= 0 ||
-        size.width <= 0 || size.height <= 0)
-        return area;
-    const std::int64_t across = std::int64_t{size.width} * wallHeight;
-    const std::int64_t down = std::int64_t{size.height} * wallWidth;
-    if (across < down) {
-        area.width = static_cast<int>((down + wallHeight - 1) / wallHeight);
-        area.dx = (area.width - size.width) / 2;
-    } else if (down < across) {
-        area.height = static_cast<int>((across + wallWidth - 1) / wallWidth);
-        area.dy = (area.height - size.height) / 2;
-    }
-    return area;
+    const CaptureOptions& options = captureOptions;
+    if (!options.fit || std::strcmp(options.fit, "middle") != 0)
+        return {0, 0, size.width, size.height};
+    return inMiddle(size.width, size.height, options.wallWidth, options.wallHeight);
 }
 
 ShownPlace shownPlaceOf(WindowSize size, bool asPicture)

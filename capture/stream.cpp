@@ -2,6 +2,7 @@
 #include "capture/descriptors.h"
 #include "capture/reasons.h"
 #include "client/captureProtocol.h"
+#include "client/captureRing.h"
 #include "client/captureVariables.h"
 
 #include <algorithm>
@@ -10,10 +11,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/mman.h>
@@ -35,13 +38,15 @@ std::mutex answersLock; // one waits for the wall at a time
 long shown;             // frames, as the wall has answered; under answersLock
 std::mutex connectLock;
 std::atomic<long> sent; // frames
-CaptureRing* ring;
-std::uint64_t ringUsed; // bytes, in all
-std::size_t reserved;   // the last of them that are still being written
+RingWriter writer;
 
-// What the socket has not taken yet, and whether this thread is to wait until it has.
-std::vector<unsigned char> backlog;
-std::size_t backlogSent;
+// What there was no room for yet, in order, and whether this thread is to wait until there is.
+struct Waiting {
+    CaptureMessage what;
+    std::vector<unsigned char> bytes{};
+    std::size_t sent = 0;
+};
+auto& backlog = *new std::deque<Waiting>; // never destroyed
 thread_local bool owesBacklog;
 
 void stop(Reason why)
@@ -64,70 +69,70 @@ bool await(int fd, short events)
     return ready != 0;
 }
 
-// Sends what can be sent without waiting. False when the other side is gone.
-bool sendSome(msghdr& message)
+// True when the other side is gone.
+bool hasHungUp()
 {
-    while (message.msg_iovlen > 0) {
-        if (!isStillOwn(connection))
-            return false;
-        const ssize_t done = sendmsg(connection.fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (done < 0 && errno == EINTR)
-            continue;
-        if (done < 0)
-            return errno == EAGAIN || errno == EWOULDBLOCK;
-        auto left = static_cast<std::size_t>(done);
-        while (message.msg_iovlen > 0 && left >= message.msg_iov->iov_len) {
-            left -= message.msg_iov->iov_len;
-            ++message.msg_iov;
-            --message.msg_iovlen;
-        }
-        if (message.msg_iovlen > 0) {
-            message.msg_iov->iov_base = static_cast<char*>(message.msg_iov->iov_base) + left;
-            message.msg_iov->iov_len -= left;
-        }
-    }
-    return true;
+    pollfd state{connection.fd, 0, 0};
+    return !isStillOwn(connection) || poll(&state, 1, 0) > 0;
 }
 
-bool sendBacklog()
+// A byte, whose value says nothing. One that the socket does not take is not needed: others are
+// there.
+void wakeReader()
 {
-    iovec piece{backlog.data() + backlogSent, backlog.size() - backlogSent};
-    msghdr message{};
-    message.msg_iov = &piece;
-    message.msg_iovlen = piece.iov_len > 0;
-    const bool there = sendSome(message);
-    backlogSent = message.msg_iovlen > 0 ? backlog.size() - piece.iov_len : backlog.size();
-    if (backlogSent == backlog.size() || !there) {
-        backlog = {};
-        backlogSent = 0;
-    }
-    return there;
+    constexpr char nothing = 0;
+    if (!isStillOwn(connection) ||
+        (send(connection.fd, &nothing, 1, MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EAGAIN &&
+         errno != EWOULDBLOCK && errno != EINTR))
+        stop(Reason::gone);
 }
 
-// Sends a message behind all others. What the socket does not take is kept.
-bool sendBehind(msghdr& message)
+// What is larger than may be reserved goes in parts.
+bool sendFirst()
 {
-    if (!sendBacklog() || (backlog.empty() && !sendSome(message)))
+    Waiting& first = backlog.front();
+    constexpr std::size_t most = mostReserved / 4;
+    const auto left = std::span<const unsigned char>(first.bytes).subspan(first.sent);
+    const auto part = left.first(std::min(left.size(), most));
+    CaptureMessage what = first.what;
+    what.isPart = part.size() < left.size();
+    if (!append(writer, {&part, 1}, what))
         return false;
-    for (std::size_t i = 0; i < message.msg_iovlen; ++i) {
-        const auto* from = static_cast<const unsigned char*>(message.msg_iov[i].iov_base);
-        backlog.insert(backlog.end(), from, from + message.msg_iov[i].iov_len);
-    }
-    owesBacklog |= !backlog.empty();
+    first.sent += part.size();
     return true;
+}
+
+void sendBacklog()
+{
+    while (!backlog.empty() && sendFirst())
+        if (backlog.front().sent == backlog.front().bytes.size())
+            backlog.pop_front();
 }
 
 void waitForBacklog()
 {
-    for (bool waits = true; waits && capturing;) {
-        if (!await(connection.fd, POLLOUT))
+    constexpr int step = 100; // milliseconds, for one who is gone tells nobody
+    int waited = 0;
+    for (;;) {
+        const std::uint32_t begun = beginWaiting(writer);
+        {
+            const std::lock_guard lock(streamLock);
+            const std::size_t before = backlog.size();
+            if (capturing && hasHungUp())
+                stop(Reason::gone);
+            if (capturing)
+                sendBacklog();
+            else
+                backlog.clear();
+            waited = backlog.size() < before ? 0 : waited;
+            if (backlog.empty())
+                return;
+            wakeReader();
+        }
+        awaitRelease(writer, begun, step);
+        waited = writer.ring->releases.load() != begun ? 0 : waited + step;
+        if (captureOptions.patience > 0 && waited >= 1000 * captureOptions.patience)
             stop(Reason::standsStill);
-        const std::lock_guard lock(streamLock);
-        if (capturing && !sendBacklog())
-            stop(Reason::gone);
-        if (!capturing)
-            backlog = {};
-        waits = !backlog.empty();
     }
 }
 
@@ -147,8 +152,9 @@ std::int32_t receiveAnswer(int fd, int flags)
 // The handshake, and with it the memory that is shared: null when that does not work.
 CaptureRing* sendHandshake(int fd)
 {
-    const int memory = memfd_create("mosa-capture", MFD_CLOEXEC);
-    if (memory < 0 || ftruncate(memory, sizeof(CaptureRing)) != 0)
+    const int memory = memfd_create("mosa-capture", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (memory < 0 || ftruncate(memory, sizeof(CaptureRing)) != 0 ||
+        fcntl(memory, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0)
         return nullptr;
     void* const shared =
         mmap(nullptr, sizeof(CaptureRing), PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
@@ -170,26 +176,6 @@ CaptureRing* sendHandshake(int fd)
     const bool handed = sendmsg(fd, &message, MSG_NOSIGNAL) == ssize_t{sizeof handshake};
     close(memory);
     return handed ? static_cast<CaptureRing*>(shared) : nullptr;
-}
-
-// Room for so many bytes in one piece of the ring; negative when the reader still needs it.
-std::int32_t reserveInRing(std::size_t bytes)
-{
-    if (reserved > 0)
-        return -1;
-    const std::uint64_t released = ring->released.load(std::memory_order_acquire);
-    const auto room = static_cast<std::uint64_t>(ringBytes);
-    std::uint64_t at = ringUsed % room;
-    std::uint64_t used = ringUsed;
-    // From the beginning where it does not fit, and where all is free: that memory is in the cache.
-    if (at > 0 && (at + bytes > room || released == ringUsed)) {
-        used += room - at;
-        at = 0;
-    }
-    if (used + bytes - released > room && !(released == ringUsed && bytes <= room))
-        return -1;
-    ringUsed = used + bytes;
-    return static_cast<std::int32_t>(at);
 }
 
 } // namespace
@@ -250,7 +236,7 @@ bool connectToWall()
     }
     const std::lock_guard streams(streamLock);
     connection = made.descriptor;
-    ring = made.ring;
+    writer.ring = made.ring;
     firstHandle = static_cast<std::uint32_t>(made.firstHandle);
     return true;
 }
@@ -299,9 +285,9 @@ void inChild()
         close(connection.fd);
     connection = {};
     capturing = false;
-    if (ring) // a tape may lie in it
-        mmap(ring, sizeof *ring, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED,
-             -1, 0);
+    if (writer.ring) // a tape may lie in it
+        mmap(writer.ring, sizeof *writer.ring, PROT_READ | PROT_WRITE,
+             MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
 }
 
 } // namespace
@@ -341,71 +327,60 @@ void readCaptureOptions()
 
 namespace {
 
-constexpr std::size_t mostPieces = 8;
-
-// The first of the pieces is the message's.
-void sendMessage(CaptureMessage what, std::span<iovec> pieces)
+// Behind all others. The reader is woken when a frame ends, or when there is little room left.
+void noteSent(const CaptureMessage& what)
 {
-    pieces[0] = {&what, sizeof what};
-    msghdr message{};
-    message.msg_iov = pieces.data();
-    message.msg_iovlen = pieces.size();
-    if (!sendBehind(message))
-        stop(Reason::gone);
-    else if (what.hdr.sync > 0)
+    if (what.hdr.sync > 0)
         ++sent;
+    if ((what.hdr.sync != 0 || isFilling(writer)) && mustWakeReader(writer))
+        wakeReader();
+}
+
+void keepForLater(std::span<const std::span<const unsigned char>> pieces, CaptureMessage what)
+{
+    Waiting& waiting = backlog.emplace_back(Waiting{.what = what});
+    for (const std::span<const unsigned char> piece : pieces)
+        waiting.bytes.insert(waiting.bytes.end(), piece.begin(), piece.end());
+    owesBacklog = true;
+}
+
+void sendMessage(std::span<const std::span<const unsigned char>> pieces, CaptureMessage what)
+{
+    if (std::ranges::all_of(pieces, &std::span<const unsigned char>::empty))
+        return;
+    if (!backlog.empty() || !append(writer, pieces, what))
+        keepForLater(pieces, what);
+    noteSent(what);
 }
 
 } // namespace
 
 std::span<unsigned char> reserveRoom(std::size_t bytes)
 {
-    if (!capturing || !ring || bytes < leastInRing || bytes > ringBytes)
+    if (!capturing || !writer.ring || !backlog.empty())
         return {};
-    const std::int32_t at = reserveInRing(bytes);
-    if (at < 0)
-        return {};
-    reserved = bytes;
-    return {ring->bytes + at, bytes};
+    return reserve(writer, bytes);
 }
 
-void sendReserved(std::span<const unsigned char> written, bool endsFrame)
+void giveRoomBack(std::span<unsigned char> room) { giveBack(writer, room); }
+
+void sendReserved(std::span<unsigned char> room, std::size_t written, bool endsFrame)
 {
-    const auto at = static_cast<std::int32_t>(written.data() - ring->bytes);
-    ringUsed -= reserved - written.size();
-    reserved = 0;
-    if (!capturing || written.empty())
-        return;
-    iovec piece{};
-    sendMessage(
-        {{static_cast<std::int32_t>(written.size()), endsFrame}, at, wallCurrent.window, ringUsed},
-        {&piece, 1});
+    const CaptureMessage what{.hdr = {0, endsFrame}, .wallCurrent = wallCurrent.window};
+    const std::span<const unsigned char> piece = room.first(written);
+    if (!capturing || written == 0)
+        return giveBack(writer, room);
+    if (!backlog.empty() || !commit(writer, room, written, what)) {
+        keepForLater({&piece, 1}, what);
+        giveBack(writer, room);
+    }
+    noteSent(what);
 }
 
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame)
 {
-    if (!capturing || !isConnected())
-        return;
-    std::array<iovec, mostPieces + 1> vector;
-    std::size_t size = 0;
-    std::size_t n = 1;
-    for (const std::span<const unsigned char> piece : pieces) {
-        vector[n++] = {const_cast<unsigned char*>(piece.data()), piece.size()};
-        size += piece.size();
-    }
-    if (size == 0)
-        return;
-    CaptureMessage what{{static_cast<std::int32_t>(size), endsFrame}, -1, wallCurrent.window, 0};
-    if (size >= leastInRing && size <= ringBytes)
-        what.ringAt = reserveInRing(size);
-    if (what.ringAt >= 0) {
-        unsigned char* at = ring->bytes + what.ringAt;
-        for (const std::span<const unsigned char> piece : pieces)
-            at = std::copy(piece.begin(), piece.end(), at);
-        what.ringEnd = ringUsed;
-        n = 1;
-    }
-    sendMessage(what, std::span(vector).first(n));
+    if (capturing && isConnected())
+        sendMessage(pieces, {.hdr = {0, endsFrame}, .wallCurrent = wallCurrent.window});
 }
 
 void sendShown(std::uint32_t window, std::uint32_t wallWindow, bool doubleBuffered,
@@ -421,8 +396,9 @@ void sendShown(std::uint32_t window, std::uint32_t wallWindow, bool doubleBuffer
     const char* const authority = std::getenv("XAUTHORITY");
     std::strncpy(shown.display, displayName ? displayName : "", sizeof shown.display - 1);
     std::strncpy(shown.authority, authority ? authority : "", sizeof shown.authority - 1);
-    iovec pieces[] = {{}, {&shown, sizeof shown}};
-    sendMessage({{sizeof shown, showsAnother}, -1, wallCurrent.window, 0}, pieces);
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&shown);
+    const std::span<const unsigned char> piece{bytes, sizeof shown};
+    sendMessage({&piece, 1}, {.hdr = {0, showsAnother}, .wallCurrent = wallCurrent.window});
 }
 
 bool allFramesSent() { return captureOptions.frames > 0 && sent >= captureOptions.frames; }

@@ -65,10 +65,11 @@ bool isConnected();
 /// Bytes of a command buffer in pieces.
 void sendBuffer(std::span<const std::span<const unsigned char>> pieces, bool endsFrame);
 
-/// Room in the memory that is shared with the other side, for a large buffer that is to be written
-/// there and then sent by sendReserved; empty when there is none. One at a time.
+/// Room in the memory that is shared with the other side, for a buffer that is to be written there
+/// and then sent by sendReserved, as much of it as was written; empty when there is none.
 std::span<unsigned char> reserveRoom(std::size_t bytes);
-void sendReserved(std::span<const unsigned char> written, bool endsFrame);
+void sendReserved(std::span<unsigned char> room, std::size_t written, bool endsFrame);
+void giveRoomBack(std::span<unsigned char> room);
 
 /// The wall's process is to watch a window of the program's that is shown now, or (0) none is.
 void sendShown(std::uint32_t window, std::uint32_t wallWindow, bool doubleBuffered,

@@ -5,7 +5,9 @@
 #include <cstring>
 #include <ctime>
 #include <stdexcept>
+#include <utility>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -20,21 +22,6 @@ sockaddr_un addressOf(const std::string& path)
     if (!localAddress(path.c_str(), address))
         throw std::runtime_error(path + ": too long for a socket");
     return address;
-}
-
-bool receiveAll(int fd, void* to, std::size_t bytes)
-{
-    auto* at = static_cast<char*>(to);
-    while (bytes > 0) {
-        const ssize_t got = recv(fd, at, bytes, MSG_WAITALL);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return false;
-        at += got;
-        bytes -= static_cast<std::size_t>(got);
-    }
-    return true;
 }
 
 // Takes over the memory that came with a handshake. Closes every descriptor that did.
@@ -54,8 +41,10 @@ CaptureRing* mapRing(msghdr& message)
     }
     struct stat status {};
     void* ring = MAP_FAILED;
+    // Sealed: memory that became smaller would end this process.
     if (memory >= 0 && (message.msg_flags & MSG_CTRUNC) == 0 && fstat(memory, &status) == 0 &&
-        status.st_size >= static_cast<off_t>(sizeof(CaptureRing)))
+        status.st_size >= static_cast<off_t>(sizeof(CaptureRing)) &&
+        (fcntl(memory, F_GET_SEALS) & F_SEAL_SHRINK) != 0)
         ring = mmap(nullptr, sizeof(CaptureRing), PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0);
     if (memory >= 0)
         close(memory);
@@ -86,7 +75,8 @@ Arrival hearNewcomer(CaptureSocket& socket, int& fd)
     const bool isWhole = got == static_cast<ssize_t>(sizeof handshake); // it is sent at once
     if (isWhole && ring && socket.program < 0 && !socket.endsAfter) {
         socket.handshake = handshake;
-        socket.ring = ring;
+        socket.ring = {ring};
+        socket.hungUp = false;
         socket.program = fd;
         fd = -1;
         answer(socket.program, socket.firstHandle);
@@ -149,10 +139,12 @@ void leaveProgram(CaptureSocket& socket)
 {
     if (socket.program < 0)
         return;
-    munmap(socket.ring, sizeof(CaptureRing));
+    munmap(socket.ring.ring, sizeof(CaptureRing));
     close(socket.program);
-    socket.ring = nullptr;
-    socket.ringEnd = 0;
+    socket.ring = {};
+    socket.hungUp = false;
+    socket.bytes = {};
+    socket.bytesTaken = false;
     socket.program = -1;
     socket.watch.isShown = socket.watch.gone = false; // its last picture stays
     socket.watch.windows.clear();                     // their numbers may be the next one's
@@ -209,40 +201,57 @@ void listenForProgram(CaptureSocket& socket, const std::string& path)
 
 namespace {
 
-// What follows a message that another window is shown, or none. False when nothing does.
-bool hearOfWindow(CaptureSocket& socket, const CaptureMessage& message)
+// The end of a message that another window is shown, or none.
+bool hearOfWindow(CaptureSocket& socket, std::span<const unsigned char> bytes)
 {
     CaptureShown shown{};
-    if (message.hdr.size != sizeof shown || !receiveAll(socket.program, &shown, sizeof shown))
+    if (bytes.size() != sizeof shown)
         return false; // no capture library says so
+    std::memcpy(&shown, bytes.data(), sizeof shown);
     shown.display[sizeof shown.display - 1] = shown.authority[sizeof shown.authority - 1] = '\0';
     showsWindow(socket.watch, shown);
     return true;
 }
 
-// Takes in a message of the program, of a command buffer or not: `bytes` is empty then. False when
-// its stream has ended.
-bool takeMessage(CaptureSocket& socket, _hdr& hdr, std::span<const unsigned char>& bytes)
+// Takes messages until one is a whole command buffer, or there are no more (`bytes` is empty then).
+// False when what is there is no capture library's.
+bool takeMessages(CaptureSocket& socket, _hdr& hdr, std::span<const unsigned char>& bytes)
 {
+    constexpr std::size_t most = INT32_MAX;
     CaptureMessage message{};
-    if (!receiveAll(socket.program, &message, sizeof message) || message.hdr.size < 0)
-        return false;
-    socket.wallCurrent = message.wallCurrent;
-    if (message.hdr.sync == showsAnother)
-        return hearOfWindow(socket, message);
-    hdr = message.hdr;
-    socket.betweenFrames = hdr.sync != 0;
-    const auto size = static_cast<std::size_t>(hdr.size);
-    if (message.ringAt >= 0) {
-        if (message.ringAt > ringBytes || hdr.size > ringBytes - message.ringAt)
-            return false; // no capture library says so
-        bytes = {socket.ring->bytes + message.ringAt, size};
-        socket.ringEnd = message.ringEnd;
+    std::span<const unsigned char> part;
+    Taken taken = Taken::nothing;
+    while ((taken = take(socket.ring, message, part)) == Taken::message) {
+        socket.wallCurrent = message.wallCurrent;
+        if (message.hdr.sync == showsAnother) {
+            if (!hearOfWindow(socket, part))
+                return false;
+            continue;
+        }
+        if (message.isPart || !socket.bytes.empty()) {
+            if (part.size() > most - socket.bytes.size())
+                return false;
+            socket.bytes.insert(socket.bytes.end(), part.begin(), part.end());
+            release(socket.ring);
+            if (message.isPart)
+                continue;
+            part = socket.bytes;
+            socket.bytesTaken = true;
+        }
+        hdr = {static_cast<std::int32_t>(part.size()), message.hdr.sync};
+        socket.betweenFrames = hdr.sync != 0;
+        bytes = part;
         return true;
     }
-    socket.bytes.resize(size);
-    bytes = socket.bytes;
-    return receiveAll(socket.program, socket.bytes.data(), size);
+    return taken == Taken::nothing;
+}
+
+// The bytes by which the program wakes this process, or the end of them.
+void hearProgram(CaptureSocket& socket)
+{
+    char bytes[64];
+    const ssize_t got = recv(socket.program, bytes, sizeof bytes, MSG_DONTWAIT);
+    socket.hungUp |= got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR);
 }
 
 } // namespace
@@ -250,11 +259,12 @@ bool takeMessage(CaptureSocket& socket, _hdr& hdr, std::span<const unsigned char
 Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hdr& hdr,
                       std::span<const unsigned char>& bytes)
 {
-    if (socket.ringEnd > 0)
-        socket.ring->released.store(socket.ringEnd, std::memory_order_release);
-    socket.ringEnd = 0;
+    if (socket.program >= 0)
+        release(socket.ring);
+    if (std::exchange(socket.bytesTaken, false))
+        socket.bytes = {};
     std::vector<pollfd> events{{socket.listening, POLLIN, 0},
-                               {socket.program, POLLIN, 0},
+                               {socket.hungUp ? -1 : socket.program, POLLIN, 0},
                                {watchFd(socket.watch), POLLIN, 0},
                                {otherFd, POLLIN, 0}};
     const bool isFree = socket.newcomers.empty() || !hasHungUp(socket);
@@ -265,12 +275,20 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
     const long untilThen = canTakeAway ? stillShown(socket.watch) : microseconds;
     if (canTakeAway && (microseconds < 0 || untilThen < microseconds))
         microseconds = untilThen; // unless the program has something to say
+    const auto hasSomething = [&socket] {
+        return socket.program >= 0 && (socket.hungUp || !mayWait(socket.ring));
+    };
+    if (hasSomething())
+        microseconds = 0;
     const timespec time{microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
     const int ready =
         ppoll(events.data(), events.size(), microseconds < 0 ? nullptr : &time, nullptr);
-    if (canTakeAway && (ready <= 0 || !events[1].revents) && stillShown(socket.watch) == 0)
+    const bool speaks = hasSomething() || (ready > 0 && events[1].revents);
+    if (socket.program >= 0)
+        endReaderWait(socket.ring);
+    if (canTakeAway && !speaks && stillShown(socket.watch) == 0)
         return takeAway(socket, hdr, bytes);
-    if (ready <= 0)
+    if (ready <= 0 && !speaks)
         return Arrival::nothing;
     if (events[2].revents)
         lookAtWindow(socket.watch);
@@ -281,11 +299,14 @@ Arrival waitForBuffer(CaptureSocket& socket, long microseconds, int otherFd, _hd
             return arrival;
     if (socket.program < 0)
         return socket.endsAfter ? Arrival::end : Arrival::nothing;
-    if (!events[1].revents)
-        return Arrival::nothing;
+    if (events[1].revents)
+        hearProgram(socket);
     bytes = {};
-    if (takeMessage(socket, hdr, bytes))
-        return bytes.data() ? Arrival::buffer : Arrival::nothing;
+    const bool isSound = takeMessages(socket, hdr, bytes);
+    if (isSound && bytes.data())
+        return Arrival::buffer;
+    if (isSound && !socket.hungUp)
+        return Arrival::nothing;
     leaveProgram(socket);
     return Arrival::programEnd;
 }

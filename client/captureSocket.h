@@ -3,6 +3,7 @@
 #pragma once
 
 #include "client/captureProtocol.h"
+#include "client/captureRing.h"
 #include "client/windowWatch.h"
 
 #include <span>
@@ -18,11 +19,12 @@ struct CaptureSocket {
     int program = -1;
     std::vector<int> newcomers; // whose handshake has not come yet
     _handshake handshake{};
-    CaptureRing* ring = nullptr;
+    RingReader ring{};
+    bool hungUp = false; // the program's side is closed; what is in the ring is still to be taken
     std::int32_t firstHandle = 0;     // that the next program may use, less 1
     bool endsAfter = false;           // endWaiting has been said
-    std::uint64_t ringEnd = 0;        // to be released before the next buffer
-    std::vector<unsigned char> bytes; // of a buffer that came over the socket
+    std::vector<unsigned char> bytes; // of a buffer that comes in parts
+    bool bytesTaken = false;          // they were handed out as a whole
     WindowWatch watch;
     CommandBuffer own;             // a frame that is not the program's
     int ownFrames = 0;             // of these, that have not been shown yet

@@ -1,6 +1,9 @@
 #include "client/live.h"
+#include "client/encoder.h"
 #include "client/playReports.h"
+#include "client/pointer.h"
 #include "client/receivePrograms.h"
+#include "wire/areaMessages.h"
 
 #include <algorithm>
 #include <chrono>
@@ -15,11 +18,29 @@ void steerServers(Connection& connection, Steering& steering)
         sendBuffer(connection, said.data(), {static_cast<std::int32_t>(said.size()), 0}, INT_MAX);
 }
 
-void playLive(Connection& connection, const std::string& socketPath, Steering& steering)
+namespace {
+
+// Whatever the program does meanwhile.
+void showPointer(Connection& connection, Pointer& pointer, const PointerWall& wall)
+{
+    const int port = startPointer(pointer, wall);
+    if (port == 0)
+        return;
+    CommandBuffer where;
+    encode<Op::MWRaiseWindow>(where, Window{areaMessage(AreaWord::pointer, port)});
+    sendBuffer(connection, where.data(), {static_cast<std::int32_t>(where.size()), 0}, INT_MAX);
+}
+
+} // namespace
+
+void playLive(Connection& connection, const std::string& socketPath, Steering& steering,
+              const PointerWall& wall)
 {
     using Clock = std::chrono::steady_clock;
     CaptureSocket socket;
+    Pointer pointer;
     listenForProgram(socket, socketPath);
+    showPointer(connection, pointer, wall);
     tell(PlayEvent::ready);
 
     const Clock::time_point start = Clock::now();
@@ -55,6 +76,7 @@ void playLive(Connection& connection, const std::string& socketPath, Steering& s
                              .wait =
                                  [&](bool busy) {
                                      steerServers(connection, steering);
+                                     followWindow(pointer, socket.watch);
                                      pause = busy ? shortest : std::min(pause + shortest, longest);
                                      return ReceiverWait{
                                          .microseconds = connection.outstanding > 0 ? pause : -1,

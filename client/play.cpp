@@ -22,10 +22,11 @@ namespace {
 struct Options {
     std::vector<std::string> files;
     PlayOptions play;
-    bool wait = false;  // with the last frame, until the standard input ends
-    std::string live;   // the socket of running programs, instead of files
-    std::string tell;   // the pipe by which whoever started it is told how it goes
-    bool steer = false; // the standard input says where the job's area is to stand
+    bool wait = false;   // with the last frame, until the standard input ends
+    std::string live;    // the socket of running programs, instead of files
+    std::string tell;    // the pipe by which whoever started it is told how it goes
+    bool steer = false;  // the standard input says where the job's area is to stand
+    PointerWall pointer; // the wall that shows it
 };
 
 struct Totals {
@@ -53,6 +54,20 @@ void parse(CLI::App& app, Options& options)
     app.add_flag("--steer", options.steer,
                  "lines on the standard input say where the job's area of the wall is to stand: "
                  "mosa-wall move and raise write them");
+    app.add_option_function<std::string>(
+           "--pointer",
+           [&options](const std::string& text) {
+               PointerWall& wall = options.pointer;
+               char fit[8] = "";
+               if (std::sscanf(text.c_str(), "%dx%d:%7s", &wall.width, &wall.height, fit) != 3)
+                   throw CLI::ValidationError("--pointer", "it reads like 1920x1080:middle");
+               wall.isMiddle = fit == std::string("middle");
+               wall.isStretched = fit == std::string("stretch");
+           },
+           "the program's mouse pointer is shown on a wall of this size, the program in its "
+           "middle, corner, or stretched: mosa-wall run says so")
+        ->type_name("WxH:FIT")
+        ->needs(live);
     app.set_version_flag("--version", MOSA_VERSION);
 }
 
@@ -167,7 +182,7 @@ int playIt(Connection& connection, const std::vector<StreamFile>& files, const O
         return 0;
     }
     try {
-        playLive(connection, options.live, steering);
+        playLive(connection, options.live, steering, options.pointer);
     } catch (const std::exception& fault) {
         std::fprintf(stderr, "play: %s\n", fault.what());
         return 1;

@@ -20,17 +20,8 @@ void connectTo(WindowWatch& watch, const CaptureShown& shown)
         return;
     disconnect(watch);
     watch.display = shown.display;
-    const char* const before = std::getenv("XAUTHORITY");
-    const std::string own = before ? before : "";
-    if (*shown.authority)
-        setenv("XAUTHORITY", shown.authority, 1);
-    watch.connection = xcb_connect(shown.display, nullptr);
-    if (before)
-        setenv("XAUTHORITY", own.c_str(), 1);
-    else
-        unsetenv("XAUTHORITY");
-    if (xcb_connection_has_error(watch.connection))
-        disconnect(watch);
+    watch.authority = shown.authority;
+    watch.connection = connectToDisplay(watch.display, watch.authority);
 }
 
 // Its size in pixels if it can be seen, 0 if not.
@@ -63,6 +54,23 @@ void setGone(WindowWatch& watch, bool gone)
 } // namespace
 
 WindowWatch::~WindowWatch() { disconnect(*this); }
+
+xcb_connection_t* connectToDisplay(const std::string& display, const std::string& authority)
+{
+    const char* const before = std::getenv("XAUTHORITY");
+    const std::string own = before ? before : "";
+    if (!authority.empty())
+        setenv("XAUTHORITY", authority.c_str(), 1);
+    xcb_connection_t* const x = xcb_connect(display.c_str(), nullptr);
+    if (before)
+        setenv("XAUTHORITY", own.c_str(), 1);
+    else
+        unsetenv("XAUTHORITY");
+    if (!xcb_connection_has_error(x))
+        return x;
+    xcb_disconnect(x);
+    return nullptr;
+}
 
 void showsWindow(WindowWatch& watch, const CaptureShown& shown)
 {

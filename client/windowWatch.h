@@ -18,7 +18,8 @@ struct WindowWatch {
         bool doubleBuffered;
     };
     xcb_connection_t* connection = nullptr;
-    std::string display;         // that it leads to
+    std::string display;         // that it leads to,
+    std::string authority;       // and the file with the way into it, or nothing
     std::vector<Window> windows; // the shown one last
     bool isShown = false;        // that one
     bool programSaysSo = false;  // that it is gone: it draws nothing of it
@@ -29,6 +30,9 @@ struct WindowWatch {
     WindowWatch& operator=(const WindowWatch&) = delete;
     ~WindowWatch();
 };
+
+/// A connection to a display; null when there is none. `authority` as in the watch.
+xcb_connection_t* connectToDisplay(const std::string& display, const std::string& authority);
 
 /// Another is shown, or none. A display that does not answer is not watched.
 void showsWindow(WindowWatch& watch, const CaptureShown& shown);

@@ -209,6 +209,8 @@ void raiseWindow(Window window)
         XRaiseWindow(frame.dpy, frame.parent.localDrawable);
         XFlush(frame.dpy);
         break;
+    case AreaWord::pointer:
+        break;
     }
 }
 

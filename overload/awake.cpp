@@ -12,66 +12,21 @@
 //
 // A display without these extensions has no such timers, or none that could be suspended: nothing
 // is said.
-#include "coding/display/wallFile.h"
-#include "coding/serverProcess.h"
 #include "overload/library.h"
+#include "overload/ownEntry.h"
+#include "overload/xRequest.h"
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <string_view>
 
 #include <X11/Xmd.h>
 #include <X11/extensions/dpmsproto.h>
 #include <X11/extensions/saverproto.h>
-#include <xcb/xcb.h>
-#include <xcb/xcbext.h>
 
 namespace {
 
 xcb_extension_t screenSaver{"MIT-SCREEN-SAVER", 0}, powerManagement{"DPMS", 0};
-
-bool isThere(xcb_connection_t* x, xcb_extension_t& extension)
-{
-    const xcb_query_extension_reply_t* reply = xcb_get_extension_data(x, &extension);
-    return reply && reply->present;
-}
-
-template <class Request>
-unsigned send(xcb_connection_t* x, xcb_extension_t& extension, std::uint8_t number, Request request,
-              bool isAnswered)
-{
-    // xcb fills in the numbers and the length, and uses the two parts before.
-    iovec parts[3]{{}, {}, {&request, sizeof request}};
-    const xcb_protocol_request_t protocol{
-        .count = 1, .ext = &extension, .opcode = number, .isvoid = !isAnswered};
-    return xcb_send_request(x, XCB_REQUEST_CHECKED, parts + 2, &protocol);
-}
-
-// What a display answers; null when it refuses.
-template <class Reply, class Request>
-Reply* ask(xcb_connection_t* x, xcb_extension_t& extension, std::uint8_t number, Request request)
-{
-    return static_cast<Reply*>(
-        xcb_wait_for_reply(x, send(x, extension, number, request, true), nullptr));
-}
-
-template <class Request>
-void tell(xcb_connection_t* x, xcb_extension_t& extension, std::uint8_t number, Request request)
-{
-    std::free(xcb_request_check(x, {send(x, extension, number, request, false)}));
-}
-
-// The display that this server drives; empty when there is none.
-std::string ownDisplay()
-{
-    const char* const name = std::getenv("MOSA_DISPLAY");
-    std::ifstream file(name ? name : "");
-    const auto own = static_cast<std::size_t>(serverID);
-    const std::vector<WallLine> lines = readWallLines(file, own + 1);
-    WallEntry entry;
-    return lines.size() > own && parseWallEntry(lines[own].text, entry) ? entry.dpyName : "";
-}
 
 void restAfter(xcb_connection_t* x, long minutes)
 {
@@ -119,10 +74,10 @@ extern "C" void Overload(glOp*)
     const char* const wanted = std::getenv("MOSA_AWAKE");
     if (!wanted || std::string_view(wanted) != "1")
         return;
-    const std::string name = ownDisplay();
-    if (name.empty())
+    WallEntry entry;
+    if (!readOwnEntry(entry))
         return; // the server will say so
-    xcb_connection_t* const x = xcb_connect(name.c_str(), nullptr);
+    xcb_connection_t* const x = xcb_connect(entry.dpyName.c_str(), nullptr);
     if (xcb_connection_has_error(x)) {
         xcb_disconnect(x);
         return;

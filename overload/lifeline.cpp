@@ -98,13 +98,10 @@ extern "C" void Overload(glOp* table)
 {
     constexpr int longest = 5000; // milliseconds
     const char* name = std::getenv("MOSA_LIFELINE");
-    net::Address address;
     if (!name || !*name)
         return;
-    const int fd = net::resolve(name, address) ? net::beginConnection(address) : -1;
-    pollfd writable{fd, POLLOUT, 0};
-    bool failed = true;
-    if (fd < 0 || poll(&writable, 1, longest) <= 0 || !net::isConnected(fd, failed)) {
+    const int fd = net::connectWithin(name, longest);
+    if (fd < 0) {
         std::fprintf(stderr,
                      "Attention MOSA: lifeline: %s cannot be reached: this server would not notice "
                      "the end of its job\n",

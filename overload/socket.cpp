@@ -1,6 +1,5 @@
 #include "overload/socket.h"
 
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -167,6 +166,26 @@ bool isConnected(int fd, bool& failed)
     getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
     failed = error != 0;
     return !failed;
+}
+
+int connectWithin(const char* name, int milliseconds)
+{
+    Address address;
+    const int fd = resolve(name, address) ? beginConnection(address) : -1;
+    pollfd writable{fd, POLLOUT, 0};
+    bool failed = true;
+    if (fd < 0 || (poll(&writable, 1, milliseconds) > 0 && isConnected(fd, failed)))
+        return fd;
+    close(fd);
+    return -1;
+}
+
+bool isSecret(std::span<const char> said, std::string_view secret)
+{
+    int different = secret.size() > said.size(); // every byte is looked at
+    for (std::size_t i = 0; i < said.size(); ++i)
+        different |= said[i] ^ (i < secret.size() ? secret[i] : '\0');
+    return different == 0;
 }
 
 std::string peerOf(int fd)

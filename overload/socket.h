@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstring>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <cerrno>
@@ -34,6 +36,12 @@ int beginConnection(const Address& address);
 
 /// True once a connection that was begun has come about; `failed` when it never will.
 bool isConnected(int fd, bool& failed);
+
+/// Connects to HOST:PORT, within so many milliseconds; -1 when that fails.
+int connectWithin(const char* name, int milliseconds);
+
+/// True when the bytes, filled up with zeros, are the secret. Time tells nothing of it.
+bool isSecret(std::span<const char> said, std::string_view secret);
 
 /// Small records are sent without delay.
 void sendAtOnce(int fd);

@@ -556,6 +556,25 @@ void queries()
     frame();
 }
 
+// A window of one colour that rests, with a cursor of another: a block of 8 x 4, its hot spot at
+// (2, 1).
+void pointed()
+{
+    XUnmapWindow(dpy, window);
+    window = createWindow(60, 45);
+    char block[] = {-1, -1, -1, -1};
+    const Pixmap shape = XCreateBitmapFromData(dpy, window, block, 8, 4);
+    XColor blue{};
+    blue.blue = 65535;
+    XDefineCursor(dpy, window, XCreatePixmapCursor(dpy, shape, shape, &blue, &blue, 2, 1));
+    XMapWindow(dpy, window);
+    glXMakeCurrent(dpy, window, context);
+    glClearColor(0, 1, 0, 1);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glXSwapBuffers(dpy, window);
+    pause();
+}
+
 // All files are closed that are not known to be its own, and their numbers are used for others.
 void closesFiles()
 {
@@ -617,7 +636,7 @@ const struct {
     {"openList", openList}, {"hides", hides},       {"closes", closes},
     {"returns", returns},   {"exits", exits},       {"reconnects", reconnects},
     {"threads", threads},   {"queries", queries},   {"closesFiles", closesFiles},
-    {"steady", steady},
+    {"steady", steady},     {"pointed", pointed},
 };
 
 } // namespace

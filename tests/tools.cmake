@@ -9,12 +9,12 @@ target_link_libraries(wallTool_test PRIVATE
 add_dependencies(wallTool_test server play mosa-wall streamdump)
 gtest_discover_tests(wallTool_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 
-add_executable(areas_test areas_test.cpp)
+add_executable(areas_test areas_test.cpp pointer_test.cpp)
 target_compile_definitions(areas_test PRIVATE PROGRAMS="${CMAKE_BINARY_DIR}")
 target_link_libraries(areas_test PRIVATE
     mosa_wall_tool mosa_process mosa_stream_file mosa_image mosa_wall_file mosa_play_options mosa_capture_socket
-    GTest::gtest_main)
-add_dependencies(areas_test server play mosa-wall captureProgram)
+    mosa_pointer GTest::gtest_main)
+add_dependencies(areas_test server play mosa-wall captureProgram smallProgram)
 gtest_discover_tests(areas_test PROPERTIES ${JOB_TEST} ${NO_LEAKS})
 
 add_executable(wallTerminal_test wallTerminal_test.cpp)

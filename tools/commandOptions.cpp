@@ -145,6 +145,14 @@ void addFit(CLI::App& command, LiveOptions& options)
                     "block with edges; auto: sharp from twice their size on")
         ->check(CLI::IsMember({"smooth", "sharp", "auto"}))
         ->capture_default_str();
+    command.add_flag_callback(
+        "--pointer", [&options] { options.pointer = true; },
+        "show the mouse pointer, too, while it is in the program's window; without it likewise "
+        "where there is a desk");
+    command
+        .add_flag_callback(
+            "--no-pointer", [&options] { options.pointer = false; }, "do not")
+        ->excludes("--pointer");
 }
 
 void refuse(const CLI::App& command, const std::vector<const char*>& names, const char* why)
@@ -159,7 +167,7 @@ void requireOneKind(const CLI::App& command, const Program& program, const char*
     if (program.empty())
         return refuse(command,
                       {"--window", "--fit", "--enlarge", "--pixels", "--calls", "--patience",
-                       "--seconds", "--frames"},
+                       "--pointer", "--no-pointer", "--seconds", "--frames"},
                       "goes with a program behind -- alone");
     refuse(command, {streams}, "stands beside a program behind --: it is one or the other");
     refuse(command, {"--loop"}, "goes with recordings alone, not with a program");

@@ -14,6 +14,8 @@ void checkHosts(const Wall& wall, const std::vector<Place>& places, std::vector<
 struct NodeAnswer {
     Finding finding{};
     Size screen{};
+    long up = 0;         // seconds since the node has started
+    long long bytes = 0; // of memory that are free there
 };
 
 /// By the screens: one of another size than its tile, where another node has one of that size. Says

@@ -2,6 +2,7 @@
 #include "tools/commandOptions.h"
 
 #include "tools/presence.h"
+#include "tools/wallRun.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -15,13 +16,17 @@
 namespace {
 
 // "1:02:03", hours first.
-std::string timeSince(long since)
+std::string inHours(long seconds)
 {
-    const long seconds = std::max(0L, static_cast<long>(std::time(nullptr)) - since);
     char text[32];
     std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", seconds / 3600, seconds / 60 % 60,
                   seconds % 60);
     return text;
+}
+
+std::string timeSince(long since)
+{
+    return inHours(std::max(0L, static_cast<long>(std::time(nullptr)) - since));
 }
 
 std::string placeOf(const JobReport& job) { return job.area.empty() ? "all" : job.area; }
@@ -173,7 +178,7 @@ void printJson(const std::vector<JobReport>& jobs)
 void printText(const std::vector<JobReport>& jobs)
 {
     if (jobs.empty())
-        std::printf("nothing of yours runs on a wall here; mosa-wall check asks the nodes\n");
+        std::printf("nothing of yours runs on a wall here\n");
     for (const JobReport& job : jobs) {
         std::printf("%s: %s on %s, for %s\n", job.name.c_str(), job.shows.c_str(),
                     job.area.empty() ? ("all of the wall, " + job.wall).c_str()
@@ -194,7 +199,34 @@ void printText(const std::vector<JobReport>& jobs)
     }
 }
 
+// A wall on which nothing runs: its nodes are asked, as before a job. Returns the exit status.
+int printWall(const WallChoice& choice)
+{
+    const ChosenWall chosen = chooseWall(choice, readUsableWall);
+    Job job;
+    putOnWall(job, chosen.wall, chosen.hosts);
+    loadOverloads(job, false);
+    watchNodes(job);
+    const WallAnswers answers = probeWall(chosen.wall, job, chosen.places);
+    std::printf("  %4s  %-24s %12s %12s\n", "tile", "display", "node up for", "memory free");
+    for (std::size_t n = 0; n < chosen.wall.tiles.size(); ++n) {
+        const std::string& host = chosen.places.at(n).host;
+        const std::string display =
+            chosen.wall.tiles[n].entry.dpyName + (host.empty() ? "" : " on " + host);
+        const auto node = answers.nodes.find(n);
+        if (node == answers.nodes.end() || node->second.finding.fault)
+            std::printf("  %4zu  %-24s is not ready\n", n, display.c_str());
+        else
+            std::printf("  %4zu  %-24s %12s %8lld MiB\n", n, display.c_str(),
+                        inHours(node->second.up).c_str(), node->second.bytes >> 20);
+    }
+    for (const Finding& finding : answers.findings)
+        std::printf("%s%s\n", finding.fault ? "" : "note: ", finding.text.c_str());
+    return std::ranges::any_of(answers.findings, &Finding::fault) ? 1 : 0;
+}
+
 struct Status {
+    WallChoice choice;
     bool watches = false, json = false;
 };
 
@@ -210,6 +242,8 @@ int status(const Status& options)
             return 1;
         if (options.watches)
             std::this_thread::sleep_for(std::chrono::seconds(1));
+        else if (jobs.empty() && !options.json && !usualWall(options.choice.wall).empty())
+            return printWall(options.choice);
     } while (options.watches);
     return 0;
 }
@@ -217,11 +251,18 @@ int status(const Status& options)
 Action addStatus(CLI::App& command)
 {
     const auto options = std::make_shared<Status>();
+    addWall(command, options->choice.wall);
+    addHosts(command, options->choice.hosts);
     command.add_flag("--watch", options->watches, "again every second, until it is ended");
     command.add_flag("--json", options->json, "for programs");
-    command.footer("Of each job and each of its tiles: frames shown in the last second, how many "
-                   "frames it is\n"
-                   "behind the furthest, how much of a core decodes, and the server's memory.");
+    command.footer(
+        "Of each job and each of its tiles: frames shown in the last second, how many "
+        "frames it is\n"
+        "behind the furthest, how much of a core decodes, and the server's memory. Where "
+        "nothing\n"
+        "runs the wall's nodes are asked, as by check: whether each is ready, since when "
+        "it is up\n"
+        "and how much of its memory is free. Exit status 1: one is not ready.");
     return [options](const Program&) { return status(*options); };
 }
 

@@ -1,7 +1,9 @@
 #include "tools/liveProgram.h"
 #include "client/captureSocket.h"
 #include "client/captureVariables.h"
+#include "tools/frameLock.h"
 #include "tools/usersProgram.h"
+#include "wire/pointerMessages.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -125,6 +127,15 @@ int conclude(Run& run)
     return jobStatus == 0 && !drew ? 1 : jobStatus;
 }
 
+// The mouse pointer of the program's display on the wall.
+void showPointer(Job& job, const std::string& fit, Size wall)
+{
+    job.client.insert(job.client.end(), {"--pointer", toText(wall) + ":" + fit});
+    job.environment.push_back(std::string(pointerVariable) + "=" +
+                              (job.hosts.empty() ? "127.0.0.1" : ownHostName()));
+    job.secrets.push_back(std::string(pointerSecretVariable) + "=" + newSecret());
+}
+
 } // namespace
 
 int runLive(Job job, const LiveOptions& options, Size wall, int ahead, const LastFrame& last,
@@ -136,6 +147,8 @@ int runLive(Job job, const LiveOptions& options, Size wall, int ahead, const Las
     const std::string socket = temporaryName("program");
     job.client.insert(job.client.end(), {"--live", socket, "--wait"});
     job.inputPipe = true;
+    if (options.pointer.value_or(desk.displays.empty()))
+        showPointer(job, options.fit, wall);
     if (options.fit == "stretch")
         job.environment.emplace_back("MOSA_KEEP_ASPECT_RATIO=0");
     Run run{.options = options,

@@ -5,6 +5,8 @@
 #include "tools/jobOutput.h"
 #include "tools/wallLayout.h"
 
+#include <optional>
+
 /// How a program is run.
 struct LiveOptions {
     std::vector<std::string> program; // and its arguments; none: streams are played
@@ -16,6 +18,7 @@ struct LiveOptions {
     int samples = 0;                  // of a pixel that the wall has at most
     double seconds = 0;               // after which it is ended; 0: it ends itself
     long frames = 0;                  // likewise
+    std::optional<bool> pointer;      // the mouse pointer is shown; else where there is a desk
 };
 
 /// Runs a job whose client is `play --live`, and beside it the program. What the job's tasks write

@@ -13,10 +13,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 
 #include <dlfcn.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -153,6 +155,17 @@ Answer judgeServer(const Wall& wall, std::size_t server, const SumsThere& sums)
     return answer;
 }
 
+// Of memory, with what the kernel would give up for it.
+long long freeBytes()
+{
+    std::ifstream file("/proc/meminfo");
+    std::string name;
+    long long kibibytes = 0;
+    while (file >> name >> kibibytes && name != "MemAvailable:")
+        file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    return file ? kibibytes << 10 : 0;
+}
+
 } // namespace
 
 std::string sumOf(const std::string& file)
@@ -198,8 +211,10 @@ int probeNode(const std::string& wallFile, const SumsThere& sums)
     } catch (const std::exception& trouble) {
         answer.finding = {0, true, trouble.what()};
     }
-    std::printf("%s %d %d %d %d %d %d %s\n", answerMark, server, answer.finding.fault,
-                answer.samples, freePort(), answer.screen.w, answer.screen.h,
-                answer.finding.text.c_str());
+    struct sysinfo node {};
+    sysinfo(&node);
+    std::printf("%s %d %d %d %d %d %d %ld %lld %s\n", answerMark, server, answer.finding.fault,
+                answer.samples, freePort(), answer.screen.w, answer.screen.h, node.uptime,
+                freeBytes(), answer.finding.text.c_str());
     return 0;
 }

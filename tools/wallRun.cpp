@@ -1,6 +1,5 @@
 #include "tools/wallRun.h"
 #include "client/locations.h"
-#include "tools/hostOrder.h"
 #include "tools/nodeProbe.h"
 #include "tools/wallDrawing.h"
 
@@ -219,7 +218,7 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
         int ofServer = 0;
         int port = 0;
         if (words >> mark >> server >> answer.finding.fault >> ofServer >> port >>
-                answer.screen.w >> answer.screen.h &&
+                answer.screen.w >> answer.screen.h >> answer.up >> answer.bytes &&
             mark == answerMark && server < wall.tiles.size()) {
             samples = std::min(samples, ofServer);
             if (server == 0)
@@ -258,5 +257,5 @@ WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>
                                           (ending.err.empty() ? "" : ": " + ending.err)
                                     : words});
     }
-    return {findings, answers.size() == wall.tiles.size() ? samples : 0, hubPort};
+    return {findings, answers.size() == wall.tiles.size() ? samples : 0, hubPort, answers};
 }

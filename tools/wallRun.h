@@ -4,6 +4,7 @@
 #include "client/playOptions.h"
 #include "client/streamFile.h"
 #include "tools/frameLock.h"
+#include "tools/hostOrder.h"
 #include "tools/jobOutput.h"
 #include "tools/wallCheck.h"
 #include "tools/wallLayout.h"
@@ -44,6 +45,7 @@ struct WallAnswers {
     int samples; // of a pixel, that every server has; 0: there is no multisampling, or one is
                  // silent
     int hubPort; // free on the first server's node; 0: it is silent
+    std::map<std::size_t, NodeAnswer> nodes; // by their servers, of those that are not silent
 };
 WallAnswers probeWall(const Wall& wall, const Job& job, const std::vector<Place>& places);
 

@@ -1,7 +1,8 @@
-// What a client tells the servers of a job that has an area of the wall to itself: in the stream,
-// so that all of them come to it at the same place, as MWRaiseWindow of what is no window. The
-// upper three bits of an X window's number are never set; in a message all of them are. Servers
-// without the library for areas know no such window, and do nothing.
+// What a client tells the servers of a job that has an area of the wall to itself, and where it
+// tells more of the pointer: in the stream, so that all of them come to it at the same place, as
+// MWRaiseWindow of what is no window. The upper three bits of an X window's number are never set;
+// in a message all of them are. Servers without the libraries for this know no such window, and do
+// nothing.
 //
 //   31 29 28   26 25          0
 //   1 1 1 | what | value, signed
@@ -10,10 +11,11 @@
 #include <cstdint>
 
 enum class AreaWord : std::uint32_t {
-    left, // of the area from the wall's left, in wall pixels: kept until `move`
-    top,  // and from its top
-    move, // there
-    raise // above the areas of other jobs
+    left,   // of the area from the wall's left, in wall pixels: kept until `move`
+    top,    // and from its top
+    move,   // there
+    raise,  // above the areas of other jobs
+    pointer // the port at which places of the pointer are told
 };
 
 inline constexpr std::uint32_t areaMark = 0xE0000000;

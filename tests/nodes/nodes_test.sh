@@ -46,6 +46,22 @@ wall run --wall wall.conf --hosts hosts --at 100x100+180+20 "$gears" || fail "an
 said "MOSA: Server node2 completed MPI_Init as task 1"
 ! grep -q "as task 2" out || fail "more than one server"
 
+# A running program's mouse pointer, in the middle of its desk, is on both sides of the seam.
+windows() { # of a node's display
+    "$nodes" in "$1" python3 -c "import sys; sys.path.append('$source/scripts'); import xclient
+print(len(xclient.windows(xclient.connect(':0'))))"
+}
+wall run --wall wall.conf --hosts hosts --pointer -- glxgears -geometry 1280x1024+0+0 &
+job=$!
+for _ in {1..300}; do
+    [ "$(windows 1) $(windows 2)" != "2 2" ] || break
+    sleep 0.1
+done
+[ "$(windows 1) $(windows 2)" = "2 2" ] || fail "no pointer: $(windows 1), $(windows 2) windows"
+"$nodes" in 0 pkill -TERM -f "^$build/mosa-wall run"
+! wait $job || fail "it was told to end"
+[ "$(windows 1) $(windows 2)" = "0 0" ] || fail "left behind: $(windows 1), $(windows 2) windows"
+
 # Before a job starts, what is wrong with a node is said in one line that names it.
 faulty() { # how, back again, what is said
     "$nodes" in 2 bash -c "$1"
