@@ -6,7 +6,7 @@ import subprocess
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BUILD = os.path.join(ROOT, "build")
-DESK = (1280, 1024)
+DESK = (1440, 1080)  # more than the windows that programs open, with their borders
 LIMIT = 60  # seconds for a run, besides its own
 NEAR = 4    # levels of 255 that a pixel may differ by and count as the same
 

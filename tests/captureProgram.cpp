@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -627,6 +628,18 @@ constexpr Scene scenes[] = {{"arrays", arrays},   {"multitexture", multitexture}
                             {"seams", seams},     {"unseen", unseen},
                             {"boxes", boxes},     {"kept", kept}};
 
+// As toolkits do: a window and a context to find out what there is.
+void probe()
+{
+    const Window small = openWindow(1, 1, false);
+    GLXContext probing = glXCreateContext(dpy, visual, nullptr, True);
+    glXMakeCurrent(dpy, small, probing);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glXMakeCurrent(dpy, None, nullptr);
+    glXDestroyContext(dpy, probing);
+    XDestroyWindow(dpy, small);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -640,15 +653,17 @@ int main(int argc, char** argv)
         return 2;
     const bool single = name == "single";
     chooseVisual(!single);
-    // As toolkits do: a window and a context to find out what there is.
-    const Window probe = openWindow(1, 1, false);
-    GLXContext probing = glXCreateContext(dpy, visual, nullptr, True);
-    glXMakeCurrent(dpy, probe, probing);
-    glClear(GL_COLOR_BUFFER_BIT);
-    glXMakeCurrent(dpy, None, nullptr);
-    glXDestroyContext(dpy, probing);
-    XDestroyWindow(dpy, probe);
-
+    probe();
+    if (name == "forkMeanwhile") { // the child looks around, with a connection of its own
+        if (fork() == 0) {
+            dpy = XOpenDisplay(nullptr);
+            chooseVisual(true);
+            for (int i = 0; i < 12; ++i)
+                probe();
+            _exit(0);
+        }
+        wait(nullptr);
+    }
     window = openWindow(width, height, false);
     const bool modern = name == "modern";
     context = modern ? modernContext() : glXCreateContext(dpy, visual, nullptr, True);

@@ -187,7 +187,7 @@ TEST(WindowWatch, MissesNoChange)
     std::vector<VirtualDisplay> displays = startDisplays(1, 64, 64);
     Display* const dpy = XOpenDisplay(displays[0].name.c_str());
     WindowWatch watch;
-    for (int round = 0; round < 400; ++round) {
+    for (int round = 0; round < 1000; ++round) {
         const Window window = XCreateSimpleWindow(dpy, DefaultRootWindow(dpy), 0, 0, 9, 9, 0, 0, 0);
         XMapWindow(dpy, window);
         XSync(dpy, False);

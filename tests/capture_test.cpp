@@ -422,14 +422,17 @@ TEST(Recorded, PicturesInParts)
     EXPECT_LT(std::filesystem::file_size(file), 20 * 4 * width * height / 4);
 }
 
-// A child that its program leaves behind draws on; the status is the program's.
+// A child that its program leaves behind draws on; the status is the program's. One that only looks
+// leaves no trace.
 TEST(Recorded, FollowsTheProcessThatDraws)
 {
-    const std::string file = temporaryFile("");
-    EXPECT_EQ(run(Strings{"record", "-o", file} + program("fork", 6)).status, 7);
-    int frames = 0;
-    operationsIn(file, frames);
-    EXPECT_EQ(frames, 6);
+    for (const auto& [name, status] : {std::pair{"fork", 7}, {"forkMeanwhile", 5}}) {
+        const std::string file = temporaryFile("");
+        EXPECT_EQ(run(Strings{"record", "-o", file} + program(name, 6)).status, status);
+        int frames = 0;
+        operationsIn(file, frames);
+        EXPECT_EQ(frames, 6) << name;
+    }
 }
 
 // Each ends soon, with a line that says what happened, and leaves nothing running.
