@@ -147,7 +147,8 @@ int runLive(Job job, const LiveOptions& options, Size wall, int ahead, const Las
     const std::string socket = temporaryName("program");
     job.client.insert(job.client.end(), {"--live", socket, "--wait"});
     job.inputPipe = true;
-    if (options.pointer.value_or(desk.displays.empty()))
+    if (options.pointer.value_or(desk.displays.empty() &&
+                                 !last.picture)) // a picture is of the program
         showPointer(job, options.fit, wall);
     if (options.fit == "stretch")
         job.environment.emplace_back("MOSA_KEEP_ASPECT_RATIO=0");
