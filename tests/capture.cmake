@@ -20,8 +20,18 @@ target_link_libraries(capture_test PRIVATE mosa_describe mosa_wire mosa_image mo
 add_dependencies(capture_test captureProgram smallProgram server play mosa-wall capture)
 gtest_discover_tests(capture_test NO_PRETTY_VALUES PROPERTIES ${PICTURE_TEST} ${NO_LEAKS})
 
-# Programs with several threads, always under the thread sanitizer, and the library with them.
+# The memory between a program and the wall's process; and programs with several threads, always
+# under the thread sanitizer, and the library with them.
+add_executable(ring_test ring_test.cpp ${PROJECT_SOURCE_DIR}/client/captureRing.cpp)
+target_link_libraries(ring_test PRIVATE mosa_settings Threads::Threads GTest::gtest_main)
+gtest_discover_tests(ring_test PROPERTIES ${IN_PROCESS_TEST})
 if(TARGET capture_threads)
+    add_executable(ring_test_threads ring_test.cpp ${PROJECT_SOURCE_DIR}/client/captureRing.cpp)
+    target_compile_options(ring_test_threads PRIVATE -fsanitize=thread -O1 -g1)
+    target_link_options(ring_test_threads PRIVATE -fsanitize=thread)
+    target_link_libraries(ring_test_threads PRIVATE mosa_settings Threads::Threads GTest::gtest_main)
+    add_test(NAME ring_test_threads COMMAND ring_test_threads)
+    set_tests_properties(ring_test_threads PROPERTIES ${IN_PROCESS_TEST})
     add_executable(smallProgram_threads smallProgram.cpp)
     target_compile_options(smallProgram_threads PRIVATE -fsanitize=thread -O1 -g1)
     target_link_options(smallProgram_threads PRIVATE -fsanitize=thread)
