@@ -93,6 +93,27 @@ void measureCalls()
     glEnableClientState(GL_VERTEX_ARRAY);
     glVertexPointer(3, GL_FLOAT, 0, vertices.data());
     measure("glDrawArrays of 4", 20'000, [] { glDrawArrays(GL_POINTS, 0, 4); });
+    // From buffer objects that do not change: each call another draw, in each round the same ones.
+    GLuint buffers[2] = {};
+    glGenBuffers(2, buffers);
+    constexpr int small = 2000, corners = 4;
+    std::vector<GLfloat> kept(std::size_t{3} * small * corners, 9.0F);
+    const auto bytes = static_cast<GLsizeiptr>(kept.size() * sizeof(GLfloat));
+    glBindBuffer(GL_ARRAY_BUFFER, buffers[0]);
+    glBufferData(GL_ARRAY_BUFFER, bytes, kept.data(), GL_STATIC_DRAW);
+    glVertexPointer(3, GL_FLOAT, 0, nullptr);
+    glBindBuffer(GL_ARRAY_BUFFER, buffers[1]);
+    glBufferData(GL_ARRAY_BUFFER, bytes, kept.data(), GL_STATIC_DRAW);
+    glNormalPointer(GL_FLOAT, 0, nullptr);
+    glEnableClientState(GL_NORMAL_ARRAY);
+    int first = 0;
+    measure("glDrawArrays of 4 from buffers", small, [&first] {
+        glDrawArrays(GL_POINTS, first, corners);
+        first = (first + corners) % (small * corners);
+    });
+    glDisableClientState(GL_NORMAL_ARRAY);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    glVertexPointer(3, GL_FLOAT, 0, vertices.data());
     measure("glDrawElements of 10,000", 50,
             [&] { glDrawElements(GL_POINTS, 10'000, GL_UNSIGNED_INT, indices.data()); });
     std::vector<unsigned char> pixels(1 << 20);

@@ -257,6 +257,7 @@ bool isStale(const KeptDraw& draw)
 // What became of a draw that has come.
 struct Found {
     GLuint list = 0;
+    std::size_t streamBytes = 0;
     bool isNew = false; // the list is to be made
     std::vector<GLuint> dropped{};
 };
@@ -275,7 +276,7 @@ Found find(const DrawCall& call, std::span<const std::uint64_t> key)
     KeptDraw& draw = found->second;
     draw.lastUsed = kept.frame;
     if (draw.list != 0)
-        return {.list = draw.list};
+        return {.list = draw.list, .streamBytes = draw.streamBytes};
     Found made{.isNew = true};
     made.list = nameFor(kept, draw, bytesAtServers(call), made.dropped);
     if (made.list != 0 && call.indexType != 0) {
@@ -283,6 +284,14 @@ Found find(const DrawCall& call, std::span<const std::uint64_t> key)
         client().elementBuffer->isKept = true;
     }
     return made;
+}
+
+void noteSize(std::span<const std::uint64_t> key, std::size_t streamBytes)
+{
+    const std::lock_guard lock(keptDrawsLock);
+    const auto found = keptDraws().draws.find(key);
+    if (found != keptDraws().draws.end())
+        found->second.streamBytes = streamBytes;
 }
 
 void recordDeletes(const std::vector<GLuint>& lists)
@@ -341,12 +350,15 @@ void recordKeptDraw(const DrawCall& call, bool asCalls, void (*plain)(const Draw
         plain(call);
         recordCurrentValues();
         std::vector<unsigned char> records;
-        if (endListTape(records))
+        if (endListTape(records)) {
             recordList(found.list, records);
-        else
+            noteSize(key, records.size());
+        } else
             record<Op::glEndList, Effect::defines>();
     }
     record<Op::glCallList, Effect::draws>(found.list);
+    note(Figure::listCalls, 1);
+    note(Figure::kept, found.streamBytes);
 }
 
 void endFrameOfKeptDraws()

@@ -33,9 +33,10 @@ struct DrawKeyEqual {
 
 /// A draw that has come at least once.
 struct KeptDraw {
-    GLuint list = 0;            // at the servers; 0: it is not kept there
-    std::size_t bytes = 0;      // that it takes there
-    std::uint64_t lastUsed = 0; // frame
+    GLuint list = 0;             // at the servers; 0: it is not kept there
+    std::size_t streamBytes = 0; // of its elements and what goes with them
+    std::size_t bytes = 0;       // that it takes there
+    std::uint64_t lastUsed = 0;  // frame
     struct Source {
         std::weak_ptr<const BufferObject> buffer;
         std::uint64_t version;

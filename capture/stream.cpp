@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -76,11 +77,25 @@ bool hasHungUp()
     return !isStillOwn(connection) || poll(&state, 1, 0) > 0;
 }
 
+// Counts the time of a block.
+struct Timed {
+    using Clock = std::chrono::steady_clock;
+    Figure figure;
+    Clock::time_point start = Clock::now();
+    ~Timed()
+    {
+        const auto time =
+            std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
+        count(writer, figure, static_cast<std::uint64_t>(time.count()));
+    }
+};
+
 // A byte, whose value says nothing. One that the socket does not take is not needed: others are
 // there.
 void wakeReader()
 {
     constexpr char nothing = 0;
+    count(writer, Figure::wakeUps, 1);
     if (!isStillOwn(connection) ||
         (send(connection.fd, &nothing, 1, MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EAGAIN &&
          errno != EWOULDBLOCK && errno != EINTR))
@@ -111,6 +126,7 @@ void sendBacklog()
 
 void waitForBacklog()
 {
+    const Timed timed{Figure::waitedForRoom};
     constexpr int step = 100; // milliseconds, for one who is gone tells nobody
     int waited = 0;
     for (;;) {
@@ -401,11 +417,14 @@ void sendShown(std::uint32_t window, std::uint32_t wallWindow, bool doubleBuffer
     sendMessage({&piece, 1}, {.hdr = {0, showsAnother}, .wallCurrent = wallCurrent.window});
 }
 
+void note(Figure figure, std::uint64_t more) { count(writer, figure, more); }
+
 bool allFramesSent() { return captureOptions.frames > 0 && sent >= captureOptions.frames; }
 
 void waitForFrames()
 {
     const std::lock_guard lock(answersLock);
+    const Timed timed{Figure::waited};
     while (capturing && sent > shown) {
         const bool wait = sent - shown > captureOptions.ahead || allFramesSent();
         if (wait && !await(connection.fd, POLLIN))

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "capture/locks.h"
+#include "client/captureRing.h"
 #include "wire/framing.h"
 
 #include <atomic>
@@ -74,6 +75,9 @@ void giveRoomBack(std::span<unsigned char> room);
 /// The wall's process is to watch a window of the program's that is shown now, or (0) none is.
 void sendShown(std::uint32_t window, std::uint32_t wallWindow, bool doubleBuffered,
                const char* displayName);
+
+/// Adds to a figure of the program's. Any thread.
+void note(Figure figure, std::uint64_t more);
 
 /// True once as many frames were sent as were asked for.
 bool allFramesSent();

@@ -93,10 +93,12 @@ bool append(RingWriter& writer, std::span<const std::span<const unsigned char>> 
         if (room.empty())
             return false;
         copy(pieces, room.data());
-        const bool done = commit(writer, room, bytes, what);
-        if (!done)
+        if (!commit(writer, room, bytes, what)) {
             giveBack(writer, room);
-        return done;
+            return false;
+        }
+        count(writer, Figure::copied, bytes);
+        return true;
     }
     if (writer.small.size() < bytes) {
         const std::span<unsigned char> room = reserve(writer, ringBlock);
@@ -110,6 +112,7 @@ bool append(RingWriter& writer, std::span<const std::span<const unsigned char>> 
     copy(pieces, place.data());
     if (!commit(writer, place, bytes, what))
         return false;
+    count(writer, Figure::copied, bytes);
     writer.small = writer.small.subspan(bytes);
     for (RingWriter::Block& block : blocksUnder(writer, writer.small))
         block.isOpen = true; // it is not full yet
@@ -125,6 +128,13 @@ bool isFilling(const RingWriter& writer)
     });
     return inUse > std::ssize(writer.blocks) / 2 ||
            ring.committed.load(std::memory_order_relaxed) - consumed > ringMessages / 2;
+}
+
+void count(const RingWriter& writer, Figure figure, std::uint64_t more)
+{
+    if (writer.ring)
+        writer.ring->figures[static_cast<std::size_t>(figure)].fetch_add(more,
+                                                                         std::memory_order_relaxed);
 }
 
 bool mustWakeReader(RingWriter& writer)
@@ -170,6 +180,15 @@ void release(RingReader& reader)
     ring.releases.fetch_add(1);
     if (ring.writerWaits.load() != 0 && ring.writerWaits.exchange(0) != 0)
         futex(ring.releases, FUTEX_WAKE, 1, nullptr);
+}
+
+Figures figuresOf(const RingReader& reader)
+{
+    Figures figures{};
+    std::ranges::transform(reader.ring->figures, figures.begin(), [](const auto& figure) {
+        return figure.load(std::memory_order_relaxed);
+    });
+    return figures;
 }
 
 bool mayWait(RingReader& reader)

@@ -25,6 +25,18 @@ inline constexpr std::size_t ringBytes = ringBlock * ringBlocks;
 inline constexpr std::size_t ringMessages = 1024;
 inline constexpr std::size_t mostReserved = ringBytes / 2; // in one piece
 
+/// What the program's side tells of itself, in all since its beginning. For people only.
+enum class Figure {
+    copied,        // bytes, into the ring; what is not copied is written there
+    wakeUps,       // of the reader
+    listCalls,     // in the place of draws
+    kept,          // bytes that these draws would have taken
+    waited,        // microseconds, until the wall had shown frames
+    waitedForRoom, // microseconds, until there was room
+};
+inline constexpr std::size_t figureCount = static_cast<std::size_t>(Figure::waitedForRoom) + 1;
+using Figures = std::array<std::uint64_t, figureCount>;
+
 /// Shared by both sides. Counts are of messages, in all.
 struct CaptureRing {
     alignas(64) std::atomic<std::uint64_t> committed; // by the writer
@@ -32,6 +44,7 @@ struct CaptureRing {
     std::atomic<std::uint32_t> releases;              // how often that has changed: a futex
     alignas(64) std::atomic<std::uint32_t> readerWaits;
     std::atomic<std::uint32_t> writerWaits;
+    alignas(64) std::array<std::atomic<std::uint64_t>, figureCount> figures;
     alignas(64) CaptureMessage messages[ringMessages];
     alignas(64) unsigned char bytes[ringBytes];
 };
@@ -65,6 +78,9 @@ bool append(RingWriter& writer, std::span<const std::span<const unsigned char>> 
 /// Whether the reader is to be woken although no frame has ended.
 bool isFilling(const RingWriter& writer);
 
+/// Adds to a figure. Any thread.
+void count(const RingWriter& writer, Figure figure, std::uint64_t more);
+
 /// Whether it waits, and so has to be woken now.
 bool mustWakeReader(RingWriter& writer);
 
@@ -85,6 +101,8 @@ Taken take(RingReader& reader, CaptureMessage& message, std::span<const unsigned
 
 /// What has been taken so far is needed no more.
 void release(RingReader& reader);
+
+Figures figuresOf(const RingReader& reader);
 
 /// Before the reader waits: false when there is something to take. Afterwards endReaderWait.
 bool mayWait(RingReader& reader);

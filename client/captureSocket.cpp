@@ -139,6 +139,7 @@ void leaveProgram(CaptureSocket& socket)
 {
     if (socket.program < 0)
         return;
+    socket.figures = figuresOf(socket.ring);
     munmap(socket.ring.ring, sizeof(CaptureRing));
     close(socket.program);
     socket.ring = {};

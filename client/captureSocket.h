@@ -20,6 +20,7 @@ struct CaptureSocket {
     std::vector<int> newcomers; // whose handshake has not come yet
     _handshake handshake{};
     RingReader ring{};
+    Figures figures{};   // of the program that has ended last
     bool hungUp = false; // the program's side is closed; what is in the ring is still to be taken
     std::int32_t firstHandle = 0;     // that the next program may use, less 1
     bool endsAfter = false;           // endWaiting has been said
