@@ -21,8 +21,7 @@ void setArray(ClientArrayState& array, GLint size, GLenum type, GLsizei stride, 
 {
     const bool bgra = size == GL_BGRA;
     size = bgra ? 4 : size;
-    array = {.enabled = array.enabled,
-             .normalized = normalized,
+    array = {.normalized = normalized,
              .bgra = bgra,
              .readable = isReadable(size, type),
              .size = size,
@@ -124,7 +123,8 @@ void vertexAttribPointer(GLuint index, GLint size, GLenum type, GLboolean normal
         return now == at;
     };
     if ((isUsualArray(Memory::vertexAttrib, size, type) && stride >= 0) || isTaken())
-        setArray(client().attributes[index], size, type, stride, at, normalized != 0);
+        setArray(client().arrays[attributeArray + static_cast<int>(index)], size, type, stride, at,
+                 normalized != 0);
 }
 
 template <Op op>
@@ -132,7 +132,8 @@ void enableAttribute(GLuint index)
 {
     callNative<op>(index);
     if (canAsk() && index < vertexAttributes)
-        client().attributes[index].enabled = op == Op::glEnableVertexAttribArrayARB;
+        enable(client(), attributeArray + static_cast<int>(index),
+               op == Op::glEnableVertexAttribArrayARB);
 }
 
 template <Op op>
@@ -142,9 +143,9 @@ void enableArray(GLenum array)
     const Memory memory = kindOfArray(array);
     const auto kind = std::find(std::begin(kindsOf), std::end(kindsOf), memory) - kindsOf;
     if (canAsk() && kind < std::ssize(kindsOf))
-        client()
-            .arrays[kind == texCoordArray ? texCoordArray + client().activeUnit : kind]
-            .enabled = op == Op::glEnableClientState;
+        enable(client(),
+               kind == texCoordArray ? texCoordArray + client().activeUnit : static_cast<int>(kind),
+               op == Op::glEnableClientState);
 }
 
 template <Op op>
@@ -215,7 +216,7 @@ void interleavedArrays(GLenum format, GLsizei stride, const void* data)
     if (found == std::end(interleavedFormats) || stride < 0 || !canAsk())
         return;
     const auto set = [&](int kind, int size, GLenum type, int at) {
-        client().arrays[kind].enabled = size > 0;
+        enable(client(), kind, size > 0);
         if (size > 0)
             setArray(client().arrays[kind], size, type, stride ? stride : found->stride,
                      static_cast<const char*>(data) + at);
@@ -224,7 +225,8 @@ void interleavedArrays(GLenum format, GLsizei stride, const void* data)
     set(colorArray, found->colors, found->colorType, found->colorAt);
     set(normalArray, found->normals, GL_FLOAT, found->normalAt);
     set(vertexArray, found->vertices, GL_FLOAT, found->vertexAt);
-    client().arrays[edgeFlagArray].enabled = client().arrays[indexArray].enabled = false;
+    for (const int kind : {edgeFlagArray, indexArray})
+        enable(client(), kind, false);
 }
 
 } // namespace

@@ -75,11 +75,11 @@ bool mustReadBack(BufferObject& object)
 {
     if (!hasContext() || object.name == 0)
         return false;
-    ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(buffersLock);
-    const bool old = object.alwaysChanging || object.readAt != group.unseenChanges;
-    object.readAt = group.unseenChanges;
-    return old;
+    const std::uint64_t changes = currentContext().group->unseenChanges;
+    if (object.readAt == changes && !object.alwaysChanging)
+        return false;
+    object.readAt = changes;
+    return true;
 }
 
 BufferPointer* boundBuffer(GLenum target)
@@ -232,9 +232,7 @@ void noteBuffersChanged()
 {
     if (!hasContext())
         return;
-    ShareGroup& group = *currentContext().group;
-    const std::lock_guard lock(buffersLock);
-    ++group.unseenChanges;
+    ++currentContext().group->unseenChanges;
 }
 
 const std::vector<unsigned char>& contentsOf(const BufferPointer& object)

@@ -87,7 +87,7 @@ void draw(const A&... a)
 void recordElement(std::int64_t index)
 {
     const ClientVertexState& now = client();
-    const auto enabled = [&now](int kind) { return now.arrays[kind].enabled; };
+    const auto enabled = [&now](int kind) { return isEnabled(now, kind); };
     if (enabled(edgeFlagArray))
         draw<Op::glEdgeFlag>(*elementAt(now.arrays[edgeFlagArray], index));
     if (enabled(indexArray))
@@ -115,14 +115,15 @@ void recordElement(std::int64_t index)
                 draw<Op::glMultiTexCoord4f>(GL_TEXTURE0 + static_cast<GLenum>(unit), v[0], v[1],
                                             v[2], v[3]);
         }
-    for (GLuint i = vertexAttributes - 1; i > 0; --i)
-        if (const ClientArrayState& array = now.attributes[i]; array.enabled) {
+    for (int i = vertexAttributes - 1; i > 0; --i)
+        if (enabled(attributeArray + i)) {
+            const ClientArrayState& array = now.arrays[attributeArray + i];
             const Values v = valuesAt(array, index, array.normalized);
-            draw<Op::glVertexAttrib4fARB>(i, v[0], v[1], v[2], v[3]);
+            draw<Op::glVertexAttrib4fARB>(static_cast<GLuint>(i), v[0], v[1], v[2], v[3]);
         }
-    const ClientArrayState& position =
-        now.attributes[0].enabled ? now.attributes[0] : now.arrays[vertexArray];
-    if (position.enabled) {
+    const int kind = enabled(attributeArray) ? attributeArray : vertexArray;
+    if (enabled(kind)) {
+        const ClientArrayState& position = now.arrays[kind];
         const Values v = valuesAt(position, index, position.normalized);
         draw<Op::glVertex4f>(v[0], v[1], v[2], v[3]);
     }
@@ -134,15 +135,13 @@ void recordElement(std::int64_t index)
 // comes last in colours on the wire.
 bool fitsTheWall()
 {
+    constexpr std::uint32_t first = (std::uint32_t{1} << (texCoordArray + 1)) - 1;
     const ClientVertexState& now = client();
-    for (const int kind : {colorArray, secondaryColorArray})
-        if (now.arrays[kind].enabled && now.arrays[kind].bgra)
-            return false;
-    for (int unit = 1; unit < textureUnits; ++unit)
-        if (now.arrays[texCoordArray + unit].enabled)
-            return false;
-    return std::none_of(std::begin(now.attributes), std::end(now.attributes),
-                        [](const ClientArrayState& array) { return array.enabled; });
+    const auto hasBlueFirst = [&now](int kind) {
+        return isEnabled(now, kind) && now.arrays[kind].bgra;
+    };
+    return (now.enabled & ~first) == 0 && !hasBlueFirst(colorArray) &&
+           !hasBlueFirst(secondaryColorArray);
 }
 
 // Where the elements of a draw come from: so many from the first on, or those of an index list.
@@ -217,7 +216,7 @@ void recordEnables()
     unsigned& isKnown = currentContext().client.knownOnWall;
     for (int kind = 0; kind <= texCoordArray; ++kind) {
         const unsigned bit = 1U << kind;
-        const bool enabled = client().arrays[kind].enabled;
+        const bool enabled = isEnabled(client(), kind);
         if ((isKnown & bit) && enabled == ((onWall & bit) != 0))
             continue;
         isKnown |= bit;
@@ -234,7 +233,7 @@ void recordArrays(const Elements& elements)
     recordEnables();
     for (int kind = 0; kind <= texCoordArray; ++kind) {
         const ClientArrayState& a = client().arrays[kind];
-        if (!a.enabled)
+        if (!isEnabled(client(), kind))
             continue;
         switch (kind) {
         case vertexArray:
@@ -276,14 +275,12 @@ void recordAsCalls(GLenum mode, const Elements& elements)
 // Makes the enabled arrays ready to be read. False where one is of a type that the wire lacks.
 bool areReadable()
 {
-    const auto isReady = [](const ClientArrayState& array) {
-        if (array.enabled && array.buffer)
+    bool ready = true;
+    eachEnabled(client(), [&ready](const ClientArrayState& array, int) {
+        if (array.buffer)
             contentsOf(array.buffer);
-        return !array.enabled || array.readable;
-    };
-    const ClientVertexState& now = client();
-    const bool ready = std::all_of(std::begin(now.arrays), std::end(now.arrays), isReady) &&
-                       std::all_of(std::begin(now.attributes), std::end(now.attributes), isReady);
+        ready &= array.readable;
+    });
     if (!ready)
         tell(Reason::unknownArray);
     return ready;
@@ -293,7 +290,7 @@ bool areReadable()
 bool drawsAnything(GLsizei count)
 {
     return count > 0 && isRecorded<Effect::draws>() && canAsk() &&
-           (client().arrays[vertexArray].enabled || client().attributes[0].enabled) &&
+           (isEnabled(client(), vertexArray) || isEnabled(client(), attributeArray)) &&
            areReadable();
 }
 
@@ -376,8 +373,9 @@ void recordDrawElements(GLenum mode, GLsizei count, GLenum type, const void* ind
 
 void arrayElement(GLint i)
 {
-    const bool readable = std::ranges::all_of(
-        client().arrays, [](const ClientArrayState& a) { return !a.enabled || a.readable; });
+    bool readable = true;
+    eachEnabled(client(),
+                [&readable](const ClientArrayState& array, int) { readable &= array.readable; });
     if (!readable)
         tell(Reason::unknownArray);
     else if (isRecorded<Effect::draws>() && i >= 0)

@@ -75,13 +75,17 @@ Values currentOf(int kind)
     case secondaryColorArray:
         return asked(GL_CURRENT_SECONDARY_COLOR);
     default:
-        return currentTexCoord(kind - texCoordArray);
+        return kind < attributeArray ? currentTexCoord(kind - texCoordArray)
+                                     : currentAttribute(static_cast<GLuint>(kind - attributeArray));
     }
 }
 
 void recordCurrent(int kind, const Values& v)
 {
     constexpr Effect draws = Effect::draws;
+    if (kind >= attributeArray)
+        return record<Op::glVertexAttrib4fARB, draws>(static_cast<GLuint>(kind - attributeArray),
+                                                      v[0], v[1], v[2], v[3]);
     switch (kind) {
     case normalArray:
         return record<Op::glNormal3f, draws>(v[0], v[1], v[2]);
@@ -103,21 +107,8 @@ void recordCurrent(int kind, const Values& v)
     }
 }
 
-// Calls visit(array, kind) for each array that is enabled; kinds of attributes follow the others.
-template <class Visit>
-void eachEnabled(Visit visit)
-{
-    const ClientVertexState& now = client();
-    for (int kind = 0; kind < arrayKinds; ++kind)
-        if (now.arrays[kind].enabled)
-            visit(now.arrays[kind], kind);
-    for (int i = 0; i < vertexAttributes; ++i)
-        if (now.attributes[i].enabled)
-            visit(now.attributes[i], arrayKinds + i);
-}
-
 // Positions have no current value.
-bool hasCurrent(int kind) { return kind != vertexArray && kind != arrayKinds; }
+bool hasCurrent(int kind) { return kind != vertexArray && kind != attributeArray; }
 
 // ---- Keys --------------------------------------------------------------------------------------
 
@@ -130,7 +121,7 @@ bool drawsTheSame(const ClientArrayState& array, int kind)
     if (!scaled || array.type == GL_FLOAT || array.type == GL_DOUBLE ||
         array.type == GL_UNSIGNED_SHORT)
         return true;
-    return array.type == GL_UNSIGNED_BYTE && kind < arrayKinds &&
+    return array.type == GL_UNSIGNED_BYTE && kind < attributeArray &&
            callNative<Op::glIsEnabled>(GLenum{GL_LIGHTING}) == 0 &&
            currentContext().used.program == 0;
 }
@@ -164,7 +155,7 @@ std::span<const std::uint64_t> keyOf(const DrawCall& call)
         key.push_back(address(call.indices));
     }
     bool can = true;
-    eachEnabled([&](const ClientArrayState& array, int kind) {
+    eachEnabled(client(), [&](const ClientArrayState& array, int kind) {
         can = can && isSteady(array.buffer) && drawsTheSame(array, kind);
         if (!can)
             return;
@@ -177,9 +168,7 @@ std::span<const std::uint64_t> keyOf(const DrawCall& call)
         key.push_back(address(array.pointer));
         if (!hasCurrent(kind))
             return;
-        const auto values = std::bit_cast<std::array<std::uint64_t, 2>>(
-            kind < arrayKinds ? currentOf(kind)
-                              : currentAttribute(static_cast<GLuint>(kind - arrayKinds)));
+        const auto values = std::bit_cast<std::array<std::uint64_t, 2>>(currentOf(kind));
         key.insert(key.end(), values.begin(), values.end());
     });
     if (!can)
@@ -190,7 +179,7 @@ std::span<const std::uint64_t> keyOf(const DrawCall& call)
 std::size_t bytesAtServers(const DrawCall& call)
 {
     std::size_t floats = 0;
-    eachEnabled([&](const ClientArrayState& array, int) {
+    eachEnabled(client(), [&](const ClientArrayState& array, int) {
         floats += static_cast<std::size_t>(array.size);
     });
     return sizeof(float) * floats * static_cast<std::size_t>(call.count);
@@ -239,7 +228,7 @@ GLuint nameFor(KeptDraws& kept, KeptDraw& draw, std::size_t bytes, std::vector<G
     }
     draw.bytes = bytes;
     kept.bytes += bytes;
-    eachEnabled([&draw](const ClientArrayState& array, int) {
+    eachEnabled(client(), [&draw](const ClientArrayState& array, int) {
         draw.sources.push_back({array.buffer, array.buffer->version});
         array.buffer->isKept = true;
     });
@@ -257,7 +246,6 @@ bool isStale(const KeptDraw& draw)
 // What became of a draw that has come.
 struct Found {
     GLuint list = 0;
-    std::size_t streamBytes = 0;
     bool isNew = false; // the list is to be made
     std::vector<GLuint> dropped{};
 };
@@ -275,8 +263,11 @@ Found find(const DrawCall& call, std::span<const std::uint64_t> key)
     }
     KeptDraw& draw = found->second;
     draw.lastUsed = kept.frame;
-    if (draw.list != 0)
-        return {.list = draw.list, .streamBytes = draw.streamBytes};
+    if (draw.list != 0) {
+        ++kept.calls;
+        kept.notSent += draw.streamBytes;
+        return {.list = draw.list};
+    }
     Found made{.isNew = true};
     made.list = nameFor(kept, draw, bytesAtServers(call), made.dropped);
     if (made.list != 0 && call.indexType != 0) {
@@ -320,13 +311,8 @@ bool DrawKeyEqual::operator()(std::span<const std::uint64_t> a,
 
 void recordCurrentValues()
 {
-    eachEnabled([](const ClientArrayState&, int kind) {
-        if (kind >= arrayKinds) {
-            const auto index = static_cast<GLuint>(kind - arrayKinds);
-            const Values v = index > 0 ? currentAttribute(index) : Values{};
-            if (index > 0)
-                record<Op::glVertexAttrib4fARB, Effect::draws>(index, v[0], v[1], v[2], v[3]);
-        } else if (kind != vertexArray)
+    eachEnabled(client(), [](const ClientArrayState&, int kind) {
+        if (hasCurrent(kind))
             recordCurrent(kind, currentOf(kind));
     });
 }
@@ -357,8 +343,6 @@ void recordKeptDraw(const DrawCall& call, bool asCalls, void (*plain)(const Draw
             record<Op::glEndList, Effect::defines>();
     }
     record<Op::glCallList, Effect::draws>(found.list);
-    note(Figure::listCalls, 1);
-    note(Figure::kept, found.streamBytes);
 }
 
 void endFrameOfKeptDraws()
@@ -383,6 +367,8 @@ void endFrameOfKeptDraws()
                 return true;
             });
         ++kept.frame;
+        note(Figure::listCalls, std::exchange(kept.calls, 0));
+        note(Figure::kept, std::exchange(kept.notSent, 0));
     }
     recordDeletes(dropped);
 }

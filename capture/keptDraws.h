@@ -53,6 +53,7 @@ struct KeptDraws {
     std::uint64_t frame = 1;
     std::uint64_t fullIn = 0;               // the frame in which there was no room for another
     bool off = false;                       // the program uses these names
+    std::uint64_t calls = 0, notSent = 0;   // since the last frame: of lists, and bytes of theirs
     std::atomic<std::uint64_t> changes = 0; // of buffers that a list was made from
     std::uint64_t changesSeen = 0;
 };

@@ -29,9 +29,8 @@ struct ShareGroup {
     std::size_t pendingBytes = 0;
     bool lost = false; // it became too much
 
-    // Under buffersLock.
-    std::map<GLuint, BufferPointer> buffers;
-    std::uint64_t unseenChanges = 0;
+    std::map<GLuint, BufferPointer> buffers; // under buffersLock
+    std::atomic<std::uint64_t> unseenChanges = 0;
 
     KeptLists lists;
     KeptDraws keptDraws;
