@@ -20,10 +20,9 @@ using Clock = std::chrono::steady_clock;
 
 static constinit Tape idleTape;
 constinit thread_local Tape* currentTape = &idleTape;
+constinit thread_local Context* threadsContext;
 
 namespace {
-
-thread_local Context* current;
 
 // Never destroyed, as all that this library keeps: threads may draw while the process exits.
 auto& contexts = *new std::map<NativeContext, std::unique_ptr<Context>>;
@@ -33,15 +32,13 @@ auto& retired = *new std::vector<std::unique_ptr<Context>>; // destroyed, but cu
 
 // ---- Contexts ----------------------------------------------------------------------------------
 
-Context& currentContext()
+Context& noContext()
 {
     thread_local Context* none; // never destroyed: it may be asked for until the thread is gone
-    if (!current && !none)
+    if (!none)
         none = new Context{};
-    return current ? *current : *none;
+    return *none;
 }
-
-bool hasContext() { return current; }
 
 void addContext(NewContext created)
 {
@@ -153,9 +150,9 @@ void removeContext(NativeContext native)
 
 void turnToPictures(const char* function)
 {
-    if (!current || current->asPicture || !capturing)
+    if (!threadsContext || threadsContext->asPicture || !capturing)
         return;
-    Context& c = *current;
+    Context& c = *threadsContext;
     {
         const StreamLock lock;
         tell(Reason::turnsToPictures, function);
@@ -175,12 +172,12 @@ void turnToPictures(const char* function)
 
 void leaveContext(NativeContext next, unsigned long window)
 {
-    if (!current || (current->native == next && current->window == window))
+    if (!threadsContext || (threadsContext->native == next && threadsContext->window == window))
         return;
-    if (current->inList) // what there is of the list waits for the rest
+    if (threadsContext->inList) // what there is of the list waits for the rest
         return;
     const StreamLock lock;
-    passOnTape(*current, false);
+    passOnTape(*threadsContext, false);
 }
 
 namespace {
@@ -192,7 +189,7 @@ void reconsiderCurrent()
     for (;;) {
         {
             const StreamLock lock;
-            if (reconsider(*current))
+            if (reconsider(*threadsContext))
                 return;
         }
         connectToWall();
@@ -216,23 +213,23 @@ void contextIsCurrent(NativeContext native, unsigned long window)
 {
     {
         const StreamLock lock;
-        const bool same = current && current->native == native && current->window == window &&
-                          !current->destroyed;
+        const bool same = threadsContext && threadsContext->native == native &&
+                          threadsContext->window == window && !threadsContext->destroyed;
         if (!same) {
-            if (current)
-                release(*current, native);
+            if (threadsContext)
+                release(*threadsContext, native);
             const auto found = contexts.find(native);
-            current = native && found != contexts.end() ? found->second.get() : nullptr;
-            currentTape = current ? &current->tape : &idleTape;
-            if (current) {
-                current->isCurrent = true;
-                if (std::exchange(current->lastWindow, window) != window)
-                    current->hiddenFrames = 0;
-                current->window = window;
+            threadsContext = native && found != contexts.end() ? found->second.get() : nullptr;
+            currentTape = threadsContext ? &threadsContext->tape : &idleTape;
+            if (threadsContext) {
+                threadsContext->isCurrent = true;
+                if (std::exchange(threadsContext->lastWindow, window) != window)
+                    threadsContext->hiddenFrames = 0;
+                threadsContext->window = window;
             }
         }
     }
-    if (current)
+    if (threadsContext)
         reconsiderCurrent();
 }
 
@@ -245,30 +242,31 @@ bool makeRoom(Tape& tape, Effect effect, std::int64_t bytes)
                : effect == Effect::state ? tape.stateEnd
                                          : tape.drawsEnd;
     };
-    if (!wanted() || !current || bytes < 0)
+    if (!wanted() || !threadsContext || bytes < 0)
         return false;
     const StreamLock lock;
     const auto size = static_cast<std::size_t>(bytes);
     const bool fits = size <= tape.room - static_cast<std::size_t>(tape.at - tape.begin);
-    if (fits && (current->ownTape.begin || current->inList))
+    if (fits && (threadsContext->ownTape.begin || threadsContext->inList))
         return true;
-    if (current->inList && !current->listPassedOn && growListTape(*current, size))
+    if (threadsContext->inList && !threadsContext->listPassedOn &&
+        growListTape(*threadsContext, size))
         return true;
-    passOnTape(*current, false);
-    if (reserveTape(*current, size))
+    passOnTape(*threadsContext, false);
+    if (reserveTape(*threadsContext, size))
         return true;
     if (size > tape.room || (tape.room > mostTapeRoom && size <= mostTapeRoom))
         resizeTape(tape, std::max(size, tapeRoom));
-    setEnds(*current);
+    setEnds(*threadsContext);
     return wanted() && size <= tape.room;
 }
 
 void updateRecording()
 {
-    if (!current)
+    if (!threadsContext)
         return;
     const StreamLock lock;
-    setEnds(*current);
+    setEnds(*threadsContext);
 }
 
 namespace {
@@ -309,9 +307,9 @@ std::uint32_t beginFrame(Context& c)
 
 void endFrame(bool swap)
 {
-    if (!current || !capturing)
+    if (!threadsContext || !capturing)
         return;
-    Context& c = *current;
+    Context& c = *threadsContext;
     if (Display* const connection = undecidedConnection(c))
         XSync(connection, False);
     reconsiderWindow();
@@ -349,56 +347,59 @@ void holdAfterLastFrame()
     if (!allFramesSent())
         return;
     callNative<Op::glFinish>();
-    if (current && current->dpy)
-        XSync(current->dpy, False);
+    if (threadsContext && threadsContext->dpy)
+        XSync(threadsContext->dpy, False);
     for (;;)
         pause();
 }
 
 void passOn()
 {
-    if (!current || !capturing || current->inList)
+    if (!threadsContext || !capturing || threadsContext->inList)
         return;
     const StreamLock lock;
-    if (contexts.size() > 1 || !isShown(*current))
-        passOnTape(*current, false);
+    if (contexts.size() > 1 || !isShown(*threadsContext))
+        passOnTape(*threadsContext, false);
 }
 
 void reconsiderWindow()
 {
-    if (current && capturing)
+    if (threadsContext && capturing)
         reconsiderCurrent();
 }
 
 bool isOnWall()
 {
     const StreamLock lock;
-    return current && isShown(*current);
+    return threadsContext && isShown(*threadsContext);
 }
 
-WindowSize currentWindowSize() { return current ? current->group->size.load() : WindowSize{}; }
+WindowSize currentWindowSize()
+{
+    return threadsContext ? threadsContext->group->size.load() : WindowSize{};
+}
 
 // ---- Lists -------------------------------------------------------------------------------------
 
 void beginListTape(GLuint list, GLenum mode)
 {
-    if (!current)
+    if (!threadsContext)
         return;
     const StreamLock lock;
-    passOnTape(*current, false);
-    current->inList = true;
-    current->list = list;
-    current->listMode = mode;
-    current->listPassedOn = false;
-    setEnds(*current);
+    passOnTape(*threadsContext, false);
+    threadsContext->inList = true;
+    threadsContext->list = list;
+    threadsContext->listMode = mode;
+    threadsContext->listPassedOn = false;
+    setEnds(*threadsContext);
 }
 
 bool endListTape(std::vector<unsigned char>& records)
 {
-    if (!current)
+    if (!threadsContext)
         return true;
     const StreamLock lock;
-    Context& c = *current;
+    Context& c = *threadsContext;
     const bool whole = !c.listPassedOn;
     if (whole) {
         records.assign(c.tape.begin, c.tape.at);
@@ -414,5 +415,5 @@ bool endListTape(std::vector<unsigned char>& records)
 KeptLists& keptLists()
 {
     static KeptLists none;
-    return current ? current->group->lists : none;
+    return threadsContext ? threadsContext->group->lists : none;
 }

@@ -50,11 +50,17 @@ struct Context {
     bool destroyed = false; // but perhaps still current
 };
 
+/// The context that is current in this thread and known here, or null.
+extern constinit thread_local Context* threadsContext [[gnu::tls_model("initial-exec")]];
+
+/// One that no thread draws in.
+[[gnu::cold]] Context& noContext();
+
 /// The context that is current in this thread. There is one: OpenGL calls without are not recorded.
-Context& currentContext();
+inline Context& currentContext() { return threadsContext ? *threadsContext : noContext(); }
 
 /// True when a context is current that the library knows.
-bool hasContext();
+inline bool hasContext() { return threadsContext; }
 
 /// True when the library answers: a question between glBegin and glEnd would be the program's
 /// error.
