@@ -16,6 +16,8 @@ void recordPixels(std::int64_t bytes, bool none, Fill fill, Scalars... scalars)
     constexpr int countAt = opcodeBytes + S::scalarBytes;
     constexpr int head = countAt + (flagged ? 8 : 4);
     Tape& tape = *currentTape;
+    if constexpr (changesImages(op) && op != Op::glTexImage2D) // isAtServers knows of these
+        noteImagesChanged(op);
     if (bytes > INT32_MAX - head)
         return tell(Reason::imageTooLarge);
     if (bytes < 0 || !hasRoomForBlock<effectOf<op>>(tape, head + bytes))

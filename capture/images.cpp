@@ -5,8 +5,12 @@
 #include "capture/contexts.h"
 #include "capture/entries.h"
 #include "capture/imageRecords.h"
+#include "capture/keptImages.h"
 #include "capture/raster.h"
 #include "wire/imageMemory.h"
+
+#include <algorithm>
+#include <span>
 
 namespace {
 
@@ -112,6 +116,24 @@ std::vector<unsigned char> packed(const Picture& picture)
     return pixels;
 }
 
+/// An image where it is, if it has no gaps there, or else where it is packed until the thread's
+/// next.
+std::span<const unsigned char> withoutGaps(const unsigned char* pixels, std::int64_t bytes,
+                                           const ImageSize& size, const Unpack& unpack)
+{
+    if (bytes <= 0)
+        return {};
+    const auto count = static_cast<std::size_t>(bytes);
+    const ImagePlaces places = placesOf(size, unpack.state);
+    if (!isBits(size) && !unpack.swapBytes && places.row == rowBytes(size) &&
+        unpack.state.skipPixels == 0)
+        return {pixels + places.first, count};
+    thread_local std::vector<unsigned char> scratch;
+    scratch.resize(count);
+    pack(scratch.data(), pixels, size, unpack);
+    return scratch;
+}
+
 bool isInBuffer() { return currentContext().client.unpackBuffer != nullptr; }
 
 // The image's operation: its scalars, then the pixels.
@@ -129,11 +151,23 @@ void recordImage(const Picture& picture, Scalars... scalars)
         if (!from) // more than the buffer object holds: refused
             return;
     }
+    const auto* pixels = static_cast<const unsigned char*>(from);
+    if constexpr (op == Op::glTexImage2D) {
+        const std::span<const unsigned char> all = withoutGaps(pixels, bytes, picture.size, unpack);
+        const auto& [target, level, internalFormat, width, height, border, format, type] =
+            std::tie(scalars...);
+        if (none)
+            noteImagesChanged(op); // contents that nobody knows
+        else if (isAtServers(target, level,
+                             {internalFormat, width, height, border, static_cast<GLint>(format),
+                              static_cast<GLint>(type)},
+                             all))
+            return;
+        return recordPixels<op>(
+            bytes, none, [&](unsigned char* to) { std::ranges::copy(all, to); }, scalars...);
+    }
     recordPixels<op>(
-        bytes, none,
-        [&](unsigned char* to) {
-            pack(to, static_cast<const unsigned char*>(from), picture.size, unpack);
-        },
+        bytes, none, [&](unsigned char* to) { pack(to, pixels, picture.size, unpack); },
         scalars...);
 }
 

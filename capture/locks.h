@@ -5,7 +5,7 @@
 //   answersLock  (stream.cpp)  held while the wall is waited for, with none behind it
 //   connectLock  (stream.cpp)  held while the wall answers the first time
 //   streamLock   (here)  held for as long as nothing is waited for but the X server
-//   buffersLock, listsLock, keptDrawsLock, drawablesLock, surfacesLock, textsLock,
+//   buffersLock, listsLock, keptDrawsLock, keptImagesLock, drawablesLock, surfacesLock, textsLock,
 //   toldLock  (here)
 //                held for a look into what they guard, with nothing behind them
 //
@@ -27,8 +27,8 @@ extern std::mutex streamLock;
 /// program's to guard; into the lists of all groups, not what they consist of; into the draws that
 /// are kept; into drawables of
 /// GLX; surfaces and displays of EGL; texts that were handed out; reasons that were told.
-extern std::mutex buffersLock, listsLock, keptDrawsLock, drawablesLock, surfacesLock, textsLock,
-    toldLock;
+extern std::mutex buffersLock, listsLock, keptDrawsLock, keptImagesLock, drawablesLock,
+    surfacesLock, textsLock, toldLock;
 
 /// Holds streamLock. What the wall does not take at once is waited for at the end, by the thread
 /// that has sent it, without the lock: a wall that stands still holds up nobody else.

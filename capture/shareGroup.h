@@ -3,6 +3,7 @@
 
 #include "capture/contexts.h"
 #include "capture/keptDraws.h"
+#include "capture/keptImages.h"
 
 #include <atomic>
 #include <map>
@@ -34,4 +35,5 @@ struct ShareGroup {
 
     KeptLists lists;
     KeptDraws keptDraws;
+    KeptImages keptImages;
 };

@@ -3,6 +3,7 @@
 #include "capture/contexts.h"
 #include "capture/entries.h"
 #include "capture/keptDraws.h"
+#include "capture/keptImages.h"
 #include "capture/strings.h"
 #include "wire/sizes.h"
 
@@ -90,6 +91,7 @@ void popAttrib()
     if (!canAsk())
         return;
     currentContext().listBaseKnown = false;
+    noteAttributesPopped();
     if (!currentContext().inList) // servers keep their matrix mode
         record<Op::glMatrixMode, Effect::state>(
             static_cast<GLenum>(stateOf(GL_MATRIX_MODE, GL_MODELVIEW)));

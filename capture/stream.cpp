@@ -29,8 +29,8 @@ std::atomic<bool> capturing;
 WallCurrent wallCurrent;
 std::uint32_t firstHandle;
 std::recursive_mutex serialLock;
-std::mutex streamLock, buffersLock, listsLock, keptDrawsLock, drawablesLock, surfacesLock,
-    textsLock, toldLock;
+std::mutex streamLock, buffersLock, listsLock, keptDrawsLock, keptImagesLock, drawablesLock,
+    surfacesLock, textsLock, toldLock;
 
 namespace {
 

@@ -4,7 +4,9 @@
 
 #include "client/encoder.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <utility>
 
 /// What an operation does, as far as it decides whether it is sent.
 enum class Effect {
@@ -59,10 +61,29 @@ bool hasRoomForBlock(Tape& tape, std::int64_t bytes)
     return bytes >= largeBlock ? makeRoom(tape, effect, bytes) : hasRoom<effect>(tape, bytes);
 }
 
+/// Whether an operation changes the images of textures, or how they are taken in.
+constexpr bool changesImages(Op op)
+{
+    constexpr std::pair<Op, Op> all[] = {{Op::glPixelTransferf, Op::glGetPixelMapusv},
+                                         {Op::glTexImage1D, Op::glTexImage2D},
+                                         {Op::glDeleteTextures, Op::glDeleteTextures},
+                                         {Op::glTexSubImage1D, Op::glCopyTexSubImage2D},
+                                         {Op::glTexImage3D, Op::glCopyTexSubImage3D},
+                                         {Op::glCompressedTexImage1D, Op::glGetCompressedTexImage},
+                                         {Op::glTexImage3DEXT, Op::glCopyTexSubImage3DEXT}};
+    return std::ranges::any_of(
+        all, [op](const auto& some) { return op >= some.first && op <= some.second; });
+}
+
+/// Such an operation is recorded: keptImages.h.
+[[gnu::noinline]] void noteImagesChanged(Op op);
+
 /// Writes a record, if it is wanted.
 template <Op op, Effect effect, class... A>
 void record(const A&... a)
 {
+    if constexpr (changesImages(op))
+        noteImagesChanged(op);
     Tape& tape = *currentTape;
     if (hasRoom<effect>(tape, recordBytes<op>(a...)))
         tape.at = storeRecord<op>(tape.at, a...);

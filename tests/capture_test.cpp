@@ -241,6 +241,8 @@ TEST(Environment, TellsEachReasonAndSerialises)
     EXPECT_EQ(serial.out, "threads 0\n");
 }
 
+using Counts = std::map<std::string, int>;
+
 // Draws that stay the same are lists from their second time on, within bounds: of two and two there
 // is room for two, and old ones go first.
 TEST(Kept, DrawsAreCallsOfListsWithinTheirBounds)
@@ -251,7 +253,6 @@ TEST(Kept, DrawsAreCallsOfListsWithinTheirBounds)
         int frames = 0;
         return operationsIn(file, frames);
     };
-    using Counts = std::map<std::string, int>;
     Counts counts = countsWith("MOSA_CAPTURE_KEEP=1");
     EXPECT_EQ(counts["glNewList"], 4 + 1); // the last is the program's
     EXPECT_EQ(counts["glDeleteLists"], 2 + 1);
@@ -260,6 +261,18 @@ TEST(Kept, DrawsAreCallsOfListsWithinTheirBounds)
     counts = countsWith("MOSA_CAPTURE_KEEP=0");
     EXPECT_EQ(counts["glCallList"], 3);
     EXPECT_EQ(counts["glDrawArrays"], 10 * 2 + 3);
+}
+
+// Small images are sent once, large ones twice: the first time only some of their bytes are looked
+// at.
+TEST(Kept, ImagesAreSentOnceOrTwice)
+{
+    const std::string file = temporaryFile("");
+    run({"record", "-o", file, "--", PROGRAMS "/tests/smallProgram", "images"});
+    int frames = 0;
+    Counts counts = operationsIn(file, frames);
+    EXPECT_EQ(frames, 9);
+    EXPECT_EQ(counts["glTexImage2D"], 1 + 2 + 9);
 }
 
 #ifdef WITH_THREADS

@@ -290,6 +290,88 @@ void addRanges(Kept& kept)
     });
 }
 
+// Images that are specified in every frame anew: with the same bytes, and with what was there
+// before they were changed in some other way.
+void addImages(Kept& kept)
+{
+    constexpr int size = 8;
+    static std::vector<GLubyte> first, other;
+    for (int i = 0; i < 4 * size * size; ++i) {
+        first.push_back(static_cast<GLubyte>(37 * i));
+        other.push_back(static_cast<GLubyte>(255 - 11 * i));
+    }
+    const auto specify = [] {
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, size, size, 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                     first.data());
+    };
+    const auto show = [] {
+        glColor3f(1, 1, 1);
+        glBegin(GL_QUADS);
+        for (const auto& [x, y] : {std::pair{0, 0}, {1, 0}, {1, 1}, {0, 1}}) {
+            glTexCoord2i(x, y);
+            glVertex2i(2 + 8 * x, 2 + 8 * y);
+        }
+        glEnd();
+        glTranslatef(10, 0, 0);
+    };
+    static GLuint names[3];
+    glGenTextures(3, names);
+    for (const GLuint name : names) {
+        glBindTexture(GL_TEXTURE_2D, name);
+        for (const GLenum filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER})
+            glTexParameteri(GL_TEXTURE_2D, filter, GL_NEAREST);
+    }
+    const auto add = [&](auto change) {
+        kept.cells.emplace_back([=] {
+            glEnable(GL_TEXTURE_2D);
+            glBindTexture(GL_TEXTURE_2D, names[0]);
+            specify();
+            show();
+            change();
+            show();
+            specify();
+            glTranslatef(-10, 9, 0);
+            show();
+            glBindTexture(GL_TEXTURE_2D, GL_TEXTURE0);
+            glDisable(GL_TEXTURE_2D);
+        });
+    };
+    add([] {
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 2, 2, 4, 4, GL_RGBA, GL_UNSIGNED_BYTE, other.data());
+    });
+    add([] {
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, size, size, 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                     other.data());
+    });
+    add([] { glCopyTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 20, 0, size, size, 0); });
+    add([=] {
+        glPushAttrib(GL_PIXEL_MODE_BIT);
+        glPixelTransferf(GL_RED_SCALE, 0.3F);
+        specify();
+        glPopAttrib();
+    });
+    add([] {
+        glDeleteTextures(1, names); // and again, by the same name
+        glBindTexture(GL_TEXTURE_2D, names[0]);
+        for (const GLenum filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER})
+            glTexParameteri(GL_TEXTURE_2D, filter, GL_NEAREST);
+    });
+    add([=] { // two textures, and a row length
+        glBindTexture(GL_TEXTURE_2D, names[1]);
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, size);
+        glPixelStorei(GL_UNPACK_SKIP_PIXELS, 3);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 4, 4, 0, GL_RGBA, GL_UNSIGNED_BYTE, other.data());
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+        glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
+    });
+    add([] { // the levels that the library makes of it
+        glBindTexture(GL_TEXTURE_2D, names[2]);
+        glTexParameteri(GL_TEXTURE_2D, GL_GENERATE_MIPMAP, 1);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_NEAREST);
+        glScalef(0.25F, 1, 1);
+    });
+}
+
 Kept makeKept(void (*inSharing)(void (*change)()))
 {
     Kept kept{};
@@ -310,6 +392,7 @@ Kept makeKept(void (*inSharing)(void (*change)()))
     addOthers(kept);
     addChanges(kept, inSharing);
     addRanges(kept);
+    addImages(kept);
     return kept;
 }
 

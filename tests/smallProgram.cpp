@@ -596,6 +596,23 @@ void closesFiles()
     tellError("frames");
 }
 
+// The same images in every frame, of a few bytes and of many.
+void images()
+{
+    std::vector<GLubyte> bytes(std::size_t{4} * 512 * 512, 99);
+    for (int i = 0; i < 9; ++i) {
+        for (GLuint name = 1; name < 4; ++name) {
+            const GLsizei size = name == 1 ? 64 : 512;
+            bytes[1000] = static_cast<GLubyte>(name == 3 ? i : 5); // this one is always another
+            glBindTexture(GL_TEXTURE_2D, name);
+            glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, size, size, 0, GL_RGBA, GL_UNSIGNED_BYTE,
+                         bytes.data());
+        }
+        frame();
+    }
+    tellError("images");
+}
+
 // Draws of half a MiB each from buffers that stay: in each frame two, later two others.
 void steady()
 {
@@ -636,7 +653,7 @@ const struct {
     {"openList", openList}, {"hides", hides},       {"closes", closes},
     {"returns", returns},   {"exits", exits},       {"reconnects", reconnects},
     {"threads", threads},   {"queries", queries},   {"closesFiles", closesFiles},
-    {"steady", steady},     {"pointed", pointed},
+    {"steady", steady},     {"images", images},     {"pointed", pointed},
 };
 
 } // namespace
