@@ -24,9 +24,9 @@ extern std::recursive_mutex serialLock;
 extern std::mutex streamLock;
 
 /// For a look: into the names of buffer objects of all groups, not the contents, which are the
-/// program's to guard; into the lists of all groups, not what they consist of; into the draws that
-/// are kept; into drawables of
-/// GLX; surfaces and displays of EGL; texts that were handed out; reasons that were told.
+/// program's to guard; into the lists of all groups, not what they consist of; into the draws and
+/// images that servers keep; into drawables of GLX; surfaces and displays of EGL; texts that were
+/// handed out; reasons that were told.
 extern std::mutex buffersLock, listsLock, keptDrawsLock, keptImagesLock, drawablesLock,
     surfacesLock, textsLock, toldLock;
 

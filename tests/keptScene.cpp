@@ -364,8 +364,10 @@ void addImages(Kept& kept)
         glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
         glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
     });
-    add([] { // the levels that the library makes of it
+    add([=] { // the levels that the library makes of it, of the second of two alike
         glBindTexture(GL_TEXTURE_2D, names[2]);
+        glTexParameteri(GL_TEXTURE_2D, GL_GENERATE_MIPMAP, 0);
+        specify();
         glTexParameteri(GL_TEXTURE_2D, GL_GENERATE_MIPMAP, 1);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST_MIPMAP_NEAREST);
         glScalef(0.25F, 1, 1);
