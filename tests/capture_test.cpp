@@ -222,8 +222,8 @@ INSTANTIATE_TEST_SUITE_P(Programs, Small,
                                          SmallProgram{"figures", 70}, SmallProgram{"openList", 2},
                                          SmallProgram{"exits", 0}, SmallProgram{"reconnects", 6},
                                          SmallProgram{"returns", 7}, SmallProgram{"queries", 0},
-                                         SmallProgram{"closesFiles", 0},
-                                         SmallProgram{"steady", 13}),
+                                         SmallProgram{"closesFiles", 0}, SmallProgram{"steady", 13},
+                                         SmallProgram{"turns", 7}, SmallProgram{"begun", 6}),
                          [](const auto& test) { return std::string(test.param.name); });
 
 // What is told of a program, and how it is captured, are not in its environment but people's.

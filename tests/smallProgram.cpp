@@ -486,6 +486,67 @@ void returns()
     }
 }
 
+const float corners[] = {-0.9F, -0.9F, 0.9F, -0.9F, 0, 0.9F};
+const GLubyte reds[] = {255, 0, 0, 255, 255, 128, 0, 255, 255, 0, 128, 255};
+
+// A context with the corners in a buffer that is shared.
+void useCorners(Display* connection, GLXContext own)
+{
+    glXMakeCurrent(connection, window, own);
+    glBindBuffer(GL_ARRAY_BUFFER, 1);
+    if (own == context)
+        glBufferData(GL_ARRAY_BUFFER, sizeof corners, corners, GL_STATIC_DRAW);
+    glVertexPointer(2, GL_FLOAT, 0, nullptr);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    glColorPointer(4, GL_UNSIGNED_BYTE, 0, reds);
+    glEnableClientState(GL_VERTEX_ARRAY);
+}
+
+void drawCorners(Display* connection, GLenum mode, int frames)
+{
+    for (int i = 0; i < frames; ++i) {
+        glClear(GL_COLOR_BUFFER_BIT);
+        glDrawArrays(mode, 0, 3);
+        glXSwapBuffers(connection, window);
+    }
+}
+
+// Contexts that share, by turns in windows of their own, with other arrays.
+void turns()
+{
+    useCorners(dpy, context);
+    glEnableClientState(GL_COLOR_ARRAY);
+    drawCorners(dpy, GL_TRIANGLES, 1);
+    const Window first = openLarger();
+    useCorners(dpy, glXCreateContext(dpy, visual, context, True));
+    drawCorners(dpy, GL_TRIANGLES, 4);
+    glXMakeCurrent(dpy, first, context);
+    XDestroyWindow(dpy, window);
+    XSync(dpy, False);
+    window = first;
+    drawCorners(dpy, GL_TRIANGLES, 2);
+}
+
+// Two of them in threads: one has begun a frame when its window is hidden, the other draws the
+// same.
+void begun()
+{
+    useCorners(dpy, context);
+    drawCorners(dpy, GL_LINE_LOOP, 2);
+    for (int i = 0; i < 2; ++i)
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+    XUnmapWindow(dpy, window);
+    window = openWindow();
+    XSync(dpy, False);
+    std::thread([] {
+        Display* const connection = XOpenDisplay(nullptr);
+        useCorners(connection, glXCreateContext(connection, visual, context, True));
+        drawCorners(connection, GL_TRIANGLES, 4);
+        glXMakeCurrent(connection, None, nullptr);
+        XCloseDisplay(connection);
+    }).join();
+}
+
 // It ends while another thread draws.
 void exits()
 {
@@ -607,6 +668,7 @@ void steady()
                  GL_STATIC_DRAW);
     glVertexPointer(2, GL_FLOAT, 0, nullptr);
     glEnableClientState(GL_VERTEX_ARRAY);
+    glListBase(0U - ' '); // far from the names of the wall's own lists
     for (int i = 0; i < 10; ++i) {
         for (int half = 0; half < 2; ++half)
             glDrawArrays(GL_POINTS, (i / 5 * 2 + half) * points, points);
@@ -636,7 +698,8 @@ const struct {
     {"openList", openList}, {"hides", hides},       {"closes", closes},
     {"returns", returns},   {"exits", exits},       {"reconnects", reconnects},
     {"threads", threads},   {"queries", queries},   {"closesFiles", closesFiles},
-    {"steady", steady},     {"pointed", pointed},
+    {"steady", steady},     {"pointed", pointed},   {"turns", turns},
+    {"begun", begun},
 };
 
 } // namespace
