@@ -242,12 +242,13 @@ TEST(Environment, TellsEachReasonAndSerialises)
 }
 
 // Draws that stay the same are lists from their second time on, within bounds: of two and two there
-// is room for two, and old ones go first.
+// is room for two, and old ones go first. They go with their buffers, too, and with the last
+// context.
 TEST(Kept, DrawsAreCallsOfListsWithinTheirBounds)
 {
-    const auto countsWith = [](const char* keep) {
+    const auto countsWith = [](const char* keep, const char* name = "steady") {
         const std::string file = temporaryFile("");
-        run({"record", "-o", file, "--", "env", keep, PROGRAMS "/tests/smallProgram", "steady"});
+        run({"record", "-o", file, "--", "env", keep, PROGRAMS "/tests/smallProgram", name});
         int frames = 0;
         return operationsIn(file, frames);
     };
@@ -260,6 +261,9 @@ TEST(Kept, DrawsAreCallsOfListsWithinTheirBounds)
     counts = countsWith("MOSA_CAPTURE_KEEP=0");
     EXPECT_EQ(counts["glCallList"], 3);
     EXPECT_EQ(counts["glDrawArrays"], 10 * 2 + 3);
+    counts = countsWith("MOSA_CAPTURE_KEEP=1", "turns");
+    EXPECT_EQ(counts["glNewList"], 1);
+    EXPECT_EQ(counts["glDeleteLists"], 2);
 }
 
 #ifdef WITH_THREADS

@@ -511,20 +511,31 @@ void drawCorners(Display* connection, GLenum mode, int frames)
     }
 }
 
-// Contexts that share, by turns in windows of their own, with other arrays.
+// Contexts that share, by turns in windows of their own, with other arrays; then they go, and what
+// they had with them.
 void turns()
 {
     useCorners(dpy, context);
     glEnableClientState(GL_COLOR_ARRAY);
     drawCorners(dpy, GL_TRIANGLES, 1);
     const Window first = openLarger();
-    useCorners(dpy, glXCreateContext(dpy, visual, context, True));
+    GLXContext other = glXCreateContext(dpy, visual, context, True);
+    useCorners(dpy, other);
     drawCorners(dpy, GL_TRIANGLES, 4);
     glXMakeCurrent(dpy, first, context);
     XDestroyWindow(dpy, window);
     XSync(dpy, False);
     window = first;
     drawCorners(dpy, GL_TRIANGLES, 2);
+    const GLuint name = 1;
+    glDeleteBuffers(1, &name);
+    frame();
+    glXMakeCurrent(dpy, None, nullptr);
+    for (GLXContext one : {context, other})
+        glXDestroyContext(dpy, one);
+    context = glXCreateContext(dpy, visual, nullptr, True);
+    glXMakeCurrent(dpy, window, context);
+    frame();
 }
 
 // Two of them in threads: one has begun a frame when its window is hidden, the other draws the
