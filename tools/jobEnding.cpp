@@ -63,6 +63,11 @@ std::string whoEnded(const JobEnding& ending)
     const auto known = ending.servers.find(std::atoi(process.c_str()));
     const std::string name =
         known != ending.servers.end() ? known->second : "process " + process + " on " + host;
+    // A client that MPI has ended, for it lost a server, was not the first, nor was it where mpiexec
+    // names that server.
+    const bool clientLostOne = remarks.find(" (rank 0 in comm ") != remarks.npos;
+    if (ending.clientEndedToo && !clientLostOne && name != ending.endedFirst)
+        return "its client has gone";
     // mpiexec may name one that it has ended itself, for another that was first.
     if (!ending.endedFirst.empty() && name != ending.endedFirst)
         return ending.endedFirst + " has gone";

@@ -217,7 +217,7 @@ void noteEnds(NodeWatch& watch)
             watch.ended = lifeline.name;
             watch.endedAt = JobClock::now();
             // On one machine mpiexec ends the client too soon after a server for this to tell.
-            watch.clientEndedFirst =
+            watch.clientEndedToo =
                 watch.clientSeen && !watch.launchers.empty() && isEnding(watch.clientPid);
         }
         at = watch.lifelines.erase(at);
