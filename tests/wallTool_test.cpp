@@ -399,7 +399,7 @@ TEST(WallTool, TheFirstToEndIsTheCause)
         std::string said;
     } cases[] = {
         {"", server, false, server + " has gone"},
-        {"", server, true, client + " has gone"},
+        {"", server, true, server + " has gone"},
         {aborts("0", "2"), server, true, server + " has gone"},
         {aborts("1", "0"), server, true, client + " has gone"},
         {named("43 RUNNING AT node2"), server, true, server + " has ended, exit code 9"},

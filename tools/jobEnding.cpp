@@ -63,17 +63,18 @@ std::string whoEnded(const JobEnding& ending)
     const auto known = ending.servers.find(std::atoi(process.c_str()));
     const std::string name =
         known != ending.servers.end() ? known->second : "process " + process + " on " + host;
-    // A client that MPI has ended, for it lost a server, was not the first, nor was it where mpiexec
-    // names that server.
+    // The client was first where mpiexec names it, or a server that lost it says so; not where it
+    // has lost one itself.
+    const std::string task = wordAfter(remarks, ", MPI_BYTE, ", ",");
     const bool clientLostOne = remarks.find(" (rank 0 in comm ") != remarks.npos;
-    if (ending.clientEndedToo && !clientLostOne && name != ending.endedFirst)
+    const bool isNamed = task == "0" || (!process.empty() && known == ending.servers.end());
+    if (ending.clientEndedToo && !clientLostOne && isNamed)
         return "its client has gone";
     // mpiexec may name one that it has ended itself, for another that was first.
     if (!ending.endedFirst.empty() && name != ending.endedFirst)
         return ending.endedFirst + " has gone";
     if (!host.empty() && !code.empty())
         return name + " has ended, exit code " + code;
-    const std::string task = wordAfter(remarks, ", MPI_BYTE, ", ",");
     if (task.empty())
         return {};
     const int server = std::atoi(task.c_str()) - 1;
