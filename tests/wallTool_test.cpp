@@ -375,13 +375,15 @@ TEST(WallTool, FiguresAreKeptForTheFailure)
 TEST(WallTool, TheFirstToEndIsTheCause)
 {
     const std::string server = "server 1 on node2", client = "its client";
-    const auto said = [&](const std::string& remarks, const std::string& first, bool clientToo) {
+    const auto said = [&](const std::string& remarks, const std::string& first, bool clientToo,
+                          bool killed = false) {
         testing::internal::CaptureStderr();
         JobEnding ending;
         ending.status = 1;
         ending.remarks = remarks;
         ending.endedFirst = first;
         ending.clientEndedToo = clientToo;
+        ending.clientKilled = killed;
         ending.servers = {{43, server}};
         reportEnding(ending);
         return testing::internal::GetCapturedStderr();
@@ -412,6 +414,7 @@ TEST(WallTool, TheFirstToEndIsTheCause)
     for (const auto& one : cases)
         EXPECT_EQ(said(one.remarks, one.first, one.clientToo),
                   "mosa-wall: the job failed: " + one.said + "\n");
+    EXPECT_NE(said("", server, true, true).find(client), std::string::npos);
 }
 
 std::set<std::string> optionsIn(std::string text)

@@ -68,7 +68,8 @@ std::string whoEnded(const JobEnding& ending)
     const std::string task = wordAfter(remarks, ", MPI_BYTE, ", ",");
     const bool clientLostOne = remarks.find(" (rank 0 in comm ") != remarks.npos;
     const bool isNamed = task == "0" || (!process.empty() && known == ending.servers.end());
-    if (ending.clientEndedToo && !clientLostOne && isNamed)
+    const bool isSilent = task.empty() && process.empty();
+    if (ending.clientEndedToo && !clientLostOne && (isNamed || (isSilent && ending.clientKilled)))
         return "its client has gone";
     // mpiexec may name one that it has ended itself, for another that was first.
     if (!ending.endedFirst.empty() && name != ending.endedFirst)
