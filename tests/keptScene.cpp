@@ -147,30 +147,6 @@ void addTypes(Kept& kept)
     }
 }
 
-// Light multiplies what colours of bytes differ by: of each some of all values.
-void addLit(Kept& kept)
-{
-    constexpr int points = 240;
-    std::vector<double> places;
-    for (int i = 0; i < points; ++i)
-        places.insert(places.end(), {i % 20 + 0.5, i / 20 + 0.5});
-    kept.cells.emplace_back(
-        [positions = bufferOf(elements(places, GL_FLOAT, false)),
-         colors = bufferOf(elements(spread(4 * points, 0, 1), GL_UNSIGNED_BYTE, true))] {
-            const GLfloat bright[] = {1.37F, 1.61F, 1.83F, 1}, dim[] = {1, 1, 1, 1};
-            glLightfv(GL_LIGHT0, GL_DIFFUSE, bright);
-            glEnable(GL_LIGHTING);
-            glPointSize(1);
-            glEnableClientState(GL_COLOR_ARRAY);
-            glBindBuffer(GL_ARRAY_BUFFER, colors);
-            glColorPointer(4, GL_UNSIGNED_BYTE, 0, at(0));
-            positionsFrom(positions);
-            glDrawArrays(GL_POINTS, 0, points);
-            glPointSize(6);
-            glLightfv(GL_LIGHT0, GL_DIFFUSE, dim);
-        });
-}
-
 // Coordinates of two units, fog, secondary colours, edges, attributes.
 void addOthers(Kept& kept)
 {
@@ -345,7 +321,6 @@ Kept makeKept(void (*inSharing)(void (*change)()))
     }
     addModes(kept);
     addTypes(kept);
-    addLit(kept);
     addOthers(kept);
     addChanges(kept, inSharing);
     addRanges(kept);
