@@ -84,6 +84,7 @@ void leaveGroup(Context& c)
                    std::max(group->used.list, c.used.list),
                    std::max(group->used.program, c.used.program),
                    std::max(group->used.keptDraws, c.used.keptDraws)};
+    noteContextLeft(group->keptImages);
     if (--group->members > 0)
         return;
     if (group->onWall && shownWindow == group->window) {

@@ -382,6 +382,13 @@ bool hasKeptDraws()
     return kept.lists > 0;
 }
 
+void endKeepingDraws(KeptDraws& kept)
+{
+    const std::lock_guard lock(keptDrawsLock);
+    kept.off = true;
+    kept.draws.clear();
+}
+
 void noteListNames(GLuint list, GLsizei range)
 {
     if (range <= 0 || !hasContext())

@@ -52,7 +52,7 @@ struct KeptDraws {
     std::size_t bytes = 0; // at the servers
     std::uint64_t frame = 1;
     std::uint64_t fullIn = 0;               // the frame in which there was no room for another
-    bool off = false;                       // the program uses these names
+    bool off = false;                       // it has ended
     std::uint64_t calls = 0, notSent = 0;   // since the last frame: of lists, and bytes of theirs
     std::atomic<std::uint64_t> changes = 0; // of buffers that a list was made from
     std::uint64_t changesSeen = 0;
@@ -72,6 +72,10 @@ void recordCurrentValues();
 
 /// The end of a frame that is on the wall: lists whose buffers have changed go.
 void endFrameOfKeptDraws();
+
+/// Two threads draw for the group by turns: what one has on its tape, be it a list or the end of
+/// one, may reach the wall behind the other's calls of it.
+void endKeepingDraws(KeptDraws& kept);
 
 /// The program uses names of lists.
 void noteListNames(GLuint list, GLsizei range);

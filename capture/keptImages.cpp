@@ -70,11 +70,11 @@ bool isAtServers(GLenum target, GLint level, const ImageShape& shape,
     KeptImages& kept = keptImages();
     if (kept.inLists)
         return false;
-    KeptImage now{kept.changes, shape, bytes.size(), sampleOf(bytes), {}};
+    KeptImage now{&currentContext(), kept.changes, shape, bytes.size(), sampleOf(bytes), {}};
     const auto found = kept.images.find({texture, target, level});
-    const bool looksAlike = found != kept.images.end() && found->second.changes == now.changes &&
-                            found->second.shape == shape && found->second.bytes == now.bytes &&
-                            found->second.sample == now.sample;
+    const bool looksAlike = found != kept.images.end() && found->second.by == now.by &&
+                            found->second.changes == now.changes && found->second.shape == shape &&
+                            found->second.bytes == now.bytes && found->second.sample == now.sample;
     if (looksAlike || bytes.size() <= largeImage)
         now.digest = digestOf(bytes);
     if (looksAlike && found->second.digest == now.digest)
@@ -94,6 +94,12 @@ void noteImagesChanged(Op op)
     ++kept.changes;
     kept.inLists |= currentContext().inList;
     kept.transferred |= op >= Op::glPixelTransferf && op <= Op::glGetPixelMapusv;
+}
+
+void noteContextLeft(KeptImages& kept)
+{
+    const std::lock_guard lock(keptImagesLock);
+    ++kept.changes;
 }
 
 void noteAttributesPopped()

@@ -10,11 +10,14 @@
 #include <span>
 #include <tuple>
 
+struct Context;
+
 /// Everything else that glTexImage2D says of an image.
 using ImageShape = std::array<GLint, 6>;
 
 /// What is known of an image at the servers.
 struct KeptImage {
+    const Context* by;     // on whose tape it is, or was
     std::uint64_t changes; // of the group's, when it was sent
     ImageShape shape;
     std::size_t bytes;
@@ -34,6 +37,9 @@ struct KeptImages {
 /// is to be sent now, and known from then on. Outside of glBegin and glEnd, where it is recorded.
 bool isAtServers(GLenum target, GLint level, const ImageShape& shape,
                  std::span<const unsigned char> bytes);
+
+/// A context has left the group, perhaps with images on its tape that nobody gets.
+void noteContextLeft(KeptImages& kept);
 
 /// Attributes are popped, and with them perhaps pixel transfer.
 void noteAttributesPopped();

@@ -157,6 +157,8 @@ void passOnTape(Context& c, bool endsFrame)
     Tape& tape = c.tape;
     const Bytes records(tape.begin, static_cast<std::size_t>(tape.at - tape.begin));
     tape.at = tape.begin;
+    if (c.group->members > 1) // the others' tapes change what the wall has enabled, too
+        c.client.knownOnWall = 0;
     if (c.ownTape.begin) {
         const std::span<unsigned char> room(tape.begin, tape.room);
         tape = std::exchange(c.ownTape, {});

@@ -1,5 +1,6 @@
 #include "capture/shownWindow.h"
 #include "capture/entries.h"
+#include "capture/keptDraws.h"
 #include "capture/reasons.h"
 #include "capture/stream.h"
 #include "capture/windows.h"
@@ -119,6 +120,8 @@ void show(Context& c, const WindowState& state)
         c.hiddenFrames = INT_MAX;
         return;
     }
+    if (group.main && group.main != &c && group.main->isCurrent)
+        endKeepingDraws(group.keptDraws);
     group.main = &c;
     group.window = shownWindow = c.window;
     group.size = WindowSize{state.width, state.height};

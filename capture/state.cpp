@@ -161,7 +161,7 @@ void end()
 void listBase(GLuint base)
 {
     constexpr GLuint reach = 1 << 16; // of names of two bytes, in both directions
-    if (base >= firstKeptDraw - reach)
+    if (base - (firstKeptDraw - reach) < mostKeptDraws + 2 * reach)
         noteListNames(firstKeptDraw, 1);
     pass<Op::glListBase>(base);
     currentContext().listBaseKnown = false;

@@ -1,6 +1,7 @@
 #include "client/captureRing.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <ctime>
 #include <numeric>
@@ -38,16 +39,19 @@ void futex(std::atomic<std::uint32_t>& word, int operation, std::uint32_t value,
     syscall(SYS_futex, &word, operation, value, longest, nullptr, 0);
 }
 
-} // namespace
+// Rooms may stay open for as long as a program likes: the last blocks are left to what is copied,
+// which is committed at once, so that it gets through whatever others hold.
+constexpr std::size_t blocksForCopies = 8;
 
-std::span<unsigned char> reserve(RingWriter& writer, std::size_t bytes)
+// Room in one piece among the first blocks.
+std::span<unsigned char> find(RingWriter& writer, std::size_t bytes, std::size_t among)
 {
     if (bytes == 0 || bytes > mostReserved)
         return {};
     const std::uint64_t consumed = writer.ring->consumed.load(std::memory_order_acquire);
     const std::size_t wanted = blocksOf(bytes);
     std::size_t found = 0; // the lowest ones, which were used last: they are in the cache
-    for (std::size_t i = 0; i < ringBlocks; ++i) {
+    for (std::size_t i = 0; i < among; ++i) {
         const RingWriter::Block& block = writer.blocks[i];
         found = block.isOpen || block.lastMessage > consumed ? 0 : found + 1;
         if (found < wanted)
@@ -58,6 +62,13 @@ std::span<unsigned char> reserve(RingWriter& writer, std::size_t bytes)
         return {writer.ring->bytes + first * ringBlock, wanted * ringBlock};
     }
     return {};
+}
+
+} // namespace
+
+std::span<unsigned char> reserve(RingWriter& writer, std::size_t bytes)
+{
+    return find(writer, bytes, ringBlocks - blocksForCopies);
 }
 
 void giveBack(RingWriter& writer, std::span<unsigned char> room)
@@ -89,7 +100,7 @@ bool append(RingWriter& writer, std::span<const std::span<const unsigned char>> 
     const std::size_t bytes = sizeOf(pieces);
     constexpr std::size_t small = ringBlock / 8; // these share a block
     if (bytes > small) {
-        const std::span<unsigned char> room = reserve(writer, bytes);
+        const std::span<unsigned char> room = find(writer, bytes, ringBlocks);
         if (room.empty())
             return false;
         copy(pieces, room.data());
@@ -101,7 +112,7 @@ bool append(RingWriter& writer, std::span<const std::span<const unsigned char>> 
         return true;
     }
     if (writer.small.size() < bytes) {
-        const std::span<unsigned char> room = reserve(writer, ringBlock);
+        const std::span<unsigned char> room = find(writer, ringBlock, ringBlocks);
         if (room.empty())
             return false;
         if (!writer.small.empty())
@@ -179,7 +190,7 @@ void release(RingReader& reader)
     ring.consumed.store(reader.next, std::memory_order_release);
     ring.releases.fetch_add(1);
     if (ring.writerWaits.load() != 0 && ring.writerWaits.exchange(0) != 0)
-        futex(ring.releases, FUTEX_WAKE, 1, nullptr);
+        futex(ring.releases, FUTEX_WAKE, INT_MAX, nullptr); // several threads may wait
 }
 
 Figures figuresOf(const RingReader& reader)

@@ -62,7 +62,7 @@ struct RingWriter {
 };
 
 /// Room for so many bytes, in one piece; empty while the reader needs too many blocks. Stays until
-/// it is committed or given back.
+/// it is committed or given back, and leaves enough for `append` however many there are.
 std::span<unsigned char> reserve(RingWriter& writer, std::size_t bytes);
 
 /// What is written at the beginning of the room is the next message's; the rest is given back.

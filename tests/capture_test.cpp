@@ -222,8 +222,8 @@ INSTANTIATE_TEST_SUITE_P(Programs, Small,
                                          SmallProgram{"figures", 70}, SmallProgram{"openList", 2},
                                          SmallProgram{"exits", 0}, SmallProgram{"reconnects", 6},
                                          SmallProgram{"returns", 7}, SmallProgram{"queries", 0},
-                                         SmallProgram{"closesFiles", 0},
-                                         SmallProgram{"steady", 13}),
+                                         SmallProgram{"closesFiles", 0}, SmallProgram{"steady", 13},
+                                         SmallProgram{"turns", 7}, SmallProgram{"begun", 6}),
                          [](const auto& test) { return std::string(test.param.name); });
 
 // What is told of a program, and how it is captured, are not in its environment but people's.
@@ -244,12 +244,13 @@ TEST(Environment, TellsEachReasonAndSerialises)
 using Counts = std::map<std::string, int>;
 
 // Draws that stay the same are lists from their second time on, within bounds: of two and two there
-// is room for two, and old ones go first.
+// is room for two, and old ones go first. They go with their buffers, too, and with the last
+// context.
 TEST(Kept, DrawsAreCallsOfListsWithinTheirBounds)
 {
-    const auto countsWith = [](const char* keep) {
+    const auto countsWith = [](const char* keep, const char* name = "steady") {
         const std::string file = temporaryFile("");
-        run({"record", "-o", file, "--", "env", keep, PROGRAMS "/tests/smallProgram", "steady"});
+        run({"record", "-o", file, "--", "env", keep, PROGRAMS "/tests/smallProgram", name});
         int frames = 0;
         return operationsIn(file, frames);
     };
@@ -261,6 +262,9 @@ TEST(Kept, DrawsAreCallsOfListsWithinTheirBounds)
     counts = countsWith("MOSA_CAPTURE_KEEP=0");
     EXPECT_EQ(counts["glCallList"], 3);
     EXPECT_EQ(counts["glDrawArrays"], 10 * 2 + 3);
+    counts = countsWith("MOSA_CAPTURE_KEEP=1", "turns");
+    EXPECT_EQ(counts["glNewList"], 1);
+    EXPECT_EQ(counts["glDeleteLists"], 2);
 }
 
 // Small images are sent once, large ones twice: the first time only some of their bytes are looked

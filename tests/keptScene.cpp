@@ -12,11 +12,13 @@ namespace {
 
 constexpr int corners = 8;
 int cell; // 24 by 20 pixels, ten in a row
+GLfloat origin[16];
 
 struct Cell {
     Cell()
     {
         glPushMatrix();
+        glLoadMatrixf(origin);
         glTranslatef(static_cast<float>(cell % 10 * 24), static_cast<float>(cell / 10 * 20), 0);
         ++cell;
     }
@@ -262,12 +264,24 @@ void addChanges(Kept& kept, void (*inSharing)(void (*change)()))
     }));
 }
 
-// The same arrays with another range, other current values, and lists that the program compiles.
+// The same arrays with other indices, another range, other current values, and lists that the
+// program compiles.
 void addRanges(Kept& kept)
 {
+    kept.cells.emplace_back([indexList = bufferOf({0, 1, 2})] {
+        glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, indexList);
+        for (const GLubyte last : {GLubyte{2}, GLubyte{7}}) {
+            const Cell next;
+            glBufferSubData(GL_ELEMENT_ARRAY_BUFFER, 2, 1, &last);
+            for (int i = 0; i < 3; ++i)
+                glDrawElements(GL_TRIANGLES, 3, GL_UNSIGNED_BYTE, at(0));
+        }
+    });
     for (GLint from = 0; from < 3; ++from)
-        kept.cells.emplace_back([=] {
+        kept.cells.emplace_back([=, positions = kept.positions] {
             glDrawArrays(GL_TRIANGLES, from, 3);
+            positionsFrom(positions, static_cast<std::size_t>(from) * 16);
+            glDrawArrays(GL_LINES, 0, 4);
             glDrawElements(GL_LINE_STRIP, 4, GL_UNSIGNED_SHORT,
                            at(static_cast<std::size_t>(from) * sizeof *indices));
         });
@@ -404,6 +418,7 @@ void drawKeptScene(void (*inSharing)(void (*change)()))
 {
     static const Kept kept = makeKept(inSharing);
     cell = 0;
+    glGetFloatv(GL_MODELVIEW_MATRIX, origin);
     glEnable(GL_LIGHT0);
     glEnable(GL_COLOR_MATERIAL);
     glShadeModel(GL_SMOOTH);

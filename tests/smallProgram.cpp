@@ -486,6 +486,78 @@ void returns()
     }
 }
 
+const float corners[] = {-0.9F, -0.9F, 0.9F, -0.9F, 0, 0.9F};
+const GLubyte reds[] = {255, 0, 0, 255, 255, 128, 0, 255, 255, 0, 128, 255};
+
+// A context with the corners in a buffer that is shared.
+void useCorners(Display* connection, GLXContext own)
+{
+    glXMakeCurrent(connection, window, own);
+    glBindBuffer(GL_ARRAY_BUFFER, 1);
+    if (own == context)
+        glBufferData(GL_ARRAY_BUFFER, sizeof corners, corners, GL_STATIC_DRAW);
+    glVertexPointer(2, GL_FLOAT, 0, nullptr);
+    glBindBuffer(GL_ARRAY_BUFFER, 0);
+    glColorPointer(4, GL_UNSIGNED_BYTE, 0, reds);
+    glEnableClientState(GL_VERTEX_ARRAY);
+}
+
+void drawCorners(Display* connection, GLenum mode, int frames)
+{
+    for (int i = 0; i < frames; ++i) {
+        glClear(GL_COLOR_BUFFER_BIT);
+        glDrawArrays(mode, 0, 3);
+        glXSwapBuffers(connection, window);
+    }
+}
+
+// Contexts that share, by turns in windows of their own, with other arrays; then they go, and what
+// they had with them.
+void turns()
+{
+    useCorners(dpy, context);
+    glEnableClientState(GL_COLOR_ARRAY);
+    drawCorners(dpy, GL_TRIANGLES, 1);
+    const Window first = openLarger();
+    GLXContext other = glXCreateContext(dpy, visual, context, True);
+    useCorners(dpy, other);
+    drawCorners(dpy, GL_TRIANGLES, 4);
+    glXMakeCurrent(dpy, first, context);
+    XDestroyWindow(dpy, window);
+    XSync(dpy, False);
+    window = first;
+    drawCorners(dpy, GL_TRIANGLES, 2);
+    const GLuint name = 1;
+    glDeleteBuffers(1, &name);
+    frame();
+    glXMakeCurrent(dpy, None, nullptr);
+    for (GLXContext one : {context, other})
+        glXDestroyContext(dpy, one);
+    context = glXCreateContext(dpy, visual, nullptr, True);
+    glXMakeCurrent(dpy, window, context);
+    frame();
+}
+
+// Two of them in threads: one has begun a frame when its window is hidden, the other draws the
+// same.
+void begun()
+{
+    useCorners(dpy, context);
+    drawCorners(dpy, GL_LINE_LOOP, 2);
+    for (int i = 0; i < 2; ++i)
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+    XUnmapWindow(dpy, window);
+    window = openWindow();
+    XSync(dpy, False);
+    std::thread([] {
+        Display* const connection = XOpenDisplay(nullptr);
+        useCorners(connection, glXCreateContext(connection, visual, context, True));
+        drawCorners(connection, GL_TRIANGLES, 4);
+        glXMakeCurrent(connection, None, nullptr);
+        XCloseDisplay(connection);
+    }).join();
+}
+
 // It ends while another thread draws.
 void exits()
 {
@@ -624,6 +696,7 @@ void steady()
                  GL_STATIC_DRAW);
     glVertexPointer(2, GL_FLOAT, 0, nullptr);
     glEnableClientState(GL_VERTEX_ARRAY);
+    glListBase(0U - ' '); // far from the names of the wall's own lists
     for (int i = 0; i < 10; ++i) {
         for (int half = 0; half < 2; ++half)
             glDrawArrays(GL_POINTS, (i / 5 * 2 + half) * points, points);
@@ -654,6 +727,7 @@ const struct {
     {"returns", returns},   {"exits", exits},       {"reconnects", reconnects},
     {"threads", threads},   {"queries", queries},   {"closesFiles", closesFiles},
     {"steady", steady},     {"images", images},     {"pointed", pointed},
+    {"turns", turns},       {"begun", begun},
 };
 
 } // namespace

@@ -371,6 +371,52 @@ TEST(WallTool, FiguresAreKeptForTheFailure)
     }
 }
 
+// Of a server and a client whose ends are heard of at once, whoever made the other end is named.
+TEST(WallTool, TheFirstToEndIsTheCause)
+{
+    const std::string server = "server 1 on node2", client = "its client";
+    const auto said = [&](const std::string& remarks, const std::string& first, bool clientToo,
+                          bool killed = false) {
+        testing::internal::CaptureStderr();
+        JobEnding ending;
+        ending.status = 1;
+        ending.remarks = remarks;
+        ending.endedFirst = first;
+        ending.clientEndedToo = clientToo;
+        ending.clientKilled = killed;
+        ending.servers = {{43, server}};
+        reportEnding(ending);
+        return testing::internal::GetCapturedStderr();
+    };
+    const auto named = [](const std::string& process) {
+        return "=   PID " + process + "\n=   EXIT CODE: 9\n";
+    };
+    const auto aborts = [](const std::string& rank, const std::string& lost) {
+        return "Abort(15) on node " + rank + " (rank " + rank +
+               " in comm 0): Fatal error\nMPI_Isend(count=8, MPI_BYTE, " + lost + ", 1) failed\n";
+    };
+    const struct {
+        std::string remarks, first;
+        bool clientToo;
+        std::string said;
+    } cases[] = {
+        {"", server, false, server + " has gone"},
+        {"", server, true, server + " has gone"},
+        {aborts("0", "2"), server, true, server + " has gone"},
+        {aborts("1", "0"), server, true, client + " has gone"},
+        {named("43 RUNNING AT node2"), server, true, server + " has ended, exit code 9"},
+        {named("45 RUNNING AT app"), server, true, client + " has gone"},
+        {named("45 RUNNING AT app"), server, false, server + " has gone"},
+        {named("43 RUNNING AT node2"), client, false, client + " has gone"},
+        {aborts("0", "2"), "", false, "server 1 has gone"},
+        {aborts("1", "0"), "", false, client + " has gone"},
+    };
+    for (const auto& one : cases)
+        EXPECT_EQ(said(one.remarks, one.first, one.clientToo),
+                  "mosa-wall: the job failed: " + one.said + "\n");
+    EXPECT_NE(said("", server, true, true).find(client), std::string::npos);
+}
+
 std::set<std::string> optionsIn(std::string text)
 {
     for (std::size_t at = 0; (at = text.find("\\-", at)) != text.npos;)

@@ -63,12 +63,19 @@ std::string whoEnded(const JobEnding& ending)
     const auto known = ending.servers.find(std::atoi(process.c_str()));
     const std::string name =
         known != ending.servers.end() ? known->second : "process " + process + " on " + host;
+    // The client was first where mpiexec names it, or a server that lost it says so; not where it
+    // has lost one itself.
+    const std::string task = wordAfter(remarks, ", MPI_BYTE, ", ",");
+    const bool clientLostOne = remarks.find(" (rank 0 in comm ") != remarks.npos;
+    const bool isNamed = task == "0" || (!process.empty() && known == ending.servers.end());
+    const bool isSilent = task.empty() && process.empty();
+    if (ending.clientEndedToo && !clientLostOne && (isNamed || (isSilent && ending.clientKilled)))
+        return "its client has gone";
     // mpiexec may name one that it has ended itself, for another that was first.
     if (!ending.endedFirst.empty() && name != ending.endedFirst)
         return ending.endedFirst + " has gone";
     if (!host.empty() && !code.empty())
         return name + " has ended, exit code " + code;
-    const std::string task = wordAfter(remarks, ", MPI_BYTE, ", ",");
     if (task.empty())
         return {};
     const int server = std::atoi(task.c_str()) - 1;

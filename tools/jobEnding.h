@@ -17,6 +17,8 @@ struct JobEnding {
     std::string out, err;    // of the tasks, when it was not passed on
     std::string remarks;
     std::string endedFirst;         // which task, on several hosts: mpiexec may lose what MPI said
+    bool clientKilled = false;      // and not ended by itself, or by MPI
+    bool clientEndedToo = false;    // by the time that this server's end was heard of
     std::vector<std::string> hosts; // of the servers, as in Job
     std::map<std::string, std::string> figures = {}; // the latest, by server
     std::map<int, std::string> servers = {};         // as in NodeWatch

@@ -239,6 +239,8 @@ JobEnding finishWatch(JobWatch& watch, Timeout timeout)
         ending.endedFirst = "its client";
     else if (!watch.nodes.ended.empty())
         ending.endedFirst = watch.nodes.ended;
+    ending.clientEndedToo = watch.nodes.clientEndedToo;
+    ending.clientKilled = watch.nodes.clientKilled;
     ending.hosts = watch.hosts;
     ending.complained = watch.err.any;
     ending.out = watch.out.kept;

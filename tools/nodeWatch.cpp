@@ -185,6 +185,14 @@ bool isEnding(pid_t process)
     return (flags & exiting) != 0;
 }
 
+// True when one that has begun to end does so by a signal; not known of one that is gone.
+bool isKilled(pid_t process)
+{
+    constexpr int signals = 0x7f;
+    const std::string line = firstLine("/proc/" + std::to_string(process) + "/stat");
+    return (std::atoi(line.substr(line.rfind(' ') + 1).c_str()) & signals) != 0;
+}
+
 // Takes in what a server has said of itself. True when its lifeline has ended.
 bool hearFigures(int fd, Lifeline& lifeline)
 {
@@ -217,8 +225,9 @@ void noteEnds(NodeWatch& watch)
             watch.ended = lifeline.name;
             watch.endedAt = JobClock::now();
             // On one machine mpiexec ends the client too soon after a server for this to tell.
-            watch.clientEndedFirst =
+            watch.clientEndedToo =
                 watch.clientSeen && !watch.launchers.empty() && isEnding(watch.clientPid);
+            watch.clientKilled = watch.clientEndedToo && isKilled(watch.clientPid);
         }
         at = watch.lifelines.erase(at);
     }

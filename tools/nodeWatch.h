@@ -51,7 +51,9 @@ struct NodeWatch {
     JobClock::time_point endedAt;
     int client = -1; // pidfd of the client while it runs: for poll(2)
     bool clientSeen = false, clientEndedFirst = false; // before any server
-    pid_t clientPid = -1;                              // once it has been seen
+    // When a server's end was heard of first: either may be the cause.
+    bool clientEndedToo = false, clientKilled = false;
+    pid_t clientPid = -1; // once it has been seen
 };
 
 /// True when one of the programs that mpiexec has started to reach the nodes has ended with a
