@@ -148,7 +148,7 @@ void addFit(CLI::App& command, LiveOptions& options)
     command.add_flag_callback(
         "--pointer", [&options] { options.pointer = true; },
         "show the mouse pointer, too, while it is in the program's window; without it likewise "
-        "where there is a desk and no --snapshot");
+        "where there is a desk and no picture is taken");
     command
         .add_flag_callback(
             "--no-pointer", [&options] { options.pointer = false; }, "do not")
