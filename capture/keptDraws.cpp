@@ -227,6 +227,7 @@ GLuint nameFor(KeptDraws& kept, KeptDraw& draw, std::size_t bytes, std::vector<G
         kept.freeLists.pop_back();
     }
     draw.bytes = bytes;
+    draw.sources.clear(); // it may have been kept before
     kept.bytes += bytes;
     eachEnabled(client(), [&draw](const ClientArrayState& array, int) {
         draw.sources.push_back({array.buffer, array.buffer->version});

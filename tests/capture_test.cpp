@@ -91,10 +91,12 @@ Ending run(const Strings& arguments)
     return ending;
 }
 
+using Counts = std::map<std::string, int>;
+
 // How often each operation is in the frames of a recording, and how many frames there are.
-std::map<std::string, int> operationsIn(const std::string& file, int& frames)
+Counts operationsIn(const std::string& file, int& frames)
 {
-    std::map<std::string, int> counts;
+    Counts counts;
     frames = 0;
     const StreamFile stream = readStreamFile(file);
     for (const auto& [offset, hdr] : stream.buffers) {
@@ -200,7 +202,7 @@ TEST_P(Small, EndsAndAnswersAsItDoesAlone)
     EXPECT_EQ(alone.status, 5);
     EXPECT_LE(occurrences(captured.err, "MOSA: capture: "), 1) << captured.err;
     int frames = 0;
-    std::map<std::string, int> counts = operationsIn(file, frames);
+    Counts counts = operationsIn(file, frames);
     EXPECT_GT(frames, 0);
     EXPECT_LE(counts["glXCreateContext"], 3);
     EXPECT_LE(counts["glXChooseVisual"], 1);
@@ -240,8 +242,6 @@ TEST(Environment, TellsEachReasonAndSerialises)
     EXPECT_EQ(serial.status, 5) << serial.err;
     EXPECT_EQ(serial.out, "threads 0\n");
 }
-
-using Counts = std::map<std::string, int>;
 
 // Draws that stay the same are lists from their second time on, within bounds: of two and two there
 // is room for two, and old ones go first. They go with their buffers, too, and with the last
@@ -309,7 +309,7 @@ TEST(Unseen, IsTakenFromTheWall)
         run({"record", "-o", file, "--seconds", "2", "--", PROGRAMS "/tests/smallProgram",
              another ? "closes" : "hides"});
         int frames = 0;
-        std::map<std::string, int> counts = operationsIn(file, frames);
+        Counts counts = operationsIn(file, frames);
         EXPECT_EQ(frames, another ? 6 : 2);
         EXPECT_EQ(counts["glXSwapBuffers"], frames);
         EXPECT_EQ(counts["MWRaiseWindow"], another ? 2 : 0);
@@ -408,7 +408,7 @@ TEST(Recorded, HasWhatIsSeenAndNothingElse)
     const std::string file = temporaryFile("");
     EXPECT_EQ(run(Strings{"record", "-o", file} + program("unseen", 4)).status, 5);
     int frames = 0;
-    std::map<std::string, int> counts = operationsIn(file, frames);
+    Counts counts = operationsIn(file, frames);
     EXPECT_EQ(frames, 4);
     EXPECT_EQ(counts["glXSwapBuffers"], 4);
     EXPECT_EQ(counts["glXMakeCurrent"], 1) << "repeated, and of other windows";
@@ -433,7 +433,7 @@ TEST(Recorded, PicturesInParts)
     const std::string file = temporaryFile("");
     run(Strings{"record", "-o", file, "--frames", "20"} + program("modern"));
     int frames = 0;
-    std::map<std::string, int> counts = operationsIn(file, frames);
+    Counts counts = operationsIn(file, frames);
     EXPECT_EQ(frames, 20);
     EXPECT_EQ(counts["glTexImage2D"], 1);
     EXPECT_LT(std::filesystem::file_size(file), 20 * 4 * width * height / 4);

@@ -6,6 +6,8 @@
 
 #include <cstring>
 #include <functional>
+#include <limits>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -30,40 +32,35 @@ const void* at(std::size_t offset) { return reinterpret_cast<const void*>(offset
 // Values as elements of a type; where they are scaled, of the whole range.
 std::vector<unsigned char> elements(const std::vector<double>& values, GLenum type, bool scaled)
 {
-    std::vector<unsigned char> bytes;
-    const auto add = [&]<class T>(T, double most) {
+    const auto make = [&]<class T>(T) {
+        constexpr double most =
+            std::is_integral_v<T> ? static_cast<double>(std::numeric_limits<T>::max()) : 1;
+        std::vector<unsigned char> bytes;
         for (const double value : values) {
             const T element = static_cast<T>(scaled ? value * most : value);
             const auto* from = reinterpret_cast<const unsigned char*>(&element);
             bytes.insert(bytes.end(), from, from + sizeof element);
         }
+        return bytes;
     };
     switch (type) {
     case GL_BYTE:
-        add(GLbyte{}, 127);
-        break;
+        return make(GLbyte{});
     case GL_UNSIGNED_BYTE:
-        add(GLubyte{}, 255);
-        break;
+        return make(GLubyte{});
     case GL_SHORT:
-        add(GLshort{}, 32767);
-        break;
+        return make(GLshort{});
     case GL_UNSIGNED_SHORT:
-        add(GLushort{}, 65535);
-        break;
+        return make(GLushort{});
     case GL_INT:
-        add(GLint{}, 2147483647.0);
-        break;
+        return make(GLint{});
     case GL_UNSIGNED_INT:
-        add(GLuint{}, 4294967295.0);
-        break;
+        return make(GLuint{});
     case GL_DOUBLE:
-        add(GLdouble{}, 1);
-        break;
+        return make(GLdouble{});
     default:
-        add(GLfloat{}, 1);
+        return make(GLfloat{});
     }
-    return bytes;
 }
 
 // Values between two bounds that look like no others.
